@@ -1,0 +1,13 @@
+// Linux error numbers, as macros of the same tokens as the C library's, so that a user-level file
+// may include both.
+#pragma once
+
+#define EPERM 1
+#define ENOENT 2
+#define ENOMEM 12
+#define EFAULT 14
+#define EEXIST 17
+#define ENODEV 19
+#define EINVAL 22
+#define EOPNOTSUPP 95
+#define ENETDOWN 100
