@@ -25,4 +25,6 @@ void kmem_cache_free(kmem_cache *cache, void *object);
 
 #include "home/memory.h" // GFP_KERNEL, GFP_ATOMIC, __GFP_ZERO
 
-inline gfp_t gfp_here() { return preempt_count() != 0 ? GFP_ATOMIC : GFP_KERNEL; }
+inline gfp_t gfp_here() {
+    return preempt_count() != 0 ? GFP_ATOMIC : GFP_KERNEL;
+}

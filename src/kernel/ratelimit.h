@@ -1,7 +1,8 @@
 // The kernel's limiter for log lines: at most `burst` in `interval` jiffies.
 //
 //   ratelimit_state_init(state, interval, burst)
-//   ___ratelimit(state, caller)   1 to print, 0 to keep silent; when an interval ends in which lines
+//   ___ratelimit(state, caller)   1 to print, 0 to keep silent; when an interval ends in which
+//   lines
 //                                 were kept back, logs "<caller>: <n> callbacks suppressed\n"
 //   ratelimit_missed(state)       lines kept back in this interval, read without the lock
 //   ratelimit_interval(state), ratelimit_burst(state), and their setters

@@ -25,5 +25,9 @@ constexpr u32 be32_to_cpu(u32 wire) {
     return std::endian::native == std::endian::little ? __builtin_bswap32(wire) : wire;
 }
 
-constexpr u16 cpu_to_be16(u16 host) { return be16_to_cpu(host); }
-constexpr u32 cpu_to_be32(u32 host) { return be32_to_cpu(host); }
+constexpr u16 cpu_to_be16(u16 host) {
+    return be16_to_cpu(host);
+}
+constexpr u32 cpu_to_be32(u32 host) {
+    return be32_to_cpu(host);
+}

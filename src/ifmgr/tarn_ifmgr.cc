@@ -1,0 +1,103 @@
+#include "ifmgr/tarn_ifmgr.h"
+
+#include "kernel/bug.h"
+#include "kernel/log.h"
+#include "kernel/memory.h"
+#include "kernel/once.h"
+
+constinit tarn_if_db *p_tarn_if_db = nullptr;
+constinit rwlock_t tarn_if_db_lock{};
+
+namespace {
+
+constinit u8 _finished = 0;
+constinit kmem_cache *_list_node_cache = nullptr;
+
+// Both sides start with the ifindex, so a record and a bare u32 serve equally as key.
+int _tarn_ifmgr_if_cmp(const void *key, const void *info) {
+    u32 wanted = *static_cast<const u32 *>(key);
+    u32 there = *static_cast<const u32 *>(info);
+    if (wanted < there)
+        return -1;
+    return wanted > there ? 1 : 0;
+}
+
+} // namespace
+
+i32 tarn_ifmgr_init() {
+    if (read_once(_finished))
+        return 0;
+
+    auto *db = static_cast<tarn_if_db *>(__kmalloc(sizeof(tarn_if_db), GFP_KERNEL | __GFP_ZERO));
+    if (!db)
+        return TARN_ERR_INIT;
+    if (tarn_avl_create(&db->tree, 0, _tarn_ifmgr_if_cmp) != 0) {
+        kfree(db);
+        return TARN_ERR_INIT;
+    }
+
+    rwlock_init(&tarn_if_db_lock, "tarn_if_db_lock");
+    p_tarn_if_db = db;
+    _list_node_cache = kmem_cache_create("ifmgr_free_list", sizeof(tarn_ifmgr_list_node), 0,
+                                         SLAB_NOLEAKTRACE, nullptr);
+    __atomic_store_n(&_finished, 1, __ATOMIC_RELEASE);
+    return 0;
+}
+
+tarn_if *tarn_ifmgr_lookup_by_index(u32 ifindex) {
+    if (!__atomic_load_n(&_finished, __ATOMIC_ACQUIRE))
+        return nullptr;
+
+    tarn_if *found = nullptr;
+    read_lock_bh(&tarn_if_db_lock);
+    if (const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex)) {
+        auto *ifp = static_cast<tarn_if *>(node->info);
+        u32 state = read_once(ifp->if_flags) & (TARN_IF_F_VALID | TARN_IF_F_DELETED);
+        if (state == TARN_IF_F_VALID && refcount_inc_not_zero(&ifp->refcnt))
+            found = ifp;
+    }
+    read_unlock_bh(&tarn_if_db_lock);
+    return found;
+}
+
+tarn_if *tarn_ifmgr_lookup_by_vid(u32 vid) {
+    return tarn_ifmgr_lookup_by_index(vid + TARN_IF_VLAN_BASE);
+}
+
+void _tarn_ifmgr_if_hold(tarn_if *ifp) {
+    refcount_inc(&ifp->refcnt);
+}
+
+void _tarn_ifmgr_if_put(tarn_if *ifp) {
+    i32 before = refcount_dec(&ifp->refcnt);
+    if (before > 1)
+        return;
+    if (before <= 0) {
+        refcount_warn_saturate(&ifp->refcnt, REFCOUNT_SUB_UAF);
+        return;
+    }
+
+    u32 if_flags = read_once(ifp->if_flags);
+    if (!(if_flags & TARN_IF_F_DELETED)) {
+        pr_err("Invalid deletion of interface %.16s\n", ifp->name);
+        return;
+    }
+    if (!(if_flags & TARN_IF_F_VALID)) {
+        pr_err("Invalid deletion of interface (not valid) %.16s\n", ifp->name);
+        return;
+    }
+    if (!ifp->destructor)
+        BUG();
+    ifp->destructor(ifp);
+    write_once(ifp->if_flags, read_once(ifp->if_flags) & ~TARN_IF_F_VALID);
+}
+
+void tarn_ifmgr_if_ref_get(tarn_if *ifp) {
+    if (ifp)
+        _tarn_ifmgr_if_hold(ifp);
+}
+
+void tarn_ifmgr_if_ref_put(tarn_if *ifp) {
+    if (ifp)
+        _tarn_ifmgr_if_put(ifp);
+}

@@ -1,0 +1,119 @@
+#include "ifmgr/tarn_ifmgr_create.h"
+
+#include "ifmgr/tarn_ifmgr.h"
+#include "kernel/memory.h"
+#include "kernel/once.h"
+
+namespace {
+
+// What a record is torn down by takes effect with the creation of devices and the bind graph; until
+// then nothing is bound or opened that would have to be undone.
+i32 tarn_ifmgr_eth_if_destructor(tarn_if *) {
+    return 0;
+}
+i32 tarn_ifmgr_l2_if_destructor(tarn_if *) {
+    return 0;
+}
+i32 tarn_ifmgr_vlan_if_destructor(tarn_if *) {
+    return 0;
+}
+
+tarn_if *_find(u32 ifindex) {
+    const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex);
+    return node ? static_cast<tarn_if *>(node->info) : nullptr;
+}
+
+i32 _insert(tarn_if *record) {
+    write_lock_bh(&tarn_if_db_lock);
+    i32 result = tarn_avl_insert(p_tarn_if_db->tree, record);
+    write_unlock_bh(&tarn_if_db_lock);
+    return result == 0 ? 0 : TARN_ERR_TREE_INSERT;
+}
+
+i32 _install_copy(const tarn_if *record, tarn_if **installed) {
+    if (tarn_if *old = _find(record->ifindex)) {
+        write_lock_bh(&tarn_if_db_lock);
+        *old = *record;
+        write_unlock_bh(&tarn_if_db_lock);
+        *installed = old;
+        return 0;
+    }
+
+    tarn_if *copy = _tarn_ifmgr_if_alloc();
+    if (!copy)
+        return TARN_ERR_NO_MEMORY;
+    *copy = *record;
+    i32 result = _insert(copy);
+    if (result != 0) {
+        kfree(copy);
+        return result;
+    }
+    *installed = copy;
+    return 0;
+}
+
+i32 _install_itself(tarn_if *record, tarn_if **installed) {
+    if (tarn_if *old = _find(record->ifindex)) {
+        write_lock_bh(&tarn_if_db_lock);
+        tarn_avl_delete(p_tarn_if_db->tree, &record->ifindex);
+        write_unlock_bh(&tarn_if_db_lock);
+        // A record that somebody still holds outlives its place in the tree.
+        if (refcount_read(&old->refcnt) == 0)
+            kfree(old);
+    }
+    *installed = record;
+    return _insert(record);
+}
+
+void _start_by_type(tarn_if *ifp) {
+    u32 state = TARN_STP_FORWARDING;
+    switch (ifp->type) {
+    case TARN_IF_TYPE_ETHERNET:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        ifp->destructor = tarn_ifmgr_eth_if_destructor;
+        break;
+    case TARN_IF_TYPE_SWITCHPORT:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        ifp->destructor = tarn_ifmgr_l2_if_destructor;
+        state = TARN_STP_BLOCKING;
+        break;
+    case TARN_IF_TYPE_VLAN:
+        ifp->destructor = tarn_ifmgr_vlan_if_destructor;
+        state = TARN_STP_BLOCKING;
+        break;
+    }
+    for (u32 &instance : ifp->stp_state)
+        instance = state;
+
+    ifp->auth_supp_table = nullptr;
+    ifp->auth_guest_vlan = 0;
+    ifp->guest_fwd_count = 0;
+    ifp->guest_fwd_rules = nullptr;
+    ifp->auth_arp_forward = 0;
+    ifp->auth_fwd_count = 0;
+    ifp->auth_fwd_rules = nullptr;
+    ifp->stp_instance = 0;
+}
+
+} // namespace
+
+tarn_if *_tarn_ifmgr_if_alloc() {
+    return static_cast<tarn_if *>(__kmalloc(sizeof(tarn_if), gfp_here() | __GFP_ZERO));
+}
+
+i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
+    if (!record || !out || !p_tarn_if_db)
+        return TARN_ERR_BAD_ARG;
+
+    tarn_if *ifp = nullptr;
+    i32 result = take_record ? _install_itself(record, &ifp) : _install_copy(record, &ifp);
+    if (result != 0)
+        return result;
+
+    _start_by_type(ifp);
+    refcount_set(&ifp->refcnt, 1);
+    // Last: a reader that meets the record earlier gets nothing.
+    write_once(ifp->if_flags, ifp->if_flags | TARN_IF_F_VALID);
+    *out = ifp;
+    return 0;
+}

@@ -1,0 +1,11 @@
+// The common gate of the classification redirects.
+#pragma once
+
+#include "pkt/pkt_info.h"
+
+// Whether a frame may be classified at all: not from a VLAN that is disabled on the port, nor from
+// ourselves, nor while memory is short, nor past an ingress filter.
+inline bool gate_passes(const tarn_pkt_info *info) {
+    return !info->vlan_port_disabled && !info->src_mac_is_own && !info->low_mem &&
+           (info->vlan_member_ok || !info->ingress_filter);
+}

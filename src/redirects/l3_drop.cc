@@ -1,0 +1,42 @@
+// "l3drop": no IP frame passes the CPU, either way, while this redirect is enabled.
+#include "pkt/frame.h"
+#include "pkt/pkt_redirect.h"
+#include "redirects/redirects.h"
+
+namespace {
+
+constexpr u32 _SLOT = 30;
+
+enum _reason : u32 {
+    _IPV4 = 1,
+    _IPV6 = 2,
+};
+
+i32 tarn_l3_drop_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (info->ethertype != ETH_P_IP && info->ethertype != ETH_P_IPV6)
+        return 0;
+    instruct->flags |= REDIRECT_STOP;
+    instruct->reason = info->ethertype == ETH_P_IP ? _IPV4 : _IPV6;
+    return 0;
+}
+
+sk_buff *tarn_l3_drop_tx(tarn_if *, sk_buff *skb) {
+    u16 type = frame_bytes(skb).inner_type();
+    if (type != ETH_P_IP && type != ETH_P_IPV6)
+        return skb;
+    kfree_skb(skb);
+    return nullptr;
+}
+
+} // namespace
+
+i32 tarn_l3_drop_init() {
+    packet_redirect record{.name = "l3drop",
+                           .match = tarn_l3_drop_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .modify_tx = tarn_l3_drop_tx};
+    i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
+    if (result == 0)
+        enable_redirect(_SLOT, 0);
+    return result;
+}

@@ -1,0 +1,45 @@
+// "pbrMark": marks frames for policy routing before they are classified. Decides nothing itself.
+#include "ifmgr/tarn_ifmgr.h"
+#include "kernel/skb.h"
+#include "pkt/pkt_redirect.h"
+#include "redirects/redirects.h"
+
+namespace {
+
+constexpr u32 _SLOT = 11;
+constexpr u32 _MARK_SHIFT = 8;
+constexpr u32 _MARK_FIELD = 0x00FFFF00;
+
+i32 pbr_redirect_instruct_get(tarn_pkt_info *, redirect_instruct *) {
+    return 0;
+}
+
+// The chip's own mark, cut to what it shares its 16 bits with: the low byte of `extra`.
+u32 _policy_mark(u32 extra) {
+    return (extra << _MARK_SHIFT) & 0xFFFF;
+}
+
+// Frames of a dynamic aggregator are marked with it, all others with the port they came in on.
+u32 _ingress_mark(tarn_if *ifp) {
+    const tarn_if *logical = tarn_ifmgr_logical_port(ifp);
+    const tarn_if *named = logical->if_flags & TARN_IF_F_AGG_DYNAMIC ? logical : ifp;
+    return named->ifindex << _MARK_SHIFT;
+}
+
+void pbr_modify_packet_rx(tarn_rx_modify *, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
+    if (meta->flags & TARN_RX_POLICY_ROUTE) {
+        skb_set_mark(skb, (skb_mark(skb) & ~_MARK_FIELD) | _policy_mark(meta->extra));
+        return;
+    }
+    skb_set_mark(skb, skb_mark(skb) | _ingress_mark(ifp));
+}
+
+} // namespace
+
+i32 pbr_init() {
+    packet_redirect record{.name = "pbrMark",
+                           .match = pbr_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .modify_rx = pbr_modify_packet_rx};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+}

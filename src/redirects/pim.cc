@@ -1,0 +1,38 @@
+// "pim": PIM is copied to the other members of the stack; where it goes from here, IP decides.
+#include "pkt/frame.h"
+#include "pkt/pkt_redirect.h"
+#include "redirects/gate.h"
+#include "redirects/redirects.h"
+
+namespace {
+
+constexpr u32 _SLOT = 37;
+constexpr u32 _GATE = 1;
+constexpr u8 _IPPROTO_PIM = 103;
+
+bool _is_pim(const tarn_pkt_info *info) {
+    return (info->ethertype == ETH_P_IP && info->ip_proto == _IPPROTO_PIM) ||
+           (info->ethertype == ETH_P_IPV6 && info->ipv6_next_header == _IPPROTO_PIM);
+}
+
+i32 tarn_pim_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (!_is_pim(info))
+        return 0;
+    if (gate_passes(info)) {
+        instruct->flags |= REDIRECT_STACK_REPLICATE;
+        return 0;
+    }
+    instruct->flags |= REDIRECT_STOP;
+    instruct->reason = _GATE;
+    return 0;
+}
+
+} // namespace
+
+i32 tarn_pim_init() {
+    packet_redirect record{.name = "pim",
+                           .match = tarn_pim_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .skip_protocols = SKIP_ARP};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+}

@@ -1,0 +1,42 @@
+// "pppoe": PPPoE, both stages (RFC 2516), goes to the IP stack.
+#include "pkt/frame.h"
+#include "pkt/pkt_redirect.h"
+#include "redirects/gate.h"
+#include "redirects/redirects.h"
+
+namespace {
+
+constexpr u32 _SLOT = 47;
+
+enum _reason : u32 {
+    _GATE = 1,
+    _TO_KERNEL = 2,
+    _NO_L3_INTERFACE = 3,
+};
+
+i32 tarn_pppoe_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (info->ethertype != ETH_P_PPP_DISC && info->ethertype != ETH_P_PPP_SES)
+        return 0;
+    instruct->flags |= REDIRECT_STOP;
+    if (!gate_passes(info)) {
+        instruct->reason = _GATE;
+        return 0;
+    }
+    if (!info->l3_if) {
+        instruct->reason = _NO_L3_INTERFACE;
+        return 0;
+    }
+    instruct->flags |= REDIRECT_POST_KERNEL;
+    instruct->reason = _TO_KERNEL;
+    return 0;
+}
+
+} // namespace
+
+i32 tarn_pppoe_init() {
+    packet_redirect record{.name = "pppoe",
+                           .match = tarn_pppoe_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+}

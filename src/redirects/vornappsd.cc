@@ -1,0 +1,6 @@
+#include "redirects/redirects.h"
+
+// Management application addresses: takes effect when it lands; nothing is registered until then.
+i32 tarn_vornappsd_init() {
+    return 0;
+}

@@ -1,0 +1,40 @@
+// "vrrp": VRRP is copied to the other members of the stack; where it goes from here, IP decides.
+#include "pkt/frame.h"
+#include "pkt/pkt_redirect.h"
+#include "pkt/pkt_tx.h"
+#include "redirects/gate.h"
+#include "redirects/redirects.h"
+
+namespace {
+
+constexpr u32 _SLOT = 38;
+constexpr u32 _GATE = 1;
+constexpr u8 _IPPROTO_VRRP = 112;
+
+// The IPv4 protocol is 0 for every frame that is not IPv4, so its type need not be looked at.
+bool _is_vrrp(const tarn_pkt_info *info) {
+    return info->ip_proto == _IPPROTO_VRRP ||
+           (info->ethertype == ETH_P_IPV6 && info->ipv6_next_header == _IPPROTO_VRRP);
+}
+
+i32 tarn_vrrp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (!_is_vrrp(info) || !tarn_pkt_trap_to_master_cpu_only())
+        return 0;
+    if (gate_passes(info)) {
+        instruct->flags |= REDIRECT_STACK_REPLICATE;
+        return 0;
+    }
+    instruct->flags |= REDIRECT_STOP;
+    instruct->reason = _GATE;
+    return 0;
+}
+
+} // namespace
+
+i32 tarn_vrrp_init() {
+    packet_redirect record{.name = "vrrp",
+                           .match = tarn_vrrp_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .skip_protocols = SKIP_ARP};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+}

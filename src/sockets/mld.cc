@@ -1,0 +1,32 @@
+#include "pkt/frame.h"
+#include "pkt/pkt_calls.h"
+#include "sockets/sockets.h"
+
+// The socket family of MLD snooping: takes effect when it lands; nothing is registered until then.
+i32 tarn_af_mlds_sock_init() {
+    return 0;
+}
+
+// Options of a hop-by-hop header (RFC 8200, section 4.2; router alert: RFC 2711).
+namespace {
+
+constexpr u8 _OPTION_PAD1 = 0;
+constexpr u8 _OPTION_PADN = 1;
+constexpr u8 _OPTION_ROUTER_ALERT = 5;
+constexpr u8 _ROUTER_ALERT_LENGTH = 2;
+
+} // namespace
+
+// Looks at the first option behind at most one run of padding, which is where senders put it.
+bool tarn_ipv6_mc_is_rtr_alert_present(const frame_bytes &frame, u32 offset) {
+    u32 end = offset + (frame.byte(offset + 1) + 1u) * 8;
+    u32 at = offset + 2;
+    u8 option = frame.byte(at);
+    if (option == _OPTION_PADN)
+        at += 2 + frame.byte(at + 1);
+    else if (option == _OPTION_PAD1)
+        while (at < end && at < frame.length && frame.byte(at) == _OPTION_PAD1)
+            at++;
+    return at + 1 < end && frame.byte(at) == _OPTION_ROUTER_ALERT &&
+           frame.byte(at + 1) == _ROUTER_ALERT_LENGTH;
+}

@@ -1,0 +1,6 @@
+#include "pkt/pkt_calls.h"
+
+// The role of this unit takes effect with the state of the stack; until then it stands alone.
+u8 tarn_stack_is_slave() {
+    return 0;
+}

@@ -1,0 +1,72 @@
+// What the core hands to the layers below and above it, recorded.
+//
+// Linked in place of the core's own flood, transmit, post, replication and event calls, so that a
+// test sees each call with its arguments and steers its result.
+#pragma once
+
+#include "support/frame_builder.h"
+
+#include "ifmgr/tarn_if.h"
+
+#include <optional>
+
+namespace seams {
+
+struct Flood {
+    tarn_if *port;
+    u32 vid;
+    std::optional<std::array<u32, 2>> except;
+    Bytes bytes;
+    u32 cos, queue;
+    u8 tx_enable;
+    u32 mask;
+};
+
+struct Xmit {
+    tarn_if *port, *vlan_if;
+    Bytes bytes;
+    u32 cos, queue;
+    u8 tx_enable;
+    bool discard_bypass, tx_option;
+};
+
+struct KernelPost {
+    tarn_if *rx_port, *l2_port, *l3_if;
+    Bytes bytes;
+    u32 vid;
+};
+
+struct Replication {
+    tarn_if *rx_port;
+    Bytes bytes;
+    u32 vid, tag, code, flags, extra, repl_type;
+    u8 replicated;
+};
+
+struct DosMatch {
+    u32 ifindex, reason;
+    u16 ethertype;
+    Bytes header;
+};
+
+struct Record {
+    std::vector<Flood> floods;
+    std::vector<Xmit> sent;
+    std::vector<KernelPost> kernel;
+    std::vector<Replication> replicated;
+    std::vector<DosMatch> dos;
+
+    i32 flood_result = 0; // 0: the frame is taken
+    u32 xmit_result = 0;
+    u32 kernel_result = 0;
+    u32 stack_takes = 0; // result of the stack management path
+    u8 stack_slave = 0;
+
+    // In the order in which they were made: "flood", "replicate", "kernel", "xmit", "dos", and what
+    // a test adds.
+    std::vector<std::string> order;
+};
+
+Record &record();
+
+} // namespace seams
