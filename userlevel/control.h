@@ -1,0 +1,107 @@
+// The user-level home, as a test, a tool or a fuzzer sees and steers it.
+//
+// Everything here belongs to this process: the log that the core writes, the clock it reads, the
+// memory it asks for. All of it may be used from several threads.
+#pragma once
+
+#include "kernel/seq.h"
+#include "kernel/types.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+struct sk_buff;
+
+namespace userlevel {
+
+// --- log ---------------------------------------------------------------------------------------
+
+struct log_line {
+    int level;        // 2 critical, 3 error, 4 warning, 5 notice, 6 information, 7 debug
+    std::string text; // with its newline; a continuation is appended to the line before it
+};
+
+// The lines since the last call. At most LOG_LINES are kept; of more, the first ones.
+inline constexpr std::size_t LOG_LINES = 10000;
+std::vector<log_line> log_take();
+u64 log_count();        // lines since the start of the process
+void log_echo(bool on); // also to standard error, "<level> text"
+
+// --- clock -------------------------------------------------------------------------------------
+
+// Real at first: 100 jiffies a second, from five minutes before the wrap of 32 bits, as in a
+// kernel.
+void clock_stop(unsigned long jiffies);
+void clock_advance(unsigned long jiffies); // of a stopped clock
+void clock_run();
+
+// --- memory ------------------------------------------------------------------------------------
+
+// The n-th allocation from now fails, once (1: the next); 0 takes it back.
+void fail_allocation(u64 n);
+// Each allocation fails with this chance in 65536, drawn from the seed; 0 takes it back.
+void fail_allocations_at_random(u32 chance, u64 seed);
+// Since the start of the process, failed ones included.
+u64 allocations_made();
+// GFP_KERNEL allocations made while the preempt count was not 0: in a kernel, a bug.
+u64 sleeping_allocations_in_atomic();
+
+struct object {
+    const char *kind; // "kmalloc", "sk_buff", "skb data", or the name of a cache
+    std::size_t bytes;
+    u64 serial; // counts allocations
+    gfp_t flags;
+    const void *address;
+    const void *site; // return address of the caller
+};
+
+// What is alive, oldest first.
+std::vector<object> live();
+// One line for each, with the name of its site where the linker knows it; "" for none.
+std::string describe(const std::vector<object> &objects);
+
+struct snapshot {
+    u64 serial = 0;
+};
+snapshot take_snapshot();
+// Objects alive that were not there at the snapshot.
+std::vector<object> leaked_since(const snapshot &before);
+
+// --- pages, randomness -------------------------------------------------------------------------
+
+// A global page counter, see kernel/vmstat.h. At first a gigabyte is free.
+void zone_pages_set(unsigned item, long pages);
+
+void random_seed(u64 seed);                      // from now on the same bytes for the same seed
+void random_script(const std::vector<u8> &next); // these bytes first
+
+// --- frames ------------------------------------------------------------------------------------
+
+// A buffer that holds these bytes; null when an allocation fails. The tail room is at least what is
+// asked for: blocks come in the sizes that a kernel has.
+sk_buff *frame_make(std::span<const u8> bytes, u32 headroom = 64, u32 tailroom = 0);
+
+struct skb_ends {
+    u64 dropped;  // kfree_skb
+    u64 consumed; // consume_skb
+    u64 irq;      // __dev_kfree_skb_irq
+};
+skb_ends skbs_ended(); // since the start of the process
+
+// --- text views --------------------------------------------------------------------------------
+
+class view {
+public:
+    view();
+    ~view();
+    view(const view &) = delete;
+    view &operator=(const view &) = delete;
+    seq_file *file() { return file_; }
+    std::string text() const;
+
+private:
+    seq_file *file_;
+};
+
+} // namespace userlevel

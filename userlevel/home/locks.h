@@ -1,0 +1,32 @@
+#pragma once
+
+#include <pthread.h>
+
+#include "kernel/preempt.h"
+
+// Zeroed storage is a lock ready for use. Readers are preferred, so that they may nest.
+struct rwlock_t {
+    pthread_rwlock_t lock;
+};
+
+inline void rwlock_init(rwlock_t *, const char *) {}
+
+inline void read_lock_bh(rwlock_t *lock) {
+    local_bh_disable();
+    pthread_rwlock_rdlock(&lock->lock);
+}
+
+inline void read_unlock_bh(rwlock_t *lock) {
+    pthread_rwlock_unlock(&lock->lock);
+    local_bh_enable();
+}
+
+inline void write_lock_bh(rwlock_t *lock) {
+    local_bh_disable();
+    pthread_rwlock_wrlock(&lock->lock);
+}
+
+inline void write_unlock_bh(rwlock_t *lock) {
+    pthread_rwlock_unlock(&lock->lock);
+    local_bh_enable();
+}

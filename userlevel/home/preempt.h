@@ -1,0 +1,15 @@
+#pragma once
+
+namespace userlevel {
+extern constinit thread_local u32 preempt_depth;
+}
+
+inline u32 preempt_count() {
+    return userlevel::preempt_depth;
+}
+inline void local_bh_disable() {
+    userlevel::preempt_depth += SOFTIRQ_DISABLE_OFFSET;
+}
+inline void local_bh_enable() {
+    userlevel::preempt_depth -= SOFTIRQ_DISABLE_OFFSET;
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+namespace userlevel {
+struct skb_block;
+}
+
+// Linear socket buffers. head..end is one block, which clones share; data..tail is the frame.
+struct sk_buff {
+    u8 *head;
+    u8 *data;
+    u8 *tail;
+    u8 *end;
+    u32 len;
+    u32 truesize; // what the buffer counts for in socket memory, as Linux 6.1 counts on x86_64
+    u32 mark;
+    u32 priority;
+    u8 was_cloned; // may share its block; the block knows
+    i32 users;
+    net_device *dev;
+    void *sk;
+    void (*destructor)(sk_buff *skb);
+    userlevel::skb_block *block;
+    alignas(8) u8 cb[SKB_CB_SIZE];
+};
+
+namespace userlevel {
+bool skb_block_is_shared(const skb_block *block);
+void skb_drop(sk_buff *skb);
+void skb_consume(sk_buff *skb);
+void skb_watch(sk_buff *skb); // the bounds of the frame have moved
+} // namespace userlevel
+
+inline u8 *skb_data(const sk_buff *skb) {
+    return skb->data;
+}
+inline u32 skb_len(const sk_buff *skb) {
+    return skb->len;
+}
+inline u32 skb_headroom(const sk_buff *skb) {
+    return static_cast<u32>(skb->data - skb->head);
+}
+inline u32 skb_tailroom(const sk_buff *skb) {
+    return static_cast<u32>(skb->end - skb->tail);
+}
+inline u32 skb_truesize(const sk_buff *skb) {
+    return skb->truesize;
+}
+inline u8 *skb_cb(sk_buff *skb) {
+    return skb->cb;
+}
+inline u32 skb_mark(const sk_buff *skb) {
+    return skb->mark;
+}
+inline void skb_set_mark(sk_buff *skb, u32 mark) {
+    skb->mark = mark;
+}
+inline u32 skb_priority(const sk_buff *skb) {
+    return skb->priority;
+}
+inline net_device *skb_dev(const sk_buff *skb) {
+    return skb->dev;
+}
+inline void skb_set_dev(sk_buff *skb, net_device *device) {
+    skb->dev = device;
+}
+
+inline bool skb_cloned(const sk_buff *skb) {
+    return skb->was_cloned && userlevel::skb_block_is_shared(skb->block);
+}
+
+inline void skb_reserve(sk_buff *skb, u32 length) {
+    skb->data += length;
+    skb->tail += length;
+    userlevel::skb_watch(skb);
+}
+
+inline void kfree_skb(sk_buff *skb) {
+    userlevel::skb_drop(skb);
+}

@@ -1,0 +1,301 @@
+// Socket buffers by the rules of Linux 6.1 (net/core/skbuff.c there), as far as frames are linear.
+//
+// The numbers are those of x86_64: what a buffer counts for depends on the size of the kernel's
+// records and on the sizes in which its allocator hands out memory.
+#include "kernel/skb.h"
+
+#include "control.h"
+#include "kernel/bug.h"
+#include "kernel/errno.h"
+#include "kernel/memory.h"
+#include "memory.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+namespace userlevel {
+
+struct skb_block {
+    u8 *bytes;
+    i32 references;
+};
+
+namespace {
+
+constexpr u32 CACHE_LINE = 64;
+constexpr u32 PAGE = 4096;
+constexpr u32 NET_SKB_PAD = 64;
+constexpr u32 aligned(u32 size) {
+    return (size + CACHE_LINE - 1) / CACHE_LINE * CACHE_LINE;
+}
+
+constexpr u32 SK_BUFF = aligned(232);     // sizeof(struct sk_buff)
+constexpr u32 SHARED_INFO = aligned(320); // sizeof(struct skb_shared_info), behind the data
+
+std::atomic<u64> dropped = 0, consumed = 0, irq = 0;
+
+// The sizes in which kmalloc hands out memory.
+u32 rounded_up(u32 size) {
+    constexpr std::array<u32, 13> classes{8,   16,  32,   64,   96,   128, 192,
+                                          256, 512, 1024, 2048, 4096, 8192};
+    auto fits = std::lower_bound(classes.begin(), classes.end(), size);
+    if (fits != classes.end())
+        return *fits;
+    u32 pages = PAGE;
+    while (pages < size)
+        pages *= 2;
+    return pages;
+}
+
+skb_block *new_block(u32 usable, gfp_t flags, const void *site) {
+    // Like the kernel's: one allocation, its bookkeeping not within reach of the bytes.
+    void *bytes = allocate("skb data", usable, flags, site);
+    if (!bytes)
+        return nullptr;
+    auto *block = new skb_block{static_cast<u8 *>(bytes), 1};
+    return block;
+}
+
+void put_block(skb_block *block) {
+    if (__atomic_sub_fetch(&block->references, 1, __ATOMIC_ACQ_REL) != 0)
+        return;
+    release(block->bytes);
+    delete block;
+}
+
+void point_at(sk_buff *skb, skb_block *block, u32 usable) {
+    skb->block = block;
+    skb->head = skb->data = skb->tail = block->bytes;
+    skb->end = skb->head + usable;
+}
+
+// A buffer whose block is `total` bytes, shared info included.
+sk_buff *make(u32 total, gfp_t flags, const void *site) {
+    void *memory = allocate("sk_buff", sizeof(sk_buff), flags | __GFP_ZERO, site);
+    if (!memory)
+        return nullptr;
+    auto *skb = static_cast<sk_buff *>(memory);
+    u32 usable = total - SHARED_INFO;
+    skb_block *block = new_block(usable, flags, site);
+    if (!block) {
+        release(skb);
+        return nullptr;
+    }
+    point_at(skb, block, usable);
+    skb->users = 1;
+    skb->truesize = usable + SK_BUFF + SHARED_INFO;
+    skb_watch(skb);
+    return skb;
+}
+
+sk_buff *alloc_skb(u32 size, gfp_t flags, const void *site) {
+    return make(rounded_up(aligned(size) + SHARED_INFO), flags, site);
+}
+
+void copy_header(sk_buff *to, const sk_buff *from) {
+    to->mark = from->mark;
+    to->priority = from->priority;
+    to->dev = from->dev;
+    std::memcpy(to->cb, from->cb, sizeof(to->cb));
+}
+
+// True when this was the last holder.
+bool let_go(sk_buff *skb) {
+    return __atomic_sub_fetch(&skb->users, 1, __ATOMIC_ACQ_REL) == 0;
+}
+
+void destroy(sk_buff *skb) {
+    if (skb->destructor)
+        skb->destructor(skb);
+    put_block(skb->block);
+    release(skb);
+}
+
+void end(sk_buff *skb, std::atomic<u64> &counter) {
+    if (!skb || !let_go(skb))
+        return;
+    counter.fetch_add(1, std::memory_order_relaxed);
+    destroy(skb);
+}
+
+[[noreturn]] void panic(const char *what, const sk_buff *skb, unsigned length) {
+    std::fprintf(stderr, "%s: len:%u put:%u headroom:%u tailroom:%u\n", what, skb->len, length,
+                 skb_headroom(skb), skb_tailroom(skb));
+    BUG();
+}
+
+} // namespace
+
+bool skb_block_is_shared(const skb_block *block) {
+    return __atomic_load_n(&block->references, __ATOMIC_ACQUIRE) != 1;
+}
+
+// Under the address sanitizer only the frame itself may be touched, and not the room around it.
+// Clones see different parts of one block: there, all of it may be.
+void skb_watch(sk_buff *skb) {
+    allow(skb->head, skb->end);
+    if (skb_block_is_shared(skb->block))
+        return;
+    forbid(skb->head, skb->data);
+    forbid(skb->tail, skb->end);
+}
+
+void skb_drop(sk_buff *skb) {
+    end(skb, dropped);
+}
+void skb_consume(sk_buff *skb) {
+    end(skb, consumed);
+}
+
+skb_ends skbs_ended() {
+    return {dropped, consumed, irq};
+}
+
+sk_buff *frame_make(std::span<const u8> bytes, u32 headroom, u32 tailroom) {
+    auto length = static_cast<u32>(bytes.size());
+    sk_buff *skb = alloc_skb(headroom + length + tailroom, GFP_KERNEL, __builtin_return_address(0));
+    if (!skb)
+        return nullptr;
+    skb_reserve(skb, headroom);
+    std::copy(bytes.begin(), bytes.end(), static_cast<u8 *>(skb_put(skb, length)));
+    return skb;
+}
+
+} // namespace userlevel
+
+using namespace userlevel;
+
+sk_buff *__netdev_alloc_skb(net_device *device, unsigned length, gfp_t flags) {
+    const void *site = __builtin_return_address(0);
+    u32 size = length + NET_SKB_PAD;
+    bool from_kmalloc =
+        size <= 1024 - SHARED_INFO || size > PAGE - SHARED_INFO || (flags & __GFP_DIRECT_RECLAIM);
+    // Between, the kernel cuts pieces of just the right size off a page.
+    sk_buff *skb = from_kmalloc ? alloc_skb(size, flags, site)
+                                : make(aligned(size) + SHARED_INFO, flags, site);
+    if (!skb)
+        return nullptr;
+    skb_reserve(skb, NET_SKB_PAD);
+    skb->dev = device;
+    return skb;
+}
+
+void *skb_pull(sk_buff *skb, unsigned length) {
+    if (length > skb->len)
+        return nullptr;
+    skb->len -= length;
+    skb->data += length;
+    skb_watch(skb);
+    return skb->data;
+}
+
+void *skb_push(sk_buff *skb, unsigned length) {
+    if (length > skb_headroom(skb))
+        panic("skb_under_panic", skb, length);
+    skb->data -= length;
+    skb->len += length;
+    skb_watch(skb);
+    return skb->data;
+}
+
+void *skb_put(sk_buff *skb, unsigned length) {
+    if (length > skb_tailroom(skb))
+        panic("skb_over_panic", skb, length);
+    u8 *at = skb->tail;
+    skb->tail += length;
+    skb->len += length;
+    skb_watch(skb);
+    return at;
+}
+
+void skb_trim(sk_buff *skb, unsigned length) {
+    if (length >= skb->len)
+        return;
+    skb->len = length;
+    skb->tail = skb->data + length;
+    skb_watch(skb);
+}
+
+sk_buff *skb_copy(const sk_buff *skb, gfp_t flags) {
+    sk_buff *copy =
+        alloc_skb(static_cast<u32>(skb->end - skb->head), flags, __builtin_return_address(0));
+    if (!copy)
+        return nullptr;
+    skb_reserve(copy, skb_headroom(skb));
+    skb_put(copy, skb->len);
+    // The room before the frame comes along: headers that were pulled lie there.
+    auto *from = const_cast<sk_buff *>(skb);
+    allow(from->head, from->end);
+    allow(copy->head, copy->end);
+    std::memcpy(copy->head, skb->head, skb_headroom(skb) + skb->len);
+    skb_watch(from);
+    skb_watch(copy);
+    copy_header(copy, skb);
+    return copy;
+}
+
+sk_buff *skb_clone(sk_buff *skb, gfp_t flags) {
+    void *memory = allocate("sk_buff", sizeof(sk_buff), flags, __builtin_return_address(0));
+    if (!memory)
+        return nullptr;
+    auto *clone = static_cast<sk_buff *>(memory);
+    __atomic_add_fetch(&skb->block->references, 1, __ATOMIC_RELAXED);
+    skb->was_cloned = 1;
+    *clone = *skb;
+    clone->users = 1;
+    clone->sk = nullptr;
+    clone->destructor = nullptr;
+    skb_watch(skb);
+    return clone;
+}
+
+sk_buff *skb_realloc_headroom(sk_buff *skb, unsigned headroom) {
+    u32 have = skb_headroom(skb);
+    if (headroom <= have)
+        return skb_copy(skb, GFP_ATOMIC);
+    sk_buff *copy = skb_clone(skb, GFP_ATOMIC);
+    if (copy &&
+        pskb_expand_head(copy, static_cast<int>(aligned(headroom - have)), 0, GFP_ATOMIC) != 0) {
+        kfree_skb(copy);
+        return nullptr;
+    }
+    return copy;
+}
+
+int pskb_expand_head(sk_buff *skb, int before, int after, gfp_t flags) {
+    if (before < 0 || __atomic_load_n(&skb->users, __ATOMIC_ACQUIRE) != 1)
+        BUG();
+    u32 old_usable = static_cast<u32>(skb->end - skb->head);
+    u32 size = old_usable + static_cast<u32>(before + after);
+    u32 usable = rounded_up(aligned(size) + SHARED_INFO) - SHARED_INFO;
+    skb_block *block = new_block(usable, flags, __builtin_return_address(0));
+    if (!block)
+        return -ENOMEM;
+
+    // The room before the frame is carried over too: headers that were pulled lie there.
+    u32 headroom = skb_headroom(skb);
+    skb_block *old = skb->block;
+    allow(skb->head, skb->end);
+    std::memcpy(block->bytes + before, skb->head, headroom + skb->len);
+    u32 length = skb->len;
+    point_at(skb, block, usable);
+    skb->data = skb->head + static_cast<u32>(before) + headroom;
+    skb->tail = skb->data + length;
+    skb->was_cloned = 0;
+    if (!skb->sk)
+        skb->truesize += usable - old_usable;
+    put_block(old);
+    skb_watch(skb);
+    return 0;
+}
+
+void __dev_kfree_skb_irq(sk_buff *skb, int) {
+    userlevel::end(skb, userlevel::irq);
+}
+
+void consume_skb(sk_buff *skb) {
+    skb_consume(skb);
+}
