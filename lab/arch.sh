@@ -6,7 +6,7 @@ arm)
   cross=arm-linux-gnueabihf-
   kernel_image=zImage
   image_path=arch/arm/boot/zImage
-  qemu=(qemu-system-arm -M virt -cpu cortex-a15)
+  qemu=(qemu-system-arm -M virt,highmem=off -cpu cortex-a15)
   console=ttyAMA0
   busybox_arch=armhf
   elf_machine=ARM

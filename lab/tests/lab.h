@@ -1,0 +1,47 @@
+/*
+ * For the programs that run inside the lab. Each is one file, linked statically; it prints what it
+ * checks and ends with 0 when all holds.
+ */
+#ifndef LAB_TESTS_LAB_H
+#define LAB_TESTS_LAB_H
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int lab_failures;
+
+/* Says what is checked, and whether it holds. */
+#define CHECK(condition, ...)                                                                      \
+	do {                                                                                       \
+		int holds = (condition) != 0;                                                      \
+		printf("  %s ", holds ? "ok  " : "FAIL");                                          \
+		printf(__VA_ARGS__);                                                               \
+		printf(holds ? "\n" : "   (%s:%d: %s)\n", __FILE__, __LINE__, #condition);         \
+		lab_failures += !holds;                                                            \
+	} while (0)
+
+static inline int lab_result(void)
+{
+	fflush(stdout);
+	return lab_failures ? 1 : 0;
+}
+
+/* Loads tarn_lab.ko (if it is not there yet) and declares port 5001 and VLAN 1. Ends the program with
+ * a message where that fails. */
+void lab_setup(void);
+
+/* One command to /proc/tarn_lab; 0 or -errno. */
+int lab_command(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* A counter of the chain, such as "l2drop_stops"; -1 where it is not printed. */
+long lab_counter(const char *name);
+
+/* How often a redirect stopped a frame for a reason. */
+long lab_stops(const char *redirect, int reason);
+
+/* A line of /proc/meminfo, in kilobytes. */
+long lab_meminfo(const char *name);
+
+#endif

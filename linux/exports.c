@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: GPL-2.0
+/* What the module is and what it exports to the driver of the switching chip: no more than this. */
+#include <linux/export.h>
+#include <linux/module.h>
+
+#include "tarn/rxtx_hw.h"
+
+EXPORT_SYMBOL_GPL(rxtx_hw_packet_recv);
+
+MODULE_DESCRIPTION("Orvo Layer 2 Networking support");
+MODULE_LICENSE("GPL v2");

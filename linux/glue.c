@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * What the kernel has as a macro or an inline function, as functions that the core can call. What the
+ * kernel exports is called straight by its name; this file is also the one that knows where Linux 6.1
+ * differs from older names.
+ */
+#include <linux/bottom_half.h>
+#include <linux/bug.h>
+#include <linux/jiffies.h>
+#include <linux/module.h>
+#include <linux/netdevice.h>
+#include <linux/preempt.h>
+#include <linux/printk.h>
+#include <linux/ratelimit.h>
+#include <linux/skbuff.h>
+#include <linux/spinlock.h>
+
+#include "glue.h"
+
+#if HZ != 100
+#error "times in the core are jiffies of 10 ms: build the kernel with CONFIG_HZ=100"
+#endif
+
+unsigned int tarn_k_preempt_count(void)
+{
+	return preempt_count();
+}
+
+void tarn_k_local_bh_disable(void)
+{
+	local_bh_disable();
+}
+
+void tarn_k_local_bh_enable(void)
+{
+	local_bh_enable();
+}
+
+void tarn_k_rwlock_init(void *lock, const char *name, void *key)
+{
+#ifdef CONFIG_DEBUG_SPINLOCK
+	__rwlock_init(lock, name, key);
+#else
+	*(rwlock_t *)lock = (rwlock_t)__RW_LOCK_UNLOCKED(lock);
+#endif
+}
+
+void tarn_k_ratelimit_init(void *state, int interval, int burst)
+{
+	ratelimit_state_init(state, interval, burst);
+}
+
+void tarn_k_bug(const char *file, int line)
+{
+	pr_crit("tarnfwd: broken invariant at %s:%d\n", file, line);
+	BUG();
+}
+
+unsigned int tarn_k_skb_tailroom(const struct sk_buff *skb)
+{
+	return skb_tailroom(skb);
+}
+
+int tarn_k_skb_cloned(const struct sk_buff *skb)
+{
+	return skb_cloned(skb);
+}
+
+void tarn_k_skb_reserve(struct sk_buff *skb, unsigned int length)
+{
+	skb_reserve(skb, length);
+}

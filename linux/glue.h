@@ -1,0 +1,26 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* The functions of glue.c, as both sides see them. */
+#ifndef TARN_LINUX_GLUE_H
+#define TARN_LINUX_GLUE_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct sk_buff;
+
+unsigned int tarn_k_preempt_count(void);
+void tarn_k_local_bh_disable(void);
+void tarn_k_local_bh_enable(void);
+void tarn_k_rwlock_init(void *lock, const char *name, void *key);
+void tarn_k_ratelimit_init(void *state, int interval, int burst);
+void tarn_k_bug(const char *file, int line);
+unsigned int tarn_k_skb_tailroom(const struct sk_buff *skb);
+int tarn_k_skb_cloned(const struct sk_buff *skb);
+void tarn_k_skb_reserve(struct sk_buff *skb, unsigned int length);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

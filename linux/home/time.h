@@ -1,0 +1,9 @@
+#pragma once
+
+extern "C" {
+extern volatile unsigned long jiffies;
+}
+
+inline unsigned long get_jiffies() {
+    return jiffies;
+}
