@@ -1,0 +1,43 @@
+// tarn-replay: what the switch does with the frames of a capture.
+#include "replay/replay.h"
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+constexpr int USAGE_ERROR = 2;
+
+} // namespace
+
+int main(int argc, char **argv) {
+    replay::Options options;
+    bool list = false;
+    CLI::App app{"Offers each frame of a capture to the switch and tells what became of it.\n\n"
+                 "Interface k of the file is port<k>. A frame's VLAN is that of its tag, else 1.\n"
+                 "Every port is an untagged member of every VLAN that the file shows."};
+    app.name("tarn-replay");
+    auto *file =
+        app.add_option("FILE", options.file, "capture to replay: pcap or pcapng, Ethernet");
+    app.add_flag("--list", list, "list the redirects in the order they are asked, and end");
+    app.add_option("--enable", options.enable, "turn a redirect on (may be given again)")
+        ->type_name("NAME");
+    app.add_option("--disable", options.disable, "turn a redirect off (may be given again)")
+        ->type_name("NAME");
+    app.add_option("--code", options.code, "class of the CPU trap that each frame arrives with");
+    app.add_option("--flags", options.flags, "trap flags, such as 0x40 for denial of service");
+    app.add_option("--extra", options.extra, "argument of the trap");
+    app.add_option("--rx-flags", options.rx_flags, "1: on a slave, for the master only")
+        ->check(CLI::Range(0, 255));
+    app.add_option("--queue", options.queue, "receive queue");
+    app.add_flag("--json", options.json, "one JSON object a line for each frame");
+    app.add_flag("--verbose,-v", options.verbose, "also the redirects that were asked and said no");
+    app.add_flag("--debug", options.debug_log, "turn the core's frame log on, and show it");
+    try {
+        app.parse(argc, argv);
+        if (!list && file->count() == 0)
+            throw CLI::RequiredError("FILE");
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : USAGE_ERROR;
+    }
+    return list ? replay::list_redirects() : replay::replay(options);
+}

@@ -1,0 +1,56 @@
+// Replaying a capture: each frame is offered to the switch, and the outcome told.
+#pragma once
+
+#include "replay/capture.h"
+#include "replay/trace.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace replay {
+
+struct Options {
+    std::string file;
+    std::vector<std::string> enable, disable; // names of redirects
+    u32 code = 0, flags = 0, extra = 0, queue = 0;
+    u32 rx_flags = 0;
+    bool json = false;
+    bool verbose = false; // every redirect that was asked
+    bool debug_log = false;
+};
+
+enum class Fate { stopped, unclaimed, refused, taken };
+const char *fate_word(Fate fate);
+
+// One frame and what became of it.
+struct Outcome {
+    std::size_t number = 0; // from 1
+    CapturedFrame frame;
+    std::string port = {};
+    u32 vid = 0;
+    Fate fate = Fate::unclaimed;
+    Trace trace = {};
+    const Decision *stopped_by = nullptr; // into the trace; null where nobody stopped it
+    std::vector<std::string> log = {};    // what the core said meanwhile
+};
+
+// Where outcomes go: text or JSON.
+class Report {
+public:
+    virtual ~Report() = default;
+    virtual void frame(const Outcome &outcome) = 0;
+    virtual void end(const std::map<Fate, std::size_t> &fates) = 0;
+};
+
+std::unique_ptr<Report> text_report(bool verbose);
+std::unique_ptr<Report> json_report();
+
+// Loads the module, builds the plainest switch that the file asks for and replays the file. 0; 1
+// after a message on standard error; 3 where memory was lost, which would be a defect of ours.
+int replay(const Options &options);
+
+// Slot, name, place in the chain and state of every redirect, on standard output.
+int list_redirects();
+
+} // namespace replay

@@ -1,0 +1,49 @@
+// One JSON object a line for each frame.
+#include "replay/replay.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace replay {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+class JsonReport : public Report {
+public:
+    void frame(const Outcome &outcome) override {
+        json line{{"frame", outcome.number},
+                  {"len", outcome.frame.bytes.size()},
+                  {"port", outcome.port},
+                  {"vid", outcome.vid},
+                  {"ethertype", fmt::format("0x{:04x}", outcome.trace.info.ethertype)},
+                  {"fate", fate_word(outcome.fate)}};
+        if (const Decision *stop = outcome.stopped_by) {
+            line["by"] = stop->name;
+            line["slot"] = stop->slot;
+            line["reason"] = stop->reason;
+        }
+        line["chain"] = json::array();
+        for (const Decision &decision : outcome.trace.decisions)
+            line["chain"].push_back({{"slot", decision.slot},
+                                     {"name", decision.name},
+                                     {"flags", decision.flags},
+                                     {"reason", decision.reason}});
+        // Nothing leaves the core yet: transmit, the IP stack and sockets are still to come.
+        line["sent"] = json::array();
+        line["kernel"] = json::array();
+        line["sockets"] = json::array();
+        fmt::print("{}\n", line.dump());
+    }
+
+    void end(const std::map<Fate, std::size_t> &) override {}
+};
+
+} // namespace
+
+std::unique_ptr<Report> json_report() {
+    return std::make_unique<JsonReport>();
+}
+
+} // namespace replay

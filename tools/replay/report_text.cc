@@ -1,0 +1,187 @@
+// The outcome of each frame, for people.
+#include "replay/replay.h"
+#include "replay/words.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <fmt/format.h>
+
+namespace replay {
+
+namespace {
+
+std::string mac_text(const std::vector<std::uint8_t> &bytes, std::size_t offset) {
+    std::string text;
+    for (std::size_t i = 0; i < 6; i++)
+        text += fmt::format("{}{:02x}", i ? ":" : "",
+                            offset + i < bytes.size() ? bytes[offset + i] : 0);
+    return text;
+}
+
+std::string address_text(int family, const u8 *address) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    inet_ntop(family, address, text.data(), text.size());
+    return text.data();
+}
+
+std::string ethernet_line(const Outcome &outcome) {
+    const auto &bytes = outcome.frame.bytes;
+    const tarn_pkt_info &info = outcome.trace.info;
+    std::string name = ethertype_words(info.ethertype);
+    std::string line =
+        fmt::format("{} -> {}  type 0x{:04x}{}{}", mac_text(bytes, 6), mac_text(bytes, 0),
+                    info.ethertype, name.empty() ? "" : " ", name);
+    if (info.tag & TARN_TAG_PRESENT)
+        line += fmt::format(", tag VID {} priority {}", info.tag & 0xFFF, info.tag >> 13 & 7);
+    if (info.src_mac_is_own)
+        line += ", our own source MAC";
+    if (!info.vlan_member_ok)
+        line += ", port is no member of the VLAN";
+    return line;
+}
+
+std::string ip_line(const tarn_pkt_info &info) {
+    if (info.ethertype == 0x0800) {
+        u32 fragment = be16_to_cpu(info.ip_frag_off) & 0x3FFF;
+        return fmt::format("IPv4 {} -> {} protocol {} ttl {}{}", address_text(AF_INET, info.src_ip),
+                           address_text(AF_INET, info.dst_ip), info.ip_proto, info.ttl,
+                           fragment ? ", fragment" : "");
+    }
+    if (info.ethertype != 0x86DD)
+        return {};
+    std::string line = fmt::format(
+        "IPv6 {} -> {} next header {} hop limit {}", address_text(AF_INET6, info.src_ip),
+        address_text(AF_INET6, info.dst_ip), info.ipv6_next_header, info.hop_limit);
+    if (!info.ipv6_parsed)
+        line += ", headers could not be walked";
+    else if (info.ipv6_next_header == 58)
+        line += fmt::format(", ICMPv6 type {}", info.icmpv6_type);
+    else if (info.ipv6_next_header == 17)
+        line += fmt::format(", UDP to port {}", be16_to_cpu(info.udp_dport));
+    return line + (info.rtr_alert ? ", router alert" : "");
+}
+
+std::string fate_line(const Outcome &outcome) {
+    switch (outcome.fate) {
+    case Fate::stopped: {
+        const Decision &stop = *outcome.stopped_by;
+        std::string meaning = reason_words(stop.name, stop.reason);
+        bool to_kernel = stop.flags & (REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT);
+        return fmt::format("stopped by {}, reason {}{}{}; {}", stop.name, stop.reason,
+                           meaning.empty() ? "" : ": ", meaning,
+                           to_kernel ? "given to the IP stack" : "freed");
+    }
+    case Fate::unclaimed:
+        return "unclaimed: nobody stopped it; freed";
+    case Fate::refused:
+        return "refused: a redirect asked for what cannot be done; left with the driver";
+    case Fate::taken:
+        return "taken before the chain";
+    }
+    return {};
+}
+
+// Layers that are not there yet take what they are given and do nothing with it.
+void print_not_yet(const Trace &trace) {
+    u32 asked = 0;
+    for (const Decision &decision : trace.decisions)
+        asked |= decision.flags;
+    asked &= ~static_cast<u32>(REDIRECT_STOP);
+    if (asked & (REDIRECT_FLOOD_L2 | REDIRECT_RESEND_L2))
+        fmt::print("      nothing was sent: this build has no transmit yet\n");
+    if (asked & REDIRECT_STACK_REPLICATE)
+        fmt::print("      nothing was replicated: this unit stands alone\n");
+    if (asked & (REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT))
+        fmt::print("      the frame was freed there: this build has no layer 3 devices yet\n");
+}
+
+class TextReport : public Report {
+public:
+    explicit TextReport(bool verbose) : verbose_(verbose) {}
+
+    void frame(const Outcome &outcome) override {
+        print_head(outcome);
+        for (const std::string &line : outcome.log)
+            fmt::print("   log {}", line);
+        if (!outcome.trace.consulted.empty()) {
+            fmt::print("      {}\n", ethernet_line(outcome));
+            if (std::string line = ip_line(outcome.trace.info); !line.empty())
+                fmt::print("      {}\n", line);
+        }
+        print_chain(outcome.trace);
+        print_not_yet(outcome.trace);
+        fmt::print("    = {}\n\n", fate_line(outcome));
+    }
+
+    void end(const std::map<Fate, std::size_t> &fates) override {
+        std::size_t frames = 0;
+        for (auto [fate, count] : fates)
+            frames += count;
+        fmt::print("{} frame{}", frames, frames == 1 ? "" : "s");
+        for (auto [fate, count] : fates)
+            fmt::print(", {} {}", count, fate_word(fate));
+        fmt::print("\n");
+        print_counters();
+    }
+
+private:
+    static void print_head(const Outcome &outcome) {
+        const CapturedFrame &frame = outcome.frame;
+        fmt::print("frame {}: {} bytes on {}, VLAN {}", outcome.number, frame.bytes.size(),
+                   outcome.port, outcome.vid);
+        if (frame.length > frame.bytes.size())
+            fmt::print(" (cut short: {} on the wire)", frame.length);
+        fmt::print("{}{}\n", frame.comment.empty() ? "" : "  # ", frame.comment);
+    }
+
+    void print_chain(const Trace &trace) const {
+        for (u32 slot : trace.consulted) {
+            auto decision = std::find_if(trace.decisions.begin(), trace.decisions.end(),
+                                         [&](const Decision &one) { return one.slot == slot; });
+            if (decision != trace.decisions.end())
+                print_decision(*decision);
+            else if (verbose_)
+                fmt::print("      slot {:>2} {:<20} no\n", slot, packet_redirects[slot]->name);
+        }
+    }
+
+    static void print_decision(const Decision &decision) {
+        fmt::print("      slot {:>2} {:<20} {}", decision.slot, decision.name,
+                   flag_words(decision.flags));
+        if (decision.flags & REDIRECT_STOP) {
+            std::string meaning = reason_words(decision.name, decision.reason);
+            fmt::print("; reason {}{}{}", decision.reason, meaning.empty() ? "" : ": ", meaning);
+        }
+        fmt::print("\n");
+    }
+
+    // Only redirects that did something: all others were asked and said no.
+    static void print_counters() {
+        fmt::print("\n{:<20} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6}  {}\n", "redirect", "asked",
+                   "stops", "posts", "kernel", "flood", "resend", "stack", "reasons");
+        for (const u8 *slot = process_packet_rxs.data(); *slot != REDIRECT_ORDER_END; slot++) {
+            const packet_redirect *one = packet_redirects[*slot];
+            if (!one ||
+                one->stops + one->userspace + one->flood_l2 + one->resend_l2 + one->stack_rep == 0)
+                continue;
+            fmt::print("{:<20} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6} ", one->name,
+                       one->inspects, one->stops, one->userspace, one->kernel + one->kernel_port,
+                       one->flood_l2, one->resend_l2, one->stack_rep);
+            for (u32 reason = 0; reason < REDIRECT_REASONS; reason++)
+                if (one->stop_reasons[reason])
+                    fmt::print(" {}:{}", reason, one->stop_reasons[reason]);
+            fmt::print("\n");
+        }
+    }
+
+    bool verbose_;
+};
+
+} // namespace
+
+std::unique_ptr<Report> text_report(bool verbose) {
+    return std::make_unique<TextReport>(verbose);
+}
+
+} // namespace replay

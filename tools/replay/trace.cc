@@ -1,0 +1,50 @@
+#include "replay/trace.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace replay {
+
+namespace {
+
+using Match = i32 (*)(tarn_pkt_info *, redirect_instruct *);
+
+std::array<Match, REDIRECT_SLOTS> asked_for{};
+Trace current;
+
+template <u32 Slot>
+i32 traced(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (current.consulted.empty())
+        current.info = *info;
+    current.consulted.push_back(Slot);
+    i32 result = asked_for[Slot](info, instruct);
+    if (instruct->flags != 0) {
+        const char *name = packet_redirects[Slot]->name;
+        current.decisions.push_back(
+            {Slot, {name, strnlen(name, REDIRECT_NAME_SIZE)}, instruct->flags, instruct->reason});
+    }
+    return result;
+}
+
+template <u32... Slots>
+void lead_through(std::integer_sequence<u32, Slots...>) {
+    constexpr std::array<Match, sizeof...(Slots)> ours{traced<Slots>...};
+    for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++) {
+        if (!packet_redirects[slot])
+            continue;
+        asked_for[slot] = std::exchange(packet_redirects[slot]->match, ours[slot]);
+    }
+}
+
+} // namespace
+
+void trace_start() {
+    lead_through(std::make_integer_sequence<u32, REDIRECT_SLOTS>{});
+}
+
+Trace trace_take() {
+    return std::exchange(current, {});
+}
+
+} // namespace replay
