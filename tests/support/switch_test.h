@@ -92,10 +92,10 @@ protected:
     seams::Record &calls() { return seams::record(); }
 
     void expect_nothing_leaked();
-
-private:
+    // From here on, what is there now is what is expected.
     void remember();
 
+  private:
     tarn_if *port1_ = nullptr;
     tarn_if *vlan1_ = nullptr;
     userlevel::snapshot before_;

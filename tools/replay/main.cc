@@ -3,13 +3,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <exception>
+
 namespace {
 
 constexpr int USAGE_ERROR = 2;
 
-} // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
     replay::Options options;
     bool list = false;
     CLI::App app{"Offers each frame of a capture to the switch and tells what became of it.\n\n"
@@ -40,4 +41,15 @@ int main(int argc, char **argv) {
         return app.exit(error) == 0 ? 0 : USAGE_ERROR;
     }
     return list ? replay::list_redirects() : replay::replay(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "tarn-replay: %s\n", error.what());
+        return 1;
+    }
 }
