@@ -1,0 +1,160 @@
+// The start of the module, and the catalogue of what it registers.
+#include "support/switch_test.h"
+
+#include "module/tarn_module.h"
+
+#include <algorithm>
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+namespace {
+
+std::vector<int> slots(const u8 *order) {
+    std::vector<int> all;
+    for (; *order != REDIRECT_ORDER_END; order++)
+        all.push_back(*order);
+    return all;
+}
+
+TEST(OrderTables, name_the_slots_in_the_order_they_are_asked) {
+    EXPECT_THAT(slots(process_packet_rxs.data()),
+                ElementsAreArray({49, 50, 28, 8,  3,  31, 5,  6,  0,  9,  10, 12, 7,  13, 14, 19,
+                                  15, 16, 17, 23, 22, 18, 20, 21, 24, 25, 26, 29, 27, 30, 32, 33,
+                                  34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48}));
+    EXPECT_THAT(slots(process_packet_modify_rx.data()),
+                ElementsAre(45, 1, 2, 31, 4, 9, 11, 40, 41, 42, 25));
+    EXPECT_THAT(slots(process_packet_modify_tx.data()), ElementsAre(0, 39, 9, 21, 30));
+    EXPECT_THAT(slots(process_packet_rxs_ip.data()), ElementsAre(0, 9, 7, 30, 32, 33, 36, 38, 41));
+    EXPECT_THAT(slots(process_packet_rxs_eth.data()), ElementsAre(7, 30, 19, 32));
+}
+
+TEST(OrderTables, end_with_their_last_entry) {
+    EXPECT_EQ(process_packet_rxs.back(), REDIRECT_ORDER_END);
+    EXPECT_EQ(process_packet_modify_rx.back(), REDIRECT_ORDER_END);
+    EXPECT_EQ(process_packet_modify_tx.back(), REDIRECT_ORDER_END);
+    EXPECT_EQ(process_packet_rxs_ip.back(), REDIRECT_ORDER_END);
+    EXPECT_EQ(process_packet_rxs_eth.back(), REDIRECT_ORDER_END);
+}
+
+TEST(OrderTables, replication_types_have_names) {
+    EXPECT_THAT(stack_repl_strings,
+                ElementsAre(::testing::StrEq("Default"), ::testing::StrEq("STP"),
+                            ::testing::StrEq("RYKE"), ::testing::StrEq("MRP"),
+                            ::testing::StrEq("CFM"), ::testing::StrEq("LACP"),
+                            ::testing::StrEq("ISIS"), ::testing::StrEq("Profinet"),
+                            ::testing::StrEq("Mcast"), ::testing::StrEq("sFlow"),
+                            ::testing::StrEq("BcExc"), ::testing::StrEq("PortAuth")));
+}
+
+TEST(BeforeStart, no_slot_is_taken) {
+    for (const packet_redirect *redirect : packet_redirects)
+        EXPECT_EQ(redirect, nullptr);
+}
+
+// A row of the catalogue. Slots whose redirect lands later are empty until then.
+struct Row {
+    u32 slot;
+    const char *name;
+    u32 skip;
+    bool enabled, posts, modifies_rx, modifies_tx;
+};
+
+constexpr u32 ALL_L3 = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6;
+const Row CATALOGUE[] = {
+    {0, "orvo-bridge", 0, true, false, false, true},
+    {3, "remote-mirror", 0, false, false, false, false},
+    {7, "l2drop", 0, true, false, false, false},
+    {11, "pbrMark", 0, true, false, true, false},
+    {26, "grasp", SKIP_ARP | SKIP_IPV4, true, false, false, false},
+    {28, "dos", 0, true, true, false, false},
+    {30, "l3drop", 0, false, false, false, true},
+    {31, "filterMatchCpuCode", 0, true, false, true, false},
+    {37, "pim", SKIP_ARP, true, false, false, false},
+    {38, "vrrp", SKIP_ARP, true, false, false, false},
+    {47, "pppoe", ALL_L3, true, false, false, false},
+    {49, "vlan_local", 0, true, false, false, false},
+    {50, "ptp", 0, false, false, false, false},
+};
+
+TEST(Start, fills_the_catalogue) {
+    ASSERT_EQ(init_module(), 0);
+    std::size_t filled = 0;
+    for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++)
+        filled += packet_redirects[slot] != nullptr;
+    EXPECT_EQ(filled, std::size(CATALOGUE));
+
+    for (const Row &row : CATALOGUE) {
+        const packet_redirect *redirect = packet_redirects[row.slot];
+        ASSERT_NE(redirect, nullptr) << row.name;
+        EXPECT_STREQ(redirect->name, row.name);
+        EXPECT_EQ(redirect->skip_protocols, row.skip) << row.name;
+        EXPECT_EQ(redirect->enabled, row.enabled) << row.name;
+        EXPECT_EQ(redirect->stack_repl_type, STACK_REPL_DEFAULT) << row.name;
+        EXPECT_EQ(redirect->post != tarn_pkt_packet_post_dummy, row.posts) << row.name;
+        EXPECT_EQ(redirect->modify_rx != nullptr, row.modifies_rx) << row.name;
+        EXPECT_EQ(redirect->modify_tx != nullptr, row.modifies_tx) << row.name;
+        EXPECT_EQ(redirect->pre_post_modify, nullptr) << row.name;
+    }
+    EXPECT_TRUE(userlevel::log_take().empty());
+}
+
+// Records are allocated as they are registered, so their serial numbers tell the order of the
+// starts.
+TEST(Start, registers_in_the_order_of_the_start_sequence) {
+    ASSERT_EQ(init_module(), 0);
+    std::vector<std::pair<u64, std::string>> started;
+    for (const userlevel::object &object : userlevel::live())
+        for (const packet_redirect *redirect : packet_redirects)
+            if (redirect == object.address)
+                started.emplace_back(object.serial, redirect->name);
+    std::sort(started.begin(), started.end());
+    std::vector<std::string> names;
+    for (auto &[serial, name] : started)
+        names.push_back(name);
+    EXPECT_THAT(names, ElementsAre("vrrp", "pim", "pppoe", "orvo-bridge", "remote-mirror", "l2drop",
+                                   "l3drop", "filterMatchCpuCode", "pbrMark", "dos", "grasp",
+                                   "vlan_local", "ptp"));
+}
+
+TEST(Start, redirects_are_there_before_the_database) {
+    ASSERT_EQ(tarn_os_init(), 0);
+    EXPECT_NE(packet_redirects[50], nullptr);
+    EXPECT_EQ(p_tarn_if_db, nullptr);
+    ASSERT_EQ(tarn_init(), 0);
+    EXPECT_NE(p_tarn_if_db, nullptr);
+    userlevel::log_take();
+}
+
+// Whatever allocation fails, the load goes on with what is left.
+TEST(Start, survives_every_failed_allocation) {
+    ASSERT_EQ(init_module(), 0);
+    u64 needed = userlevel::allocations_made();
+    userlevel::log_take();
+    ASSERT_GT(needed, std::size(CATALOGUE));
+    for (u64 n = 1; n <= needed; n++) {
+        EXPECT_EXIT(
+            {
+                // A fresh process in all but memory: forget what the first start registered.
+                std::fill(packet_redirects.begin(), packet_redirects.end(), nullptr);
+                userlevel::fail_allocation(n);
+                int result = init_module();
+                userlevel::fail_allocation(0);
+                sk_buff *skb = userlevel::frame_make(Frame().build());
+                tarn_rx_meta meta{};
+                u32 taken = rxtx_hw_packet_recv(skb, 5001, 1, &meta);
+                std::_Exit(result == 0 && taken == 0 ? 0 : 1);
+            },
+            ::testing::ExitedWithCode(0), "")
+            << "allocation " << n;
+    }
+}
+
+TEST(Start, without_the_node_cache_no_interface_can_be_installed) {
+    userlevel::fail_allocation(1); // the cache is the first thing that the start asks for
+    ASSERT_EQ(init_module(), 0);
+    EXPECT_EXIT(plain_switch::add_port(1), ::testing::ExitedWithCode(1), "error -206");
+}
+
+} // namespace
