@@ -21,9 +21,11 @@ int run(int argc, char **argv) {
         app.add_option("FILE", options.file, "capture to replay: pcap or pcapng, Ethernet");
     app.add_flag("--list", list, "list the redirects in the order they are asked, and end");
     app.add_option("--enable", options.enable, "turn a redirect on (may be given again)")
-        ->type_name("NAME");
+        ->type_name("NAME")
+        ->allow_extra_args(false);
     app.add_option("--disable", options.disable, "turn a redirect off (may be given again)")
-        ->type_name("NAME");
+        ->type_name("NAME")
+        ->allow_extra_args(false);
     app.add_option("--code", options.code, "class of the CPU trap that each frame arrives with");
     app.add_option("--flags", options.flags, "trap flags, such as 0x40 for denial of service");
     app.add_option("--extra", options.extra, "argument of the trap");

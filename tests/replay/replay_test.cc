@@ -1,0 +1,451 @@
+// tarn-replay, run as people run it. Each run is a process of its own.
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+using json = nlohmann::json;
+
+Bytes operator+(Bytes left, const Bytes &right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+struct Result {
+    int status;
+    std::string output, errors;
+};
+
+std::string contents(const fs::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Replay : public ::testing::Test {
+protected:
+    Replay() : folder_(fs::temp_directory_path() / ("tarn-replay-" + std::to_string(getpid()))) {
+        fs::create_directories(folder_);
+    }
+    ~Replay() override { fs::remove_all(folder_); }
+
+    Result run_tool(const std::string &tool, const std::string &arguments) {
+        fs::path out = folder_ / "out", err = folder_ / "err";
+        std::string command = tool + " " + arguments + " >" + out.string() + " 2>" + err.string();
+        int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : 128, contents(out), contents(err)};
+    }
+    Result replay(const fs::path &file, const std::string &options = "") {
+        return run_tool(TARN_REPLAY, options + " '" + file.string() + "'");
+    }
+    std::vector<json> replay_json(const fs::path &file, const std::string &options = "") {
+        Result result = replay(file, "--json " + options);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        std::vector<json> lines;
+        std::istringstream text(result.output);
+        for (std::string line; std::getline(text, line);)
+            lines.push_back(json::parse(line));
+        return lines;
+    }
+    fs::path file(const Bytes &bytes, const std::string &name = "capture") {
+        fs::path path = folder_ / name;
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char *>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+        return path;
+    }
+
+    // Fields in either byte order.
+    Bytes u32(std::uint32_t value) const {
+        Bytes bytes{static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+                    static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
+        if (big_endian)
+            std::reverse(bytes.begin(), bytes.end());
+        return bytes;
+    }
+    Bytes u16(std::uint16_t value) const {
+        Bytes bytes{static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)};
+        if (big_endian)
+            std::reverse(bytes.begin(), bytes.end());
+        return bytes;
+    }
+    Bytes pcap_header(std::uint32_t magic = 0xA1B2C3D4, std::uint32_t link = 1) const {
+        return u32(magic) + u16(2) + u16(4) + u32(0) + u32(0) + u32(65535) + u32(link);
+    }
+    Bytes pcap_packet(const Bytes &frame, std::uint32_t wire = 0) const {
+        auto length = static_cast<std::uint32_t>(frame.size());
+        return u32(0) + u32(0) + u32(length) + u32(wire ? wire : length) + frame;
+    }
+    Bytes pcap(const std::vector<Bytes> &frames) const {
+        Bytes all = pcap_header();
+        for (const Bytes &frame : frames)
+            all = all + pcap_packet(frame);
+        return all;
+    }
+    Bytes block(std::uint32_t type, Bytes body) const {
+        body.resize((body.size() + 3) & ~std::size_t{3});
+        auto length = static_cast<std::uint32_t>(body.size() + 12);
+        return u32(type) + u32(length) + body + u32(length);
+    }
+    Bytes section() const {
+        return block(0x0A0D0D0A, u32(0x1A2B3C4D) + u16(1) + u16(0) + u32(~0u) + u32(~0u));
+    }
+    Bytes interface(std::uint16_t link = 1) const { return block(1, u16(link) + u16(0) + u32(0)); }
+    Bytes packet(std::uint32_t interface, const Bytes &frame) const {
+        auto length = static_cast<std::uint32_t>(frame.size());
+        return block(6, u32(interface) + u32(0) + u32(0) + u32(length) + u32(length) + frame);
+    }
+    static Bytes frame(Bytes source, std::uint16_t type, std::size_t length = 60) {
+        Bytes bytes{2, 0, 0, 0, 0, 1};
+        bytes = bytes + source;
+        bytes.push_back(static_cast<std::uint8_t>(type >> 8));
+        bytes.push_back(static_cast<std::uint8_t>(type));
+        bytes.resize(length);
+        return bytes;
+    }
+
+    bool big_endian = false;
+    const Bytes host{2, 0, 0, 0, 0, 0x99};
+    const Bytes zero = Bytes(6);
+
+private:
+    fs::path folder_;
+};
+
+TEST_F(Replay, prints_one_json_object_a_line) {
+    Result result = replay(file(pcap({frame(zero, 0x8809)})), "--json");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output,
+              R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x8809","fate":"stopped",)"
+              R"("by":"l2drop","slot":7,"reason":3,)"
+              R"("chain":[{"slot":7,"name":"l2drop","flags":4,"reason":3}],)"
+              R"("sent":[],"kernel":[],"sockets":[]})"
+              "\n");
+}
+
+TEST_F(Replay, names_who_stopped_a_frame_only_where_somebody_did) {
+    Result result = replay(file(pcap({frame(host, 0x9000)})), "--json");
+    EXPECT_EQ(
+        result.output,
+        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x9000","fate":"unclaimed",)"
+        R"("chain":[],"sent":[],"kernel":[],"sockets":[]})"
+        "\n");
+}
+
+TEST_F(Replay, explains_a_frame_in_words) {
+    Result result = replay(file(pcap({frame(zero, 0x8809)})));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output, HasSubstr("frame 1: 60 bytes on port1, VLAN 1\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("00:00:00:00:00:00 -> 02:00:00:00:00:01  type 0x8809 slow protocols\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("slot  7 l2drop               stop; reason 3: source MAC is zero\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("= stopped by l2drop, reason 3: source MAC is zero; freed\n"));
+    EXPECT_THAT(result.output, HasSubstr("1 frame, 1 stopped\n"));
+    EXPECT_THAT(result.output, HasSubstr("l2drop                    1      1"));
+}
+
+TEST_F(Replay, reads_pcap_in_both_byte_orders_and_resolutions) {
+    for (bool big : {false, true})
+        for (std::uint32_t magic : {0xA1B2C3D4u, 0xA1B23C4Du}) {
+            big_endian = big;
+            auto lines = replay_json(file(pcap_header(magic) + pcap_packet(frame(zero, 0x8809))));
+            ASSERT_THAT(lines, SizeIs(1));
+            EXPECT_EQ(lines[0]["by"], "l2drop");
+        }
+}
+
+TEST_F(Replay, reads_pcapng_in_both_byte_orders) {
+    for (bool big : {false, true}) {
+        big_endian = big;
+        auto lines =
+            replay_json(file(section() + interface() + interface() + packet(0, frame(host, 1)) +
+                             packet(1, frame(zero, 2)) + block(5, u32(0))));
+        ASSERT_THAT(lines, SizeIs(2));
+        EXPECT_EQ(lines[0]["port"], "port1");
+        EXPECT_EQ(lines[1]["port"], "port2");
+        EXPECT_EQ(lines[1]["fate"], "stopped");
+    }
+}
+
+TEST_F(Replay, reads_simple_and_old_packet_blocks) {
+    Bytes old = block(2, u16(1) + u16(0) + u32(0) + u32(0) + u32(60) + u32(60) + frame(host, 7));
+    Bytes simple = block(3, u32(60) + frame(host, 8));
+    auto lines = replay_json(file(section() + interface() + interface() + old + simple));
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[0]["port"], "port2");
+    EXPECT_EQ(lines[0]["ethertype"], "0x0007");
+    EXPECT_EQ(lines[1]["port"], "port1");
+    EXPECT_EQ(lines[1]["len"], 60);
+}
+
+TEST_F(Replay, a_second_section_numbers_its_interfaces_on) {
+    auto lines = replay_json(file(section() + interface() + packet(0, frame(host, 1)) + section() +
+                                  interface() + packet(0, frame(host, 1))));
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[1]["port"], "port2");
+}
+
+TEST_F(Replay, prints_the_comment_of_a_frame) {
+    Bytes options = u16(1) + u16(5) + Bytes{'h', 'e', 'l', 'l', 'o', 0, 0, 0} + u16(0) + u16(0);
+    Bytes commented =
+        block(6, u32(0) + u32(0) + u32(0) + u32(60) + u32(60) + frame(host, 1) + options);
+    EXPECT_THAT(replay(file(section() + interface() + commented)).output, HasSubstr("  # hello\n"));
+}
+
+TEST_F(Replay, the_vlan_is_that_of_the_tag) {
+    Bytes tagged = frame(host, 0x8100);
+    tagged[14] = 0xE0; // priority 7
+    tagged[15] = 20;
+    tagged[16] = 0x08;
+    auto lines = replay_json(file(pcap({tagged, frame(host, 0x0800)})));
+    EXPECT_EQ(lines[0]["vid"], 20);
+    EXPECT_EQ(lines[0]["ethertype"], "0x0800");
+    EXPECT_EQ(lines[1]["vid"], 1);
+    EXPECT_THAT(replay(file(pcap({tagged}))).output, HasSubstr(", tag VID 20 priority 7\n"));
+}
+
+TEST_F(Replay, a_priority_tag_names_no_vlan) {
+    Bytes tagged = frame(host, 0x8100);
+    tagged[14] = 0xE0;
+    EXPECT_EQ(replay_json(file(pcap({tagged})))[0]["vid"], 1);
+}
+
+TEST_F(Replay, looks_behind_two_tags) {
+    Bytes tagged = frame(host, 0x8100);
+    tagged[15] = 20;
+    tagged[16] = 0x81;
+    tagged[19] = 30;
+    tagged[20] = 0x88;
+    tagged[21] = 0xCC;
+    auto lines = replay_json(file(pcap({tagged})));
+    EXPECT_EQ(lines[0]["vid"], 20);
+    EXPECT_EQ(lines[0]["ethertype"], "0x88cc");
+}
+
+TEST_F(Replay, every_port_is_a_member_of_every_vlan) {
+    Bytes tagged = frame(host, 0x8100);
+    tagged[15] = 20;
+    Result result = replay(file(pcap({tagged, frame(host, 1)})));
+    EXPECT_THAT(result.output, Not(HasSubstr("no member")));
+}
+
+TEST_F(Replay, takes_runts_and_jumbo_frames) {
+    std::vector<Bytes> frames;
+    for (std::size_t length : {1u, 6u, 12u, 13u, 14u, 9216u})
+        frames.push_back(frame(host, 0x0800, length));
+    auto lines = replay_json(file(pcap(frames)));
+    ASSERT_THAT(lines, SizeIs(6));
+    EXPECT_EQ(lines[1]["by"], "l2drop"); // no source: zero
+    EXPECT_EQ(lines[5]["len"], 9216);
+}
+
+TEST_F(Replay, takes_frames_of_no_length) {
+    auto lines = replay_json(file(section() + interface() + packet(0, {})));
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(lines[0]["reason"], 3);
+}
+
+TEST_F(Replay, a_frame_captured_in_part_is_offered_in_part) {
+    Result result = replay(file(pcap_header() + pcap_packet(frame(host, 0x0800, 20), 1000)));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output,
+                HasSubstr("frame 1: 20 bytes on port1, VLAN 1 (cut short: 1000 on the wire)"));
+}
+
+TEST_F(Replay, a_capture_without_frames_is_replayed) {
+    for (const Bytes &empty : {pcap({}), section(), section() + interface()}) {
+        Result result = replay(file(empty));
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_THAT(result.output, StartsWith("0 frames\n"));
+        EXPECT_THAT(replay_json(file(empty)), IsEmpty());
+    }
+}
+
+TEST_F(Replay, what_is_no_capture_is_refused) {
+    Result result = replay(file({'h', 'e', 'l', 'l', 'o'}, "text"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors,
+                AllOf(StartsWith("tarn-replay: "),
+                      HasSubstr("text: not a capture file (first bytes 68 65 6c 6c); "
+                                "pcap and pcapng are read\n")));
+}
+
+TEST_F(Replay, files_without_bytes_and_files_that_are_not_there_are_refused) {
+    Result result = replay(file({}));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("not a capture file: it has no bytes at all"));
+    EXPECT_THAT(replay(file({1, 2})).errors, HasSubstr("it ends after a few bytes"));
+    result = replay("/nowhere/at/all");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("/nowhere/at/all: No such file or directory"));
+    EXPECT_EQ(replay("/").status, 1);
+}
+
+TEST_F(Replay, other_link_types_are_refused_by_name) {
+    Result result = replay(file(pcap_header(0xA1B2C3D4, 105)));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors,
+                AllOf(HasSubstr("link type 105 (802.11"), HasSubstr("only Ethernet is read")));
+    result = replay(file(section() + interface(105) + packet(0, frame(host, 1))));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("interface 0 has link type 105; only Ethernet is read"));
+}
+
+TEST_F(Replay, frames_before_the_damage_are_replayed) {
+    Bytes good = pcap({frame(zero, 1), frame(zero, 1)});
+    good.resize(good.size() - 10);
+    Result result = replay(file(good), "--json");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("\"frame\":1"), Not(HasSubstr("\"frame\":2"))));
+    EXPECT_THAT(result.errors, HasSubstr("truncated"));
+
+    good = section() + interface() + packet(0, frame(zero, 1)) + packet(0, frame(zero, 1));
+    good.resize(good.size() - 10);
+    result = replay(file(good));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("1 frame, 1 stopped\n"));
+    EXPECT_THAT(result.errors, HasSubstr("damaged at byte 140: the file ends within a block"));
+}
+
+TEST_F(Replay, damage_is_told_where_it_is) {
+    struct Row {
+        Bytes bytes;
+        const char *says;
+    };
+    Bytes no_order = section();
+    no_order[8] = 0;
+    Bytes odd = section() + interface();
+    odd[28 + 4] = 21;
+    Bytes differs = section() + interface();
+    differs[differs.size() - 4] = 99;
+    Bytes tiny = section() + u32(1) + u32(8) + u32(8);
+    for (const Row &row :
+         {Row{no_order, "the section has no byte order"},
+          Row{odd, "a block cannot be 21 bytes long"}, Row{tiny, "a block cannot be 8 bytes long"},
+          Row{differs, "the two lengths of a block differ"},
+          Row{section() + packet(0, frame(host, 1)), "names interface 0, which is not described"},
+          Row{section() + block(1, u16(1)), "an interface description is too short"},
+          Row{section() + interface() + block(6, u32(0)), "a packet is too short for its header"},
+          Row{section() + interface() + block(3, {}), "a packet is too short for its header"},
+          Row{section() + interface() + block(6, u32(0) + u32(0) + u32(0) + u32(999) + u32(999)),
+              "a packet of 999 bytes in a block of 20"}}) {
+        Result result = replay(file(row.bytes));
+        EXPECT_EQ(result.status, 1) << row.says;
+        EXPECT_THAT(result.errors, AllOf(HasSubstr("damaged at byte "), HasSubstr(row.says)));
+    }
+}
+
+TEST_F(Replay, redirects_are_turned_on_and_off_by_name) {
+    fs::path path = file(pcap({frame(zero, 0x88F7)}));
+    EXPECT_EQ(replay_json(path)[0]["by"], "l2drop");
+    EXPECT_EQ(replay_json(path, "--disable l2drop")[0]["fate"], "unclaimed");
+    auto lines = replay_json(path, "--enable ptp --disable l2drop");
+    EXPECT_EQ(lines[0]["by"], "ptp");
+    EXPECT_EQ(lines[0]["chain"][0]["flags"], 0x44);
+}
+
+TEST_F(Replay, an_unknown_redirect_is_refused_with_those_that_exist) {
+    Result result = replay(file(pcap({})), "--enable nobody");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.errors, AllOf(HasSubstr("there is no redirect 'nobody'; there are:"),
+                                     HasSubstr(" l2drop")));
+}
+
+TEST_F(Replay, the_metadata_can_be_set) {
+    fs::path path = file(pcap({frame(host, 0x9000)}));
+    EXPECT_THAT(replay_json(path, "--flags 8")[0]["chain"], IsEmpty());
+    auto lines = replay_json(path, "--flags 8 --code 10");
+    EXPECT_EQ(lines[0]["by"], "filterMatchCpuCode");
+    lines = replay_json(path, "--flags 0x40 --extra 3");
+    EXPECT_EQ(lines[0]["chain"][0]["name"], "dos");
+    EXPECT_EQ(lines[0]["fate"], "unclaimed");
+    Result result = replay(path, "--queue 6 --rx-flags 1 --debug");
+    EXPECT_THAT(result.output, HasSubstr("log RxPkt(00001) Q:6 vid:1 port1 cpuC:0 len:60\n"));
+}
+
+TEST_F(Replay, shows_all_who_were_asked) {
+    Result result = replay(file(pcap({frame(host, 0x9000)})), "--verbose");
+    EXPECT_THAT(result.output,
+                AllOf(HasSubstr("slot 49 vlan_local           no\n"),
+                      HasSubstr("slot 47 pppoe                no\n"), Not(HasSubstr("ptp"))));
+}
+
+TEST_F(Replay, lists_the_redirects_in_the_order_they_are_asked) {
+    Result result = run_tool(TARN_REPLAY, "--list");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_LT(result.output.find("vlan_local"), result.output.find("ptp"));
+    EXPECT_THAT(result.output,
+                HasSubstr("   46  pppoe                   47  yes       ARP IPv4 IPv6\n"));
+}
+
+TEST_F(Replay, usage_errors_say_so) {
+    EXPECT_EQ(run_tool(TARN_REPLAY, "").status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--flags x file").status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--rx-flags 256 file").status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--nonsense file").status, 2);
+    Result help = run_tool(TARN_REPLAY, "--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, HasSubstr("--disable NAME"));
+}
+
+TEST_F(Replay, the_projects_own_capture_shows_every_kind_of_frame) {
+    fs::path path = fs::temp_directory_path() / ("tarn-demo-" + std::to_string(getpid()));
+    ASSERT_EQ(run_tool(TARN_MAKE_DEMO, path.string()).status, 0);
+    auto lines = replay_json(path);
+    std::vector<std::string> fates;
+    for (const json &line : lines)
+        fates.push_back(line.contains("by") ? line["by"].get<std::string>() : "-");
+    EXPECT_THAT(fates, ElementsAre("-", "l2drop", "l2drop", "l2drop", "-", "-", "-", "vrrp",
+                                   "pppoe", "grasp", "-", "-", "-", "-", "-", "-", "-"));
+    EXPECT_EQ(lines[6]["chain"][0]["name"], "pim");
+    EXPECT_EQ(lines[11]["chain"][0]["name"], "dos");
+    EXPECT_EQ(lines[4]["vid"], 10);
+    EXPECT_EQ(lines[16]["len"], 9216);
+    fs::remove(path);
+    EXPECT_EQ(run_tool(TARN_MAKE_DEMO, "/nowhere/file").status, 1);
+    EXPECT_EQ(run_tool(TARN_MAKE_DEMO, "").status, 2);
+}
+
+// Captures of real control traffic, where somebody has put them beside the checkout.
+TEST_F(Replay, real_captures_are_accounted_for_frame_by_frame) {
+    fs::path folder = fs::path(SOURCE_FOLDER).parent_path() / "shared" / "captures";
+    if (!fs::is_directory(folder))
+        GTEST_SKIP() << "there are no captures in " << folder;
+    std::size_t files = 0;
+    for (const auto &entry : fs::directory_iterator(folder)) {
+        if (entry.path().extension() != ".pcap")
+            continue;
+        files++;
+        auto lines = replay_json(entry.path());
+        EXPECT_FALSE(lines.empty()) << entry.path();
+        for (const json &line : lines)
+            EXPECT_THAT((std::vector<std::string>{"stopped", "unclaimed"}),
+                        ::testing::Contains(line["fate"].get<std::string>()));
+    }
+    EXPECT_GT(files, 0u);
+}
+
+} // namespace
