@@ -33,8 +33,9 @@ inline bool refcount_inc_not_zero(refcount_t *count) {
     do {
         if (old == 0)
             return false;
-    } while (!__atomic_compare_exchange_n(&count->refs, &old, old + 1, true, __ATOMIC_RELAXED,
-                                          __ATOMIC_RELAXED));
+    } while (!__atomic_compare_exchange_n(&count->refs, &old,
+                                          static_cast<i32>(static_cast<u32>(old) + 1), true,
+                                          __ATOMIC_RELAXED, __ATOMIC_RELAXED));
     if (old < 0 || old == __INT32_MAX__)
         refcount_warn_saturate(count, REFCOUNT_ADD_NOT_ZERO_OVF);
     return true;
