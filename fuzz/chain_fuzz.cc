@@ -1,5 +1,6 @@
 // Frames as the driver hands them in: the first bytes are the metadata, the rest is the frame.
 #include "control.h"
+#include "kernel/memory.h"
 #include "kernel/skb.h"
 #include "module/tarn_module.h"
 #include "pkt/pkt_debug.h"

@@ -95,7 +95,7 @@ protected:
     // From here on, what is there now is what is expected.
     void remember();
 
-  private:
+private:
     tarn_if *port1_ = nullptr;
     tarn_if *vlan1_ = nullptr;
     userlevel::snapshot before_;
