@@ -3,11 +3,13 @@
  * programs it was given, reports how each ended, and restarts, which ends the machine.
  *
  * /lab/modules   modules to load, a path a line
- * /lab/programs  programs to run, one after another: a path a line, then its arguments, a line each,
- *                then an empty line
+ * /lab/programs  programs to run, one after another: how many words, the path, its arguments, each
+ *                ended by a zero byte, so that any word can be one
+ * /lab/busybox   where it is: a shell on /dev/hvc0 instead of the programs
  *
  * The host listens on three ports: standard output and standard error of the programs, and reports
- * ("ready", "exit NAME STATUS", "done"). The console is left to the kernel log.
+ * ("ready", "exit NAME STATUS", "done"). Their standard input is empty. The console is left to the
+ * kernel log.
  */
 #include <errno.h>
 #include <fcntl.h>
@@ -15,6 +17,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/stat.h>
@@ -22,7 +25,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#define MOST_ARGUMENTS 64
 #define LINE 4096
 
 static int reports = -1;
@@ -73,7 +75,7 @@ static void load(const char *path)
 
 static void load_modules(void)
 {
-	FILE *list = fopen("/lab/modules", "r");
+	FILE *list = fopen("/lab/modules", "re");
 	char path[LINE];
 
 	while (list && fgets(path, sizeof(path), list)) {
@@ -84,43 +86,91 @@ static void load_modules(void)
 		fclose(list);
 }
 
-static int run(char **arguments, int output, int errors)
+static int wait_for(pid_t child)
 {
 	int status;
+
+	if (child < 0 || waitpid(child, &status, 0) != child)
+		return 127;
+	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+static int run(char **arguments, int output, int errors)
+{
 	pid_t child = fork();
 
 	if (child == 0) {
+		/* Nobody writes to the console: a program that reads it would wait for ever. */
+		dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
 		dup2(output, STDOUT_FILENO);
 		dup2(errors, STDERR_FILENO);
 		execv(arguments[0], arguments);
 		dprintf(STDERR_FILENO, "cannot run %s: %s\n", arguments[0], strerror(errno));
 		_exit(127);
 	}
-	if (child < 0 || waitpid(child, &status, 0) != child)
-		return 127;
-	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	return wait_for(child);
+}
+
+/* The next word of the list, the caller's to free; null at the end. */
+static char *next_word(FILE *list)
+{
+	char *word = NULL;
+	size_t size = 0;
+
+	if (getdelim(&word, &size, '\0', list) >= 0)
+		return word;
+	free(word);
+	return NULL;
 }
 
 static void run_programs(int output, int errors)
 {
-	FILE *list = fopen("/lab/programs", "r");
-	char *arguments[MOST_ARGUMENTS + 1];
-	char line[LINE];
-	int count = 0;
+	FILE *list = fopen("/lab/programs", "re");
+	char *count;
 
-	while (list && fgets(line, sizeof(line), list)) {
-		line[strcspn(line, "\n")] = '\0';
-		if (line[0] != '\0' && count < MOST_ARGUMENTS) {
-			arguments[count++] = strdup(line);
-			continue;
-		}
-		if (count == 0)
-			continue;
-		arguments[count] = NULL;
+	while (list && (count = next_word(list))) {
+		int words = atoi(count);
+		char **arguments = calloc(words + 1, sizeof(*arguments));
+
+		for (int i = 0; i < words; i++)
+			arguments[i] = next_word(list);
 		report("exit %s %d\n", arguments[0], run(arguments, output, errors));
-		while (count > 0)
-			free(arguments[--count]);
+		for (int i = 0; i < words; i++)
+			free(arguments[i]);
+		free(arguments);
+		free(count);
 	}
+	if (list)
+		fclose(list);
+}
+
+static void run_shell(void)
+{
+	pid_t child;
+
+	mkdir("/bin", 0755);
+	child = fork();
+	if (child == 0) {
+		execl("/lab/busybox", "busybox", "--install", "-s", "/bin", NULL);
+		_exit(127);
+	}
+	wait_for(child);
+
+	child = fork();
+	if (child == 0) {
+		int terminal;
+
+		setsid();
+		terminal = open("/dev/hvc0", O_RDWR);
+		ioctl(terminal, TIOCSCTTY, 0);
+		for (int file = STDIN_FILENO; file <= STDERR_FILENO; file++)
+			dup2(terminal, file);
+		setenv("PATH", "/bin:/lab", 1);
+		setenv("PS1", "lab:\\w# ", 1);
+		execl("/lab/busybox", "sh", NULL);
+		_exit(127);
+	}
+	report("exit shell %d\n", wait_for(child));
 }
 
 int main(void)
@@ -140,7 +190,10 @@ int main(void)
 	if (output >= 0 && errors >= 0 && reports >= 0) {
 		report("ready\n");
 		load_modules();
-		run_programs(output, errors);
+		if (access("/lab/busybox", X_OK) == 0)
+			run_shell();
+		else
+			run_programs(output, errors);
 		report("done\n");
 	}
 	sync();
