@@ -12,7 +12,8 @@
  *   member IFINDEX VID       makes the port a member
  *   enable NAME | disable NAME
  *   frames COUNT IFINDEX VID LOCAL HEX
- *                            COUNT copies of the frame, delivered from process context
+ *                            COUNT copies of the frame, delivered from process context; HEX "-" is a
+ *                            frame of no bytes
  * Reading gives the counters of the chain.
  */
 #include <linux/module.h>

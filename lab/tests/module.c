@@ -25,7 +25,9 @@ int main(void)
 
 	CHECK(is_loaded(), "tarnfwd is loaded");
 	CHECK(syscall(SYS_finit_module, file, "", 0) != 0 && errno == EEXIST, "it loads once");
-	CHECK(syscall(SYS_delete_module, "tarnfwd", O_NONBLOCK) != 0 && errno == EBUSY,
+	/* EWOULDBLOCK where tarn_lab, which a test before this one may have loaded, uses it. */
+	CHECK(syscall(SYS_delete_module, "tarnfwd", O_NONBLOCK) != 0 &&
+		      (errno == EBUSY || errno == EWOULDBLOCK),
 	      "it cannot be removed");
 	CHECK(is_loaded(), "it is still there");
 	close(file);

@@ -46,6 +46,7 @@ int main(void)
 	/* Two CPUs may count one frame for two: the counters have no lock. */
 	CHECK(counted > FRAMES && counted <= 2 * FRAMES, "%ld of %d are counted", counted,
 	      2 * FRAMES);
-	CHECK(free_kb < 2048, "%ld kB less are free", free_kb);
+	/* Frames that stay would take 26 MB. */
+	CHECK(free_kb < 7168, "%ld kB less are free", free_kb);
 	return lab_result();
 }
