@@ -39,13 +39,14 @@ static void report(const char *format, ...)
 	va_end(arguments);
 }
 
-/* For what goes wrong before the host can listen. */
+/* For what goes wrong before the host can listen. No dprintf: it seeks, which /dev/kmsg refuses. */
 static void complain(const char *what)
 {
+	char text[LINE];
+	int length = snprintf(text, sizeof(text), "lab: %s: %s\n", what, strerror(errno));
 	int log = open("/dev/kmsg", O_WRONLY | O_CLOEXEC);
 
-	dprintf(log, "lab: %s: %s\n", what, strerror(errno));
-	if (log >= 0)
+	if (log >= 0 && write(log, text, length) == length)
 		close(log);
 }
 
