@@ -1,0 +1,53 @@
+// Whether the numbers and layouts that the kernel interface writes down are this kernel's. No code:
+// a difference ends the build.
+#include "home/offsets.h"
+#include "kernel/errno.h"
+#include "kernel/ipv6.h"
+#include "kernel/memory.h"
+#include "kernel/netdev.h"
+#include "kernel/preempt.h"
+#include "kernel/refcount.h"
+#include "kernel/skb.h"
+#include "kernel/time.h"
+#include "kernel/vmstat.h"
+
+static_assert(JIFFIES_PER_SECOND == TARN_HZ);
+static_assert(TARN_PAGE_SIZE == 4096, "free memory is counted in pages of 4096 bytes");
+static_assert(NR_FREE_PAGES == TARN_NR_FREE_PAGES);
+static_assert(NR_ZONE_INACTIVE_FILE == TARN_NR_ZONE_INACTIVE_FILE);
+static_assert(NR_ZONE_ACTIVE_FILE == TARN_NR_ZONE_ACTIVE_FILE);
+static_assert(SOFTIRQ_DISABLE_OFFSET == TARN_SOFTIRQ_DISABLE_OFFSET);
+
+static_assert(SLAB_NOLEAKTRACE == TARN_SLAB_NOLEAKTRACE);
+static_assert(SKB_REASON_DROPPED == TARN_SKB_REASON_DROPPED);
+static_assert(NEXTHDR_HOP == TARN_NEXTHDR_HOP);
+static_assert(NEXTHDR_NONE == TARN_NEXTHDR_NONE);
+
+static_assert(IFF_UP == TARN_IFF_UP);
+static_assert(IFF_BROADCAST == TARN_IFF_BROADCAST);
+static_assert(IFF_RUNNING == TARN_IFF_RUNNING);
+static_assert(IFF_MULTICAST == TARN_IFF_MULTICAST);
+static_assert(IFF_BRIDGE_PORT == TARN_IFF_BRIDGE_PORT);
+
+static_assert(NOTIFY_DONE == TARN_NOTIFY_DONE);
+static_assert(sizeof(notifier_block) == TARN_NOTIFIER_SIZE);
+static_assert(offsetof(notifier_block, notifier_call) == TARN_NOTIFIER_CALL);
+static_assert(offsetof(notifier_block, next) == TARN_NOTIFIER_NEXT);
+static_assert(offsetof(notifier_block, priority) == TARN_NOTIFIER_PRIORITY);
+
+static_assert(sizeof(refcount_t) == TARN_REFCOUNT_SIZE);
+static_assert(REFCOUNT_ADD_NOT_ZERO_OVF == TARN_REFCOUNT_ADD_NOT_ZERO_OVF);
+static_assert(REFCOUNT_ADD_OVF == TARN_REFCOUNT_ADD_OVF);
+static_assert(REFCOUNT_ADD_UAF == TARN_REFCOUNT_ADD_UAF);
+static_assert(REFCOUNT_SUB_UAF == TARN_REFCOUNT_SUB_UAF);
+static_assert(REFCOUNT_DEC_LEAK == TARN_REFCOUNT_DEC_LEAK);
+
+static_assert(EPERM == TARN_EPERM);
+static_assert(ENOENT == TARN_ENOENT);
+static_assert(ENOMEM == TARN_ENOMEM);
+static_assert(EFAULT == TARN_EFAULT);
+static_assert(EEXIST == TARN_EEXIST);
+static_assert(ENODEV == TARN_ENODEV);
+static_assert(EINVAL == TARN_EINVAL);
+static_assert(EOPNOTSUPP == TARN_EOPNOTSUPP);
+static_assert(ENETDOWN == TARN_ENETDOWN);
