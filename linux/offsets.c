@@ -39,6 +39,7 @@ int main(void)
 	OFFSET(TARN_SKB_HEAD, sk_buff, head);
 	OFFSET(TARN_SKB_DATA, sk_buff, data);
 	OFFSET(TARN_SKB_LEN, sk_buff, len);
+	OFFSET(TARN_SKB_DATA_LEN, sk_buff, data_len);
 	OFFSET(TARN_SKB_TRUESIZE, sk_buff, truesize);
 	OFFSET(TARN_SKB_MARK, sk_buff, mark);
 	OFFSET(TARN_SKB_PRIORITY, sk_buff, priority);

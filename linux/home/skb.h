@@ -25,6 +25,9 @@ inline u32 skb_truesize(const sk_buff *skb) {
 inline bool skb_cloned(const sk_buff *skb) {
     return tarn_k_skb_cloned(skb) != 0;
 }
+inline bool skb_is_linear(const sk_buff *skb) {
+    return home::field<u32>(skb, TARN_SKB_DATA_LEN) == 0;
+}
 inline u8 *skb_cb(sk_buff *skb) {
     return &home::field<u8>(skb, TARN_SKB_CB);
 }

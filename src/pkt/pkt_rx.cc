@@ -125,6 +125,10 @@ u32 _drop(sk_buff *skb) {
 } // namespace
 
 u32 rxtx_hw_packet_recv(sk_buff *skb, u32 ifindex, u32 vid, const tarn_rx_meta *meta) {
+    // A driver that breaks the rule keeps its frame: everybody here reads skb_len bytes at
+    // skb_data.
+    if (!skb_is_linear(skb)) [[unlikely]]
+        return 1;
     if (tarn_stack_pkt_process(skb, vid, meta->queue) != 0)
         return 0;
 

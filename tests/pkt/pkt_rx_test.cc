@@ -33,6 +33,13 @@ TEST_F(Receive, a_frame_that_the_stack_takes_goes_no_further) {
     EXPECT_EQ(redirect("vlan_local").inspects, 0u);
 }
 
+TEST_F(Receive, a_frame_in_pieces_stays_with_the_driver) {
+    sk_buff *skb = userlevel::frame_make(Frame().padded().build());
+    skb->data_len = 1;
+    EXPECT_EQ(receive_skb(skb), 1u);
+    EXPECT_EQ(redirect("vlan_local").inspects, 0u);
+}
+
 TEST_F(Receive, a_frame_for_an_unknown_ifindex_vanishes) {
     EXPECT_EQ(receive(Frame(), {.port = 0}), 0u);
     EXPECT_EQ(redirect("vlan_local").inspects, 0u);

@@ -11,6 +11,7 @@ struct sk_buff {
     u8 *tail;
     u8 *end;
     u32 len;
+    u32 data_len; // bytes of len that lie elsewhere: none in this home, unless a test says so
     u32 truesize; // what the buffer counts for in socket memory, as Linux 6.1 counts on x86_64
     u32 mark;
     u32 priority;
@@ -44,6 +45,9 @@ inline u32 skb_tailroom(const sk_buff *skb) {
 }
 inline u32 skb_truesize(const sk_buff *skb) {
     return skb->truesize;
+}
+inline bool skb_is_linear(const sk_buff *skb) {
+    return skb->data_len == 0;
 }
 inline u8 *skb_cb(sk_buff *skb) {
     return skb->cb;
