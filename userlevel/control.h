@@ -22,9 +22,12 @@ struct log_line {
     std::string text; // with its newline; a continuation is appended to the line before it
 };
 
-// The lines since the last call. At most LOG_LINES are kept; of more, the first ones.
+// The lines since the last call. At most LOG_LINES are kept; of more, the first ones. Nor does a
+// line grow by continuations when it is LOG_LINE_BYTES long.
 inline constexpr std::size_t LOG_LINES = 10000;
+inline constexpr std::size_t LOG_LINE_BYTES = 1 << 20;
 std::vector<log_line> log_take();
+void log_keep(bool on); // off: lines are only counted, for long runs
 u64 log_count();        // lines since the start of the process
 void log_echo(bool on); // also to standard error, "<level> text"
 
@@ -44,7 +47,8 @@ void fail_allocation(u64 n);
 void fail_allocations_at_random(u32 chance, u64 seed);
 // Since the start of the process, failed ones included.
 u64 allocations_made();
-// GFP_KERNEL allocations made while the preempt count was not 0: in a kernel, a bug.
+// GFP_KERNEL allocations made while the preempt count was not 0: in a kernel, a bug. Each also
+// leaves a critical line in the log, so that a test which looks at its log cannot miss it.
 u64 sleeping_allocations_in_atomic();
 
 struct object {
@@ -52,13 +56,15 @@ struct object {
     std::size_t bytes;
     u64 serial; // counts allocations
     gfp_t flags;
+    u32 preempt; // count at the allocation
     const void *address;
     const void *site; // return address of the caller
 };
 
 // What is alive, oldest first.
 std::vector<object> live();
-// One line for each, with the name of its site where the linker knows it; "" for none.
+// One line for each, its site as addr2line wants it (file and offset) and by name where the linker
+// knows it; "" for none.
 std::string describe(const std::vector<object> &objects);
 
 struct snapshot {
@@ -73,6 +79,7 @@ std::vector<object> leaked_since(const snapshot &before);
 // A global page counter, see kernel/vmstat.h. At first a gigabyte is free.
 void zone_pages_set(unsigned item, long pages);
 
+// The system's randomness at first.
 void random_seed(u64 seed);                      // from now on the same bytes for the same seed
 void random_script(const std::vector<u8> &next); // these bytes first
 

@@ -1,8 +1,10 @@
 #include "kernel/random.h"
 
 #include "control.h"
+#include "kernel/bug.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <deque>
 #include <mutex>
 #include <random>
@@ -17,20 +19,16 @@ std::deque<u8> script;
 std::mt19937_64 generator;
 bool seeded = false;
 
-u8 next_byte() {
-    if (!script.empty()) {
-        u8 byte = script.front();
-        script.pop_front();
-        return byte;
+void fill_from_the_system(u8 *bytes, std::size_t length) {
+    while (length != 0) {
+        ssize_t got = getrandom(bytes, length, 0);
+        if (got < 0 && errno != EINTR)
+            BUG();
+        if (got <= 0)
+            continue;
+        bytes += got;
+        length -= static_cast<std::size_t>(got);
     }
-    if (!seeded) {
-        u64 seed = 0;
-        if (getrandom(&seed, sizeof(seed), 0) != static_cast<ssize_t>(sizeof(seed)))
-            seed = std::random_device{}();
-        generator.seed(seed);
-        seeded = true;
-    }
-    return static_cast<u8>(generator());
 }
 
 } // namespace
@@ -50,6 +48,14 @@ void random_script(const std::vector<u8> &next) {
 
 void get_random_bytes(void *buffer, std::size_t length) {
     std::lock_guard guard(userlevel::random_mutex);
+    using namespace userlevel;
     auto *bytes = static_cast<u8 *>(buffer);
-    std::generate(bytes, bytes + length, userlevel::next_byte);
+    for (; length != 0 && !script.empty(); length--) {
+        *bytes++ = script.front();
+        script.pop_front();
+    }
+    if (seeded)
+        std::generate_n(bytes, length, [] { return static_cast<u8>(generator()); });
+    else
+        fill_from_the_system(bytes, length);
 }

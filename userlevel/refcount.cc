@@ -18,7 +18,7 @@ const char *message(refcount_saturation_type what) {
     case REFCOUNT_DEC_LEAK:
         return "decrement hit 0; leaking memory";
     }
-    return "unknown saturation event";
+    return "unknown saturation event!?";
 }
 
 } // namespace

@@ -2,9 +2,11 @@
 
 #include <pthread.h>
 
+#include "kernel/bug.h"
 #include "kernel/preempt.h"
 
-// Zeroed storage is a lock ready for use. Readers are preferred, so that they may nest.
+// Zeroed storage is a lock ready for use. Readers are preferred, so that they may nest. Whoever
+// asks for a lock that it holds for writing would wait for ever in a kernel, and is stopped here.
 struct rwlock_t {
     pthread_rwlock_t lock;
 };
@@ -13,7 +15,8 @@ inline void rwlock_init(rwlock_t *, const char *) {}
 
 inline void read_lock_bh(rwlock_t *lock) {
     local_bh_disable();
-    pthread_rwlock_rdlock(&lock->lock);
+    if (pthread_rwlock_rdlock(&lock->lock) != 0)
+        BUG();
 }
 
 inline void read_unlock_bh(rwlock_t *lock) {
@@ -23,7 +26,8 @@ inline void read_unlock_bh(rwlock_t *lock) {
 
 inline void write_lock_bh(rwlock_t *lock) {
     local_bh_disable();
-    pthread_rwlock_wrlock(&lock->lock);
+    if (pthread_rwlock_wrlock(&lock->lock) != 0)
+        BUG();
 }
 
 inline void write_unlock_bh(rwlock_t *lock) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kernel/bug.h"
+
 namespace userlevel {
 extern constinit thread_local u32 preempt_depth;
 }
@@ -11,5 +13,7 @@ inline void local_bh_disable() {
     userlevel::preempt_depth += SOFTIRQ_DISABLE_OFFSET;
 }
 inline void local_bh_enable() {
+    if (userlevel::preempt_depth < SOFTIRQ_DISABLE_OFFSET)
+        BUG(); // an unlock without its lock
     userlevel::preempt_depth -= SOFTIRQ_DISABLE_OFFSET;
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-namespace userlevel {
-struct skb_block;
-}
+#include "kernel/bug.h"
 
 // Linear socket buffers. head..end is one block, which clones share; data..tail is the frame.
 struct sk_buff {
@@ -20,12 +18,11 @@ struct sk_buff {
     net_device *dev;
     void *sk;
     void (*destructor)(sk_buff *skb);
-    userlevel::skb_block *block;
     alignas(8) u8 cb[SKB_CB_SIZE];
 };
 
 namespace userlevel {
-bool skb_block_is_shared(const skb_block *block);
+bool is_shared(const void *memory); // by several buffers
 void skb_drop(sk_buff *skb);
 void skb_consume(sk_buff *skb);
 void skb_watch(sk_buff *skb); // the bounds of the frame have moved
@@ -69,10 +66,12 @@ inline void skb_set_dev(sk_buff *skb, net_device *device) {
 }
 
 inline bool skb_cloned(const sk_buff *skb) {
-    return skb->was_cloned && userlevel::skb_block_is_shared(skb->block);
+    return skb->was_cloned && userlevel::is_shared(skb->head);
 }
 
 inline void skb_reserve(sk_buff *skb, u32 length) {
+    if (length > skb_tailroom(skb))
+        BUG();
     skb->data += length;
     skb->tail += length;
     userlevel::skb_watch(skb);
