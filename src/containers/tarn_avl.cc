@@ -157,15 +157,13 @@ void _free_records(tarn_avl_tree *tree, void (*free_info)(void *info)) {
             continue;
         }
         tarn_avl_node *parent = node->parent;
-        if (parent)
-            _child(parent, node->side) = nullptr;
+        _hang(tree, parent, node->side, nullptr);
+        tree->count--;
         if (free_info)
             free_info(node->info);
         _give_back(tree, node);
         node = parent;
     }
-    tree->root = nullptr;
-    tree->count = 0;
 }
 
 } // namespace
@@ -203,6 +201,8 @@ int tarn_avl_create(tarn_avl_tree **tree, int max_nodes, tarn_avl_compare compar
 }
 
 int tarn_avl_insert(tarn_avl_tree *tree, void *info) {
+    if (!tree)
+        return -1;
     tarn_avl_node *parent = nullptr;
     u8 side = _LEFT;
     for (tarn_avl_node *at = tree->root; at; at = _child(at, side)) {
@@ -242,7 +242,7 @@ int tarn_avl_delete(tarn_avl_tree *tree, const void *key) {
 }
 
 tarn_avl_node *tarn_avl_lookup(const tarn_avl_tree *tree, const void *key) {
-    tarn_avl_node *node = tree->root;
+    tarn_avl_node *node = tarn_avl_top(tree);
     while (node) {
         int order = tree->compare(key, node->info);
         if (order == 0)
@@ -253,7 +253,7 @@ tarn_avl_node *tarn_avl_lookup(const tarn_avl_tree *tree, const void *key) {
 }
 
 tarn_avl_node *tarn_avl_top(const tarn_avl_tree *tree) {
-    return tree->root;
+    return tree ? tree->root : nullptr;
 }
 
 tarn_avl_node *tarn_avl_next(const tarn_avl_node *node) {
@@ -268,7 +268,7 @@ tarn_avl_node *tarn_avl_next(const tarn_avl_node *node) {
 }
 
 tarn_avl_node *tarn_avl_first_node(const tarn_avl_tree *tree) {
-    return _leftmost(tree->root);
+    return _leftmost(tarn_avl_top(tree));
 }
 
 tarn_avl_node *tarn_avl_next_node(const tarn_avl_node *node) {
@@ -286,9 +286,9 @@ u32 tarn_avl_get_tree_size(const tarn_avl_tree *tree) {
 }
 
 int tarn_avl_tree_free(tarn_avl_tree **tree, void (*free_info)(void *info)) {
-    tarn_avl_tree *gone = *tree;
-    if (!gone)
+    if (!tree || !*tree)
         return 0;
+    tarn_avl_tree *gone = *tree;
     _free_records(gone, free_info);
     if (gone->max_nodes != 0) {
         kfree(gone->node_block);
@@ -304,6 +304,8 @@ int tarn_avl_tree_free(tarn_avl_tree **tree, void (*free_info)(void *info)) {
 }
 
 void tarn_avl_print(const tarn_avl_node *node, int depth) {
+    if (!node)
+        return;
     pr_cont("%p", node->info);
     if (node->left) {
         pr_cont("-");

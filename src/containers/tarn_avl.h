@@ -10,6 +10,9 @@
 //   tarn_avl_insert(tree, record);
 //   if (tarn_avl_node *node = tarn_avl_lookup(tree, &key)) use(node->info);
 //
+// A record stays the caller's, on every error too; the tree owns its nodes alone. A null tree is an
+// empty one that takes no record: an owner that gave its tree up may go on asking it.
+//
 // Lookup, insert and delete cost at most 1.44 log2(n) + 2 comparisons. A removed node waits on the
 // tree's own spare chain for the next insert, so that steady churn costs no allocation. The tree
 // has no lock: its owner has.
@@ -46,8 +49,8 @@ void tarn_avl_cache_init();
 // 0, or -1 when memory fails or max_nodes is negative; then nothing stays allocated.
 int tarn_avl_create(tarn_avl_tree **tree, int max_nodes, tarn_avl_compare compare);
 
-// 0, or -1 when no node can be had: a bounded tree is full, or memory failed. Then the tree is as
-// it was and the record stays with the caller.
+// 0, or -1 when no node can be had: no tree, a bounded one is full, or memory failed. Then the tree
+// is as it was.
 int tarn_avl_insert(tarn_avl_tree *tree, void *info);
 
 // Removes the first node met on the way down whose record equals the key. 0, found or not.
@@ -63,11 +66,12 @@ tarn_avl_node *tarn_avl_next(const tarn_avl_node *node);
 tarn_avl_node *tarn_avl_first_node(const tarn_avl_tree *tree);
 tarn_avl_node *tarn_avl_next_node(const tarn_avl_node *node); // null gives null
 
-u32 tarn_avl_get_tree_size(const tarn_avl_tree *tree); // 0 for a null tree
+u32 tarn_avl_get_tree_size(const tarn_avl_tree *tree);
 
 // Gives every record to free_info (null: leaves the records alone), frees the tree and clears the
 // caller's pointer. 0. A null tree is nothing to do.
 int tarn_avl_tree_free(tarn_avl_tree **tree, void (*free_info)(void *info));
 
-// Dumps a subtree to the kernel log, for debugging.
+// Dumps a subtree to the kernel log, for debugging: a left child follows its parent after a "-", a
+// right one stands on a line of its own, indented by its parent's depth. The last line stays open.
 void tarn_avl_print(const tarn_avl_node *node, int depth);

@@ -3,11 +3,12 @@
 //
 // In: keys and a comparator that must answer exactly -1 for a node's key before the search key, 0
 // for an equal one, and anything else for one behind it; another negative number ends a search
-// early. It is called with bottom halves off and must not sleep. Out: keys, never nodes.
+// early. It is called with bottom halves off and must not sleep. Out: keys, never nodes. A key
+// stays the caller's until a remove or a flush is asked to free it.
 //
-// Search and add cost the logarithm of the entries, as long as there are not many more than
+// Search, add and remove cost the logarithm of the entries, as long as there are not many more than
 // expected. The list keeps bottom halves off on its own CPU and has no lock: users have one, and
-// searches may run beside each other under it.
+// searches may run beside each other under it, as only an add or a remove writes `update`.
 #pragma once
 
 #include "kernel/types.h"

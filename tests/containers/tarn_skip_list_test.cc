@@ -5,10 +5,15 @@
 #include "kernel/errno.h"
 #include "kernel/memory.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
+#include <cstddef>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <memory>
 #include <optional>
 #include <random>
 #include <rapidcheck/gtest.h>
@@ -332,11 +337,83 @@ TEST_F(SkipList, comparators_run_with_bottom_halves_off) {
 }
 
 TEST_F(SkipList, nodes_are_allocated_as_the_context_allows) {
+    auto before = userlevel::take_snapshot();
     create();
-    local_bh_disable();
     add(1);
+    local_bh_disable();
+    add(2);
     local_bh_enable();
-    EXPECT_EQ(userlevel::sleeping_allocations_in_atomic(), 0u);
+    auto blocks = userlevel::leaked_since(before);
+    ASSERT_EQ(blocks.size(), 4u); // the list, its head, two nodes
+    for (std::size_t i = 0; i < 4; i++)
+        EXPECT_EQ(blocks[i].flags, (i < 3 ? GFP_KERNEL : GFP_ATOMIC) | __GFP_ZERO);
+}
+
+TEST_F(SkipList, fields_stand_in_their_documented_order) {
+    EXPECT_EQ(offsetof(tarn_skip_list, head), 0u);
+    EXPECT_LT(offsetof(tarn_skip_list, head), offsetof(tarn_skip_list, compare));
+    EXPECT_LT(offsetof(tarn_skip_list, compare), offsetof(tarn_skip_list, level));
+    EXPECT_LT(offsetof(tarn_skip_list, level), offsetof(tarn_skip_list, max_level));
+    EXPECT_LT(offsetof(tarn_skip_list, max_level), offsetof(tarn_skip_list, update));
+    EXPECT_EQ(offsetof(tarn_skip_node, key), 0u);
+    EXPECT_LT(offsetof(tarn_skip_node, key), offsetof(tarn_skip_node, back));
+    EXPECT_LT(offsetof(tarn_skip_node, back), offsetof(tarn_skip_node, forward));
+}
+
+TEST_F(SkipList, a_node_at_the_limit_costs_one_draw_more) {
+    create(3); // one level up at most
+    std::vector<u8> script;
+    for (int i = 0; i < 3; i++)
+        script.insert(script.end(), std::begin(UP), std::end(UP));
+    script.insert(script.end(), std::begin(STOP), std::end(STOP));
+    userlevel::random_script(script);
+    add(1); // up, up again but for the limit
+    add(2); // up, stop
+    userlevel::random_script({});
+    const tarn_skip_node *first = list->head->forward[1];
+    ASSERT_EQ(static_cast<Key *>(first->key)->value, 1);
+    ASSERT_NE(first->forward[1], list->head);
+    EXPECT_EQ(static_cast<Key *>(first->forward[1]->key)->value, 2);
+}
+
+TEST_F(SkipList, a_comparator_that_says_less_in_other_words_ends_the_search) {
+    create(1);
+    for (int value : {1, 2, 3})
+        add(value);
+    auto minus_two = [](const void *node, const void *search) {
+        int result = by_value(node, search);
+        return result < 0 ? -2 : result;
+    };
+    Key key{3};
+    void *found = &key;
+    EXPECT_EQ(tarn_search_skip_list_comp(list, &key, TARN_SKIP_EQUAL, &found, minus_two), -ENOENT);
+    EXPECT_EQ(found, nullptr);
+    EXPECT_EQ(tarn_search_skip_list_comp(list, &key, TARN_SKIP_AFTER, &found, minus_two), 0);
+    EXPECT_EQ(static_cast<Key *>(found)->value, 1);
+}
+
+TEST_F(SkipList, a_search_writes_nothing) {
+    create();
+    for (int value = 0; value < 40; value++)
+        add(value);
+    std::size_t bytes = sizeof(tarn_skip_list) +
+                        static_cast<std::size_t>(list->max_level + 1) * sizeof(tarn_skip_node *);
+    std::vector<u8> before(bytes), after(bytes);
+    std::memcpy(before.data(), list, bytes);
+    for (u32 mode : {0u, 1u, 2u, 3u})
+        for (int value = -1; value < 41; value++)
+            search(value, mode);
+    std::memcpy(after.data(), list, bytes);
+    EXPECT_EQ(before, after);
+}
+
+TEST_F(SkipList, takes_more_entries_than_expected) {
+    create(2);
+    for (int value = 99; value >= 0; value--)
+        add(value);
+    EXPECT_EQ(list->level, 0);
+    EXPECT_EQ(forward().size(), 100u);
+    EXPECT_EQ(search(50, TARN_SKIP_EQUAL), 50);
 }
 
 TEST_F(SkipList, a_flush_frees_keys_only_when_asked) {
@@ -391,7 +468,40 @@ protected:
         return found == model.end() ? -ENOENT : found->first;
     }
 
-    void run(int steps, int values) {
+    // Every level in order, each a part of the one below, none empty but the lowest; the way back
+    // is the way forward turned round. "" or what is wrong.
+    std::string check(const std::map<int, int> &model) {
+        std::vector<const tarn_skip_node *> below;
+        const tarn_skip_node *head = list->head;
+        auto entry = model.begin();
+        for (auto *node = head->forward[0]; node != head; node = node->forward[0], ++entry) {
+            if (entry == model.end() || static_cast<Key *>(node->key)->value != entry->first)
+                return "other entries";
+            if (node->forward[0]->back != node)
+                return "a way back goes astray";
+            below.push_back(node);
+        }
+        if (entry != model.end())
+            return "entries are lost";
+        if (head->forward[0]->back != head || head->key)
+            return "the head is not itself";
+        for (i32 level = 1; level <= list->max_level; level++) {
+            std::vector<const tarn_skip_node *> here;
+            auto at = below.begin();
+            for (auto *node = head->forward[level]; node != head; node = node->forward[level]) {
+                at = std::find(at, below.end(), node);
+                if (at == below.end())
+                    return "a level is not a part of the one below";
+                here.push_back(node);
+            }
+            if (here.empty() != (level > list->level))
+                return "the level in use is not the highest with a node";
+            below = here;
+        }
+        return "";
+    }
+
+    void run(int steps, int values, int check_every) {
         std::vector<Key> pool(static_cast<std::size_t>(values));
         std::map<int, int> model;
         std::mt19937 random(7);
@@ -415,13 +525,8 @@ protected:
                     wanted = value;
                 ASSERT_EQ(search(wanted, mode), expected(model, wanted, mode)) << "step " << step;
             }
-            if (step % 1024 == 0) {
-                std::vector<int> all;
-                for (auto [one, same] : model)
-                    all.push_back(one);
-                ASSERT_EQ(forward(), all);
-                std::reverse(all.begin(), all.end());
-                ASSERT_EQ(backward(), all);
+            if (step % check_every == 0) {
+                ASSERT_EQ(check(model), "") << "step " << step;
             }
         }
     }
@@ -429,12 +534,22 @@ protected:
 
 TEST_F(SkipListModel, agrees_with_a_map_over_a_million_operations) {
     create(64);
-    run(1200000, 200);
+    run(1200000, 64, 1);
+}
+
+TEST_F(SkipListModel, agrees_with_a_map_over_a_million_searches) {
+    create(256);
+    run(3000000, 500, 1000);
+}
+
+TEST_F(SkipListModel, agrees_with_a_map_when_it_is_large) {
+    create(20000);
+    run(300000, 40000, 20000);
 }
 
 TEST_F(SkipListModel, agrees_with_a_map_when_it_is_a_plain_list) {
     create(1); // one level
-    run(100000, 30);
+    run(100000, 30, 1);
 }
 
 // Short sequences, shrunk to the smallest that fails.
