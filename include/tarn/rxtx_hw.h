@@ -53,7 +53,8 @@ struct tarn_rx_meta {
  * the frame's tag says.
  *
  * Returns 0 when the core has taken the frame. Any other value leaves the frame with the driver,
- * which frees it; a frame that is not linear is refused so.
+ * which frees it: a redirect gave an order that contradicts itself (the kernel log names it), or the
+ * frame is not linear.
  */
 uint32_t rxtx_hw_packet_recv(struct sk_buff *skb, uint32_t ifindex, uint32_t vid,
                              const struct tarn_rx_meta *meta);

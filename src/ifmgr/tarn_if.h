@@ -122,6 +122,7 @@ struct tarn_if {
     i32 auth_rate_count;
     u8 kelm_mode;
     u32 mirror_ifindex;
+    u8 udld_hw_filter;
     i32 (*destructor)(tarn_if *ifp);
     unsigned long last_rx; // jiffies
 };

@@ -89,7 +89,8 @@ void _tarn_ifmgr_if_put(tarn_if *ifp) {
     if (!ifp->destructor)
         BUG();
     ifp->destructor(ifp);
-    write_once(ifp->if_flags, read_once(ifp->if_flags) & ~TARN_IF_F_VALID);
+    // The last touch: from here on an install may take or free the record's memory.
+    __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
 }
 
 void tarn_ifmgr_if_ref_get(tarn_if *ifp) {

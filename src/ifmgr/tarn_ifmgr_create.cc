@@ -52,13 +52,19 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
     return 0;
 }
 
+// Whether the last reference has gone and its destructor has run to its end.
+bool _is_destroyed(const tarn_if *ifp) {
+    return refcount_read(&ifp->refcnt) == 0 &&
+           !(__atomic_load_n(&ifp->if_flags, __ATOMIC_ACQUIRE) & TARN_IF_F_VALID);
+}
+
 i32 _install_itself(tarn_if *record, tarn_if **installed) {
     if (tarn_if *old = _find(record->ifindex)) {
         write_lock_bh(&tarn_if_db_lock);
         tarn_avl_delete(p_tarn_if_db->tree, &record->ifindex);
         write_unlock_bh(&tarn_if_db_lock);
         // A record that somebody still holds outlives its place in the tree.
-        if (refcount_read(&old->refcnt) == 0)
+        if (_is_destroyed(old))
             kfree(old);
     }
     *installed = record;

@@ -34,7 +34,7 @@ struct tarn_pkt_info {
     u32 l2_ifindex;
     u32 rx_vid; // 0 on a routed port
     u32 vid;
-    u32 tag; // the TCI with TARN_TAG_PRESENT, or the VID argument
+    u32 tag; // the TCI with TARN_TAG_PRESENT, or the VID argument without it
     u32 flood_except[2];
     u32 code;
     u8 stack_slave;
@@ -87,7 +87,7 @@ struct redirect_instruct {
     u32 reason; // of a stop, read as one byte
     u32 flood_queue;
     u32 flood_cos;
-    void *pre_post_arg; // owned by the redirect's pre_post_modify hook
+    void *pre_post_arg; // owned by the redirect's pre_post_modify hook; set only with flags
 };
 
 struct tarn_post_info {

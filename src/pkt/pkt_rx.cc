@@ -29,7 +29,7 @@ void _take_meta(tarn_pkt_info *info, sk_buff *skb, const tarn_rx_meta *meta) {
 // The VLAN of a frame is what the driver said: the tag is kept for those who ask, no more.
 u32 _strip_tag(sk_buff *skb, u32 vid) {
     u16 tci;
-    return frame_strip_tag(skb, &tci) ? tci | TARN_TAG_PRESENT : vid;
+    return frame_strip_tag(skb, &tci) ? tci | TARN_TAG_PRESENT : vid & ~TARN_TAG_PRESENT;
 }
 
 void _prepare_local(tarn_pkt_info *info, sk_buff *skb, u32 vid, const tarn_rx_meta *meta) {

@@ -127,28 +127,60 @@ TEST(Start, redirects_are_there_before_the_database) {
     userlevel::log_take();
 }
 
-// Whatever allocation fails, the load goes on with what is left.
+// Whatever allocation fails, the load goes on with what is left. Each start is a process of its
+// own; the first that does not come to the n-th allocation ends the loop.
 TEST(Start, survives_every_failed_allocation) {
-    ASSERT_EQ(init_module(), 0);
-    u64 needed = userlevel::allocations_made();
-    userlevel::log_take();
-    ASSERT_GT(needed, std::size(CATALOGUE));
-    for (u64 n = 1; n <= needed; n++) {
-        EXPECT_EXIT(
-            {
-                // A fresh process in all but memory: forget what the first start registered.
-                std::fill(packet_redirects.begin(), packet_redirects.end(), nullptr);
-                userlevel::fail_allocation(n);
-                int result = init_module();
-                userlevel::fail_allocation(0);
-                sk_buff *skb = userlevel::frame_make(Frame().build());
-                tarn_rx_meta meta{};
-                u32 taken = rxtx_hw_packet_recv(skb, 5001, 1, &meta);
-                std::_Exit(result == 0 && taken == 0 ? 0 : 1);
-            },
-            ::testing::ExitedWithCode(0), "")
-            << "allocation " << n;
+    constexpr int survived = 0, never_failed = 3;
+    auto start = [](u64 n) {
+        userlevel::fail_allocation(n);
+        int result = init_module();
+        bool failed = userlevel::allocations_made() >= n;
+        userlevel::fail_allocation(0);
+        sk_buff *skb = userlevel::frame_make(Frame().build());
+        tarn_rx_meta meta{};
+        if (result != 0 || rxtx_hw_packet_recv(skb, 5001, 1, &meta) != 0)
+            std::_Exit(1);
+        std::_Exit(failed ? survived : never_failed);
+    };
+    int status = -1;
+    auto ended = [&](int code) {
+        status = WEXITSTATUS(code);
+        return status == survived || status == never_failed;
+    };
+    u64 n = 0;
+    while (status != never_failed && n < 1000) {
+        n++;
+        ASSERT_EXIT(start(n), ended, "") << "allocation " << n;
     }
+    EXPECT_GT(n, std::size(CATALOGUE) + 3); // the records, the caches, the database
+}
+
+TEST(Start, the_result_of_the_last_redirect_is_the_result) {
+    packet_redirect squatter{.name = "squatter",
+                             .match = [](tarn_pkt_info *, redirect_instruct *) { return 0; },
+                             .post = tarn_pkt_packet_post_dummy};
+    ASSERT_EQ(tarn_pkt_register_packet_redirection(&squatter, 50), 0);
+    EXPECT_EQ(tarn_os_init(), -EINVAL);
+    EXPECT_EQ(packet_redirects[50]->enabled, 0); // switched off whoever has the slot
+    EXPECT_EQ(userlevel::log_take().size(), 1u);
+}
+
+TEST(Start, the_result_of_any_other_redirect_is_not) {
+    packet_redirect squatter{.name = "squatter",
+                             .match = [](tarn_pkt_info *, redirect_instruct *) { return 0; },
+                             .post = tarn_pkt_packet_post_dummy};
+    for (u32 slot : {3, 30, 49})
+        ASSERT_EQ(tarn_pkt_register_packet_redirection(&squatter, slot), 0);
+    EXPECT_EQ(tarn_os_init(), 0);
+    EXPECT_EQ(userlevel::log_take().size(), 3u);
+}
+
+TEST(Start, records_are_had_where_the_load_may_sleep) {
+    ASSERT_EQ(init_module(), 0);
+    for (const userlevel::object &object : userlevel::live())
+        if (object.address == packet_redirects[50]) {
+            EXPECT_EQ(object.flags, GFP_KERNEL);
+        }
 }
 
 TEST(Start, without_the_node_cache_no_interface_can_be_installed) {

@@ -278,6 +278,7 @@ TEST_F(Chain, replication_is_told_all_of_the_frame) {
     EXPECT_EQ(copy.extra, 4u);
     EXPECT_EQ(copy.repl_type, STACK_REPL_CFM);
     EXPECT_EQ(copy.replicated, 1);
+    EXPECT_NE(calls().replicated_at, &arrival.meta.replicated); // the driver's record is not ours
     EXPECT_EQ(last().stack_rep, 1u);
 }
 
@@ -299,13 +300,44 @@ TEST_F(Chain, a_kernel_post_consumes_the_frame_and_its_result_is_returned) {
 }
 
 TEST_F(Chain, a_kernel_port_post_goes_through_the_port) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
     decide(48, REDIRECT_POST_KERNEL_PORT | REDIRECT_STOP);
-    receive(Frame());
+    calls().kernel_result = 18;
+    sk_buff *skb = userlevel::frame_make(Frame().build());
+    Arrival arrival;
+    EXPECT_EQ(rxtx_hw_packet_recv(skb, 5001, 1, &arrival.meta), 18u);
     ASSERT_EQ(calls().kernel.size(), 1u);
+    EXPECT_EQ(calls().kernel[0].rx_port, port1());
+    EXPECT_EQ(calls().kernel[0].l2_port, aggregator);
     EXPECT_EQ(calls().kernel[0].l3_if, port1());
+    EXPECT_EQ(calls().kernel[0].vid, 1u);
     EXPECT_EQ(last().kernel_port, 1u);
     EXPECT_EQ(last().kernel, 0u);
     EXPECT_EQ(last().stops, 1u);
+}
+
+// There rx_vid is 0, and vid stays what the driver said.
+TEST_F(Chain, a_routed_port_has_no_vid_for_those_who_take_the_frame) {
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    tarn_post_info told{};
+    decide(27, REDIRECT_STACK_REPLICATE | REDIRECT_POST_USERSPACE);
+    probe(27).post = [&](sk_buff *skb, tarn_post_info &info) {
+        told = info;
+        return skb;
+    };
+    decide(48, REDIRECT_POST_KERNEL_PORT | REDIRECT_STOP);
+    receive(Frame(), {.vid = 1});
+    enable_redirect(27, 0);
+    decide(48, REDIRECT_POST_KERNEL | REDIRECT_STOP);
+    receive(Frame(), {.vid = 1});
+
+    EXPECT_EQ(told.rx_vid, 0u);
+    EXPECT_EQ(told.vid, 1u);
+    ASSERT_EQ(calls().replicated.size(), 1u);
+    EXPECT_EQ(calls().replicated[0].vid, 0u);
+    ASSERT_EQ(calls().kernel.size(), 2u);
+    EXPECT_EQ(calls().kernel[0].vid, 0u);
+    EXPECT_EQ(calls().kernel[1].vid, 0u);
 }
 
 TEST_F(Chain, a_post_is_told_of_the_frame) {
@@ -398,9 +430,10 @@ TEST_F(Chain, a_request_is_handed_to_the_hook_with_the_frame) {
         instruct.flags = REDIRECT_POST_KERNEL | REDIRECT_STOP;
         instruct.pre_post_arg = &request;
     };
-    receive(Frame());
+    sk_buff *skb = userlevel::frame_make(Frame().build());
+    receive_skb(skb);
     EXPECT_EQ(given, &request);
-    EXPECT_NE(with, nullptr);
+    EXPECT_EQ(with, skb);
 }
 
 TEST_F(Chain, a_refused_request_is_handed_back_without_a_frame) {
@@ -414,6 +447,13 @@ TEST_F(Chain, a_refused_request_is_handed_back_without_a_frame) {
         instruct.pre_post_arg = __kmalloc(8, GFP_ATOMIC);
     };
     EXPECT_EQ(receive(Frame()), 1u); // nothing leaks: the check at the end
+    EXPECT_EQ(log().size(), 1u);
+
+    probe(48).match = [&](tarn_pkt_info &, redirect_instruct &instruct) {
+        instruct.flags = REDIRECT_POST_KERNEL;
+        instruct.pre_post_arg = __kmalloc(8, GFP_ATOMIC);
+    };
+    EXPECT_EQ(receive(Frame()), 0u); // nor does it when the chain goes on
     EXPECT_EQ(log().size(), 1u);
 }
 
@@ -509,12 +549,25 @@ TEST_F(Resend, ports_that_may_not_exchange_frames_do_not) {
     vlan1()->upstream_ifs = nullptr;
 }
 
-TEST_F(Resend, copies_that_nobody_took_are_freed) {
-    calls().xmit_result = static_cast<u32>(-ENODEV);
-    calls().flood_result = -ENETDOWN;
-    receive(Frame(), {.port_word = 5002});
+// Nothing that the packet path asks for may sleep; the home leaves a line in the log if it did.
+TEST_F(Chain, copies_are_had_without_sleeping) {
+    decide(48, REDIRECT_FLOOD_L2 | REDIRECT_RESEND_L2);
+    local_bh_disable();
     receive(Frame());
-    EXPECT_THAT(calls().order, ElementsAre("xmit", "flood")); // and the leak check at the end
+    local_bh_enable();
+    EXPECT_THAT(calls().order, ElementsAre("flood", "flood"));
+    EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(Resend, copies_that_nobody_took_are_freed) {
+    for (i32 result : {-ENODEV, 1}) {
+        calls().xmit_result = static_cast<u32>(result);
+        calls().flood_result = result;
+        receive(Frame(), {.port_word = 5002});
+        receive(Frame());
+    }
+    // and the leak check at the end
+    EXPECT_THAT(calls().order, ElementsAre("xmit", "flood", "xmit", "flood"));
 }
 
 TEST_F(Resend, a_failed_copy_sends_nothing_and_is_counted) {

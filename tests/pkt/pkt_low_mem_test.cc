@@ -39,6 +39,18 @@ TEST_F(LowMem, file_pages_count_as_free) {
     EXPECT_EQ(tarn_pkt_low_mem(60), 1); // the estimate fell below: counted anew
 }
 
+// 64 debits of 64 bytes lead exactly to the threshold; with the tag's four bytes more, the 61st
+// would pass it.
+TEST_F(LowMem, a_frame_is_debited_without_its_tag) {
+    pages(THRESHOLD_PAGES + 1);
+    auto low = [&] { return classify(Frame().tag(1).padded(68)).low_mem; };
+    EXPECT_EQ(low(), 0); // counts the pages
+    pages(0);
+    for (u32 i = 0; i < PAGE / 64; i++)
+        ASSERT_EQ(low(), 0) << "frame " << i;
+    EXPECT_EQ(low(), 1);
+}
+
 TEST_F(LowMem, other_pages_do_not) {
     pages(0);
     for (unsigned item : {1u, 2u, 5u})

@@ -29,8 +29,30 @@ protected:
 
 TEST_F(Receive, a_frame_that_the_stack_takes_goes_no_further) {
     calls().stack_takes = 1;
-    EXPECT_EQ(receive(Frame()), 0u);
+    Arrival arrival{.vid = 7};
+    arrival.meta.queue = 5;
+    EXPECT_EQ(receive(Frame().tag(9).padded(), arrival), 0u);
     EXPECT_EQ(redirect("vlan_local").inspects, 0u);
+    ASSERT_TRUE(calls().stack.has_value());
+    EXPECT_EQ(calls().stack->bytes, Frame().tag(9).padded().build());
+    EXPECT_EQ(calls().stack->vid, 7u);
+    EXPECT_EQ(calls().stack->queue, 5u);
+}
+
+TEST_F(Receive, frames_end_as_they_must_in_any_context) {
+    auto irq_ends = [&](auto &&offer) {
+        auto before = userlevel::skbs_ended();
+        offer();
+        auto after = userlevel::skbs_ended();
+        EXPECT_EQ(after.dropped, before.dropped);
+        EXPECT_EQ(after.consumed, before.consumed);
+        return after.irq - before.irq;
+    };
+    EXPECT_EQ(irq_ends([&] { receive(Frame(), {.port = 0}); }), 1u);         // unknown
+    EXPECT_EQ(irq_ends([&] { receive(Frame()); }), 1u);                      // unclaimed
+    EXPECT_EQ(irq_ends([&] { receive(Frame().from("ff:ff:ff:ff:ff:ff")); }), // stopped
+              1u);
+    EXPECT_EQ(irq_ends([&] { receive(Frame(), local()); }), 1u);
 }
 
 TEST_F(Receive, a_frame_in_pieces_stays_with_the_driver) {
@@ -53,6 +75,15 @@ TEST_F(Receive, a_frame_of_an_interface_that_is_no_port_is_refused_with_a_messag
     EXPECT_THAT(log(), ElementsAre("2 Packet rx'ed with no logical port. Should not be possible. "
                                    "ifindex 301\n"));
     EXPECT_EQ(redirect("vlan_local").inspects, 0u);
+}
+
+TEST_F(Receive, a_frame_is_logged_before_its_interface_is_refused) {
+    tarn_pkt_debug = TARN_PKT_DEBUG_RX;
+    Arrival arrival;
+    EXPECT_EQ(rxtx_hw_packet_recv(userlevel::frame_make(Frame().build()), 301, 1, &arrival.meta),
+              0u);
+    EXPECT_THAT(log(), ElementsAre(::testing::StartsWith("6 RxPkt("),
+                                   ::testing::StartsWith("2 Packet rx'ed with no logical port.")));
 }
 
 TEST_F(Receive, an_ethernet_interface_may_receive) {
@@ -94,6 +125,12 @@ TEST_F(Receive, only_the_first_parent_is_looked_at) {
 
 TEST_F(Receive, an_untagged_frame_has_the_vid_argument_for_a_tag) {
     EXPECT_EQ(classify(Frame(), {.vid = 1}).tag, 1u);
+}
+
+TEST_F(Receive, only_a_tag_that_was_there_sets_the_mark_of_one) {
+    EXPECT_EQ(classify(Frame(), {.vid = 0x10001}).tag, 1u);
+    EXPECT_EQ(classify(Frame(), {.vid = 0x30001}).tag, 0x20001u);
+    EXPECT_EQ(classify(Frame().tag(5), {.vid = 0x30001}).tag, 0x10005u);
 }
 
 TEST_F(Receive, a_tag_is_taken_off_before_the_first_hook) {
@@ -174,6 +211,25 @@ TEST_F(Receive, hooks_see_the_vid_and_the_exception_and_may_change_them) {
     EXPECT_EQ(info.vid, 31u);
     EXPECT_EQ(info.flood_except[0], 32u);
     EXPECT_EQ(info.flood_except[1], 33u);
+}
+
+TEST_F(Receive, the_vid_that_a_hook_gives_decides_the_vlan) {
+    tarn_if *vlan35 = add_vlan(35);
+    modify([&](tarn_rx_modify &change, const tarn_rx_meta &, tarn_if *, sk_buff *) {
+        change.vid = 35;
+    });
+    tarn_pkt_info info = classify(Frame());
+    EXPECT_EQ(info.rx_vid, 1u);
+    EXPECT_EQ(info.vlan_if, vlan35);
+    EXPECT_EQ(info.l3_if, vlan35);
+    EXPECT_EQ(info.vlan_member_ok, 0);
+    EXPECT_EQ(info.vlan_port_disabled, 0);
+
+    port1()->vlan_member_bmp[1] |= 1u << 3;
+    port1()->vlan_disabled_bmp[1] |= 1u << 3;
+    info = classify(Frame());
+    EXPECT_EQ(info.vlan_member_ok, 1);
+    EXPECT_EQ(info.vlan_port_disabled, 1);
 }
 
 TEST_F(Receive, hooks_are_counted_and_a_disabled_one_is_not_called) {
@@ -312,6 +368,23 @@ TEST_F(Receive, a_routed_port_is_its_own_vlan) {
     EXPECT_EQ(info.rx_vid, 0u);
     EXPECT_EQ(info.vid, 1u);
     EXPECT_EQ(info.vlan_member_ok, 1);
+}
+
+TEST_F(Receive, a_waived_membership_test_goes_before_the_routed_port) {
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    vlan1()->if_flags |= TARN_IF_F_NO_VLAN_MEMBER_CHECK;
+    tarn_pkt_info info = classify(Frame(), {.vid = 1});
+    EXPECT_EQ(info.vlan_if, vlan1());
+    EXPECT_EQ(info.rx_vid, 1u);
+    EXPECT_EQ(info.vlan_member_ok, 1);
+}
+
+TEST_F(Receive, the_own_address_on_a_routed_port_is_that_of_the_vlan) {
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    const u8 other[] = {2, 0, 0, 0, 0, 0x77};
+    std::copy(std::begin(other), std::end(other), port1()->hwaddr);
+    EXPECT_EQ(classify(Frame().from("02:00:00:00:00:01")).src_mac_is_own, 1);
+    EXPECT_EQ(classify(Frame().from("02:00:00:00:00:77")).src_mac_is_own, 0);
 }
 
 TEST_F(Receive, openflow_goes_before_the_routed_port) {

@@ -65,7 +65,9 @@ u32 tarn_pkt_post_to_kernel(tarn_if *rx_port, tarn_if *l2_port, tarn_if *l3_if, 
     return record().kernel_result;
 }
 
-u32 tarn_stack_pkt_process(sk_buff *skb, u32, u32) {
+u32 tarn_stack_pkt_process(sk_buff *skb, u32 vid, u32 queue) {
+    std::lock_guard guard(recording);
+    record().stack = {bytes_of(skb), vid, queue};
     if (record().stack_takes != 0)
         consume_skb(skb);
     return record().stack_takes;
@@ -79,6 +81,7 @@ i32 tarn_pkt_stack_replicate(sk_buff *skb, tarn_if *rx_port, u32 vid, u32 tag, u
                              u32 extra, u32 repl_type, u8 *replicated) {
     std::lock_guard guard(recording);
     record().order.push_back("replicate");
+    record().replicated_at = replicated;
     record().replicated.push_back(
         {rx_port, bytes_of(skb), vid, tag, code, flags, extra, repl_type, *replicated});
     return 0;

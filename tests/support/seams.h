@@ -43,6 +43,11 @@ struct Replication {
     u8 replicated;
 };
 
+struct StackManagement {
+    Bytes bytes;
+    u32 vid, queue;
+};
+
 struct DosMatch {
     u32 ifindex, reason;
     u16 ethertype;
@@ -55,6 +60,8 @@ struct Record {
     std::vector<KernelPost> kernel;
     std::vector<Replication> replicated;
     std::vector<DosMatch> dos;
+    std::optional<StackManagement> stack; // the last frame offered; every one is, first of all
+    const u8 *replicated_at = nullptr;    // where the last replication may tell that it was made
 
     i32 flood_result = 0; // 0: the frame is taken
     u32 xmit_result = 0;

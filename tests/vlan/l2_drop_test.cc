@@ -8,6 +8,10 @@ struct Row {
     u32 reason; // 0: not stopped
 };
 
+void PrintTo(const Row &row, std::ostream *out) {
+    *out << row.source;
+}
+
 class L2Drop : public SwitchTest, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(L2Drop, decides_by_the_source_address) {
