@@ -59,6 +59,67 @@ struct tarn_rx_meta {
 uint32_t rxtx_hw_packet_recv(struct sk_buff *skb, uint32_t ifindex, uint32_t vid,
                              const struct tarn_rx_meta *meta);
 
+/* --- what the driver offers -------------------------------------------------------------------- */
+
+struct net_device;
+
+/*
+ * The six callbacks of a driver. Any may be null; the core then does without, as told at each.
+ *
+ * They are called from process context and from softirq, with bottom halves off and on, on any CPU and
+ * on several at once: they do not sleep. Interfaces are named by the ifindex of the interface database.
+ */
+struct rxtx_hw_callbacks {
+    /* The driver's DMA counters, for tarn_pkt_sdma_counters_get(): its arguments are handed on.
+     * Null: 0. */
+    uint32_t (*sdma_counters)(unsigned long a, unsigned long b, unsigned long c);
+
+    /* The port of this device enters authentication mode (on 1) or leaves it (0). A result other than
+     * 0 refuses. Null: 0. */
+    uint32_t (*auth_set)(struct net_device *netdev, uint32_t on);
+
+    /* Sends one frame: out of port `ifindex`, or on the VLAN as a whole by the chip's own forwarding
+     * when that is 0. `tagged`: with an 802.1Q tag of `vid` (the frame has none, unless its sender
+     * wrote one). `tx_option` is what the sender of the frame asked for (0 or 1), `cos` its class of
+     * service 0 to 7, `queue` the transmit queue, `tx_enable` 0 for frames between the members of a
+     * stack, else 1. 0: the driver has the frame now and frees it. Any other value leaves it with the
+     * core, which reports the failure and frees it. Null: frames are freed, and the log says so
+     * once. */
+    uint32_t (*start_xmit)(uint32_t ifindex, uint32_t vid, uint32_t tagged, uint32_t tx_option,
+                           struct sk_buff *skb, uint32_t cos, uint8_t queue, uint8_t tx_enable);
+
+    /* Floods one frame on the VLAN, but not to port `ifindex` (0: to all) nor to what the exception
+     * pair names (except0 -1: nothing), and only to ports with all bits of `mask` in their flags (0,
+     * or 0x40: ports that DHCP snooping trusts). `reserved` is 0. `tagged`: the excepted port would
+     * send tagged. 0: the driver has the frame now. -EOPNOTSUPP, or null: the core floods in software.
+     * Any other value leaves the frame with the core. */
+    int32_t (*flood_except)(uint32_t ifindex, uint32_t vid, uint32_t except0, uint32_t except1,
+                            struct sk_buff *skb, uint32_t cos, uint8_t queue, uint32_t mask,
+                            uint32_t reserved, uint8_t tagged);
+
+    /* Whether multicast frames to groups that nobody joined are flooded. Null: nothing happens. */
+    uint32_t (*unknown_multicast_flood_set)(uint32_t enable);
+
+    /* Kept for drivers; the core does not call it. Null: -1. */
+    int32_t (*cache_index)(unsigned long a, unsigned long b, unsigned long c);
+};
+
+/* --- what the core exports --------------------------------------------------------------------- */
+
+/*
+ * Takes over the callbacks, all six at once, in place of those before; there is no way back but to
+ * register others. A driver registers before it delivers frames.
+ */
+void rxtx_hw_register(struct rxtx_hw_callbacks callbacks);
+
+/* Hands its arguments to sdma_counters and returns what that returns: a way for another module to
+ * reach the driver's counters. */
+uint32_t tarn_pkt_sdma_counters_get(unsigned long a, unsigned long b, unsigned long c);
+
+/* Tells which receive queue carries the management traffic of the stack. Without a management VLAN
+ * nothing is changed and the value is lost. Always 0. */
+uint32_t tarn_stacking_mgmt_queue(uint32_t queue);
+
 #ifdef __cplusplus
 }
 #endif
