@@ -37,10 +37,10 @@ inline std::vector<Class> all() {
 // A switch of the usual size: 64 ports, 100 VLANs.
 inline void load() {
     init_module();
-    for (u32 k = 1; k <= 64; k++)
-        plain_switch::add_member(plain_switch::add_port(k), 1);
     for (u32 vid = 1; vid <= 100; vid++)
         plain_switch::add_vlan(vid);
+    for (u32 k = 1; k <= 64; k++)
+        plain_switch::add_member(plain_switch::add_port(k), 1);
 }
 
 inline tarn_rx_meta meta() {

@@ -7,10 +7,13 @@
 #include "kernel/seq.h"
 #include "kernel/types.h"
 
+#include <array>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
 
+struct net_device;
 struct sk_buff;
 
 namespace userlevel {
@@ -95,6 +98,56 @@ struct skb_ends {
     u64 irq;      // __dev_kfree_skb_irq
 };
 skb_ends skbs_ended(); // since the start of the process
+
+// --- work --------------------------------------------------------------------------------------
+
+// Runs what is queued, and what that queues, on this thread; how many items that were.
+u32 work_run();
+// From now on a thread of its own runs work as it is queued, as in a kernel.
+void work_thread_start();
+
+// --- network devices ---------------------------------------------------------------------------
+
+struct device_frame {
+    std::vector<u8> bytes;
+    u32 mark;
+    u16 protocol; // network order; of received frames
+};
+struct ipv4_address {
+    u32 address, mask; // network order
+};
+struct ipv6_prefix {
+    std::array<u8, 16> address;
+    u32 length; // bits
+};
+
+// What a device without a back has been given, and what a test says of it.
+struct netdev_record {
+    std::vector<device_frame> received; // by the IP stack
+    std::vector<device_frame> sent;     // by dev_queue_xmit
+    int queue_result = 0;               // of dev_queue_xmit
+    std::vector<ipv4_address> ipv4;
+    bool ipv6 = false;
+    std::vector<ipv6_prefix> prefixes;
+};
+// Starts recording. The record ends with the device's registration.
+netdev_record &netdev_recorded(const net_device *device);
+
+std::vector<net_device *> netdevs(); // the registered ones
+// A device that this module did not make, up to now unused and with carrier.
+net_device *netdev_create(const char *name);
+// The IP stack sends a frame on the device, with bottom halves off.
+void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority = 0);
+void netdev_send_event(net_device *device, unsigned long event);
+
+struct neigh_flush {
+    const char *table; // "arp" or "ndisc"
+    i32 vid;
+    net_device *device;
+    u32 ifindex;
+};
+// The flushes since the last call.
+std::vector<neigh_flush> neigh_flushes_take();
 
 // --- text views --------------------------------------------------------------------------------
 

@@ -1,18 +1,412 @@
+// Network devices of the process, by the rules of Linux 6.1 (net/core/dev.c there) as far as the
+// module can see them.
 #include "kernel/netdev.h"
 
+#include "control.h"
 #include "kernel/errno.h"
+#include "kernel/memory.h"
+#include "kernel/once.h"
+#include "kernel/preempt.h"
+#include "kernel/skb.h"
+#include "kernel/work.h"
+#include "memory.h"
+#include "netdev.h"
 
+#include <algorithm>
+#include <cstring>
 #include <mutex>
 
+namespace userlevel {
+
 namespace {
+
+constexpr u16 ARPHRD_ETHER = 1;
+constexpr u32 IFF_LOWER_UP = 0x10000;
+constexpr u32 ETHERNET_MTU = 1500;
+constexpr u16 ETHERNET_HEADER = 14;
+constexpr u8 IF_OPER_UNKNOWN = 0, IF_OPER_DOWN = 2;
+constexpr unsigned long NETDEV_REGISTER = 5;
+
+std::recursive_mutex rtnl;
+thread_local u32 rtnl_depth = 0;
+
+std::mutex list_mutex; // covers what follows; never held across a call to a device or the chain
+std::vector<net_device *> devices;
+u32 next_ifindex = 1;
+std::map<const net_device *, netdev_record> records;
+bool recording = false;
 
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
 
+const netdev_back *the_back = nullptr;
+
+// The kernel tells of a changed carrier from a work item of its own.
+std::mutex changed_mutex;
+std::vector<net_device *> changed;
+work_item link_watch{};
+
+struct event_info {
+    net_device *device;
+};
+
+void notify(net_device *device, unsigned long event) {
+    event_info info{device};
+    for (notifier_block *block = chain; block; block = block->next)
+        block->notifier_call(block, event, &info);
+}
+
+net_device *find_locked(const char *name) {
+    auto found = std::find_if(devices.begin(), devices.end(), [&](const net_device *device) {
+        return std::strncmp(device->name, name, NETDEV_NAME_SIZE) == 0;
+    });
+    return found == devices.end() ? nullptr : *found;
+}
+
+bool number_taken_locked(u32 ifindex) {
+    return std::any_of(devices.begin(), devices.end(),
+                       [&](const net_device *device) { return device->ifindex == ifindex; });
+}
+
+// 0, -EEXIST for the name, -EBUSY for the number.
+int enter(net_device *device) {
+    constexpr int busy = 16;
+    std::lock_guard guard(list_mutex);
+    if (find_locked(device->name))
+        return -EEXIST;
+    if (device->ifindex == 0) {
+        while (number_taken_locked(next_ifindex))
+            next_ifindex++;
+        device->ifindex = next_ifindex++;
+    } else if (number_taken_locked(device->ifindex)) {
+        return -busy;
+    }
+    devices.push_back(device);
+    return 0;
+}
+
+void leave(net_device *device) {
+    std::lock_guard guard(list_mutex);
+    std::erase(devices, device);
+}
+
+void watch_link(work_item *) {
+    std::vector<net_device *> all;
+    {
+        std::lock_guard guard(changed_mutex);
+        all.swap(changed);
+    }
+    std::lock_guard guard(rtnl);
+    for (net_device *device : all) {
+        {
+            std::lock_guard list(list_mutex);
+            if (std::find(devices.begin(), devices.end(), device) == devices.end())
+                continue;
+        }
+        device->operstate = netif_carrier_ok(device) ? IF_OPER_UP : IF_OPER_DOWN;
+        if (device->flags & IFF_UP)
+            notify(device, NETDEV_CHANGE);
+    }
+}
+
+void carrier(net_device *device, bool on) {
+    if (__atomic_exchange_n(&device->carrier, on, __ATOMIC_RELAXED) == on || !device->registered)
+        return;
+    if (the_back && device->back)
+        the_back->carrier(device, on);
+    std::lock_guard guard(changed_mutex);
+    if (std::find(changed.begin(), changed.end(), device) == changed.end())
+        changed.push_back(device);
+    if (!link_watch.run)
+        work_init(&link_watch, watch_link);
+    schedule_work_unbound(&link_watch);
+}
+
+int open_or_stop(net_device *device, bool up) {
+    if (!device->ops)
+        return 0;
+    int result = up ? device->ops->open(device) : device->ops->stop(device);
+    if (result == 0)
+        device->opened = up;
+    return result;
+}
+
+int change_flags(net_device *device, u32 flags, bool tell_back) {
+    constexpr u32 settable = 0xFFFF & ~IFF_RUNNING;
+    u32 old = device->flags;
+    u32 now = flags & settable;
+    if ((old ^ now) & IFF_UP) {
+        int result = open_or_stop(device, now & IFF_UP);
+        if (result != 0)
+            return result;
+    }
+    device->flags = now;
+    if (tell_back && the_back && device->back)
+        the_back->flags(device, now);
+    if ((old ^ now) & IFF_UP)
+        notify(device, now & IFF_UP ? NETDEV_UP : NETDEV_DOWN);
+    else if (old != now)
+        notify(device, NETDEV_CHANGE);
+    return 0;
+}
+
 } // namespace
 
-// Nothing here has device events yet; the chain is kept for the day something does. The highest
-// priority comes first, of equals who came first.
+void netdev_use_back(const netdev_back *back) {
+    the_back = back;
+}
+
+void netdev_flags_changed(net_device *device, u32 flags) {
+    std::lock_guard guard(rtnl);
+    change_flags(device, flags, false);
+}
+
+std::vector<net_device *> netdevs() {
+    std::lock_guard guard(list_mutex);
+    return devices;
+}
+
+net_device *netdev_create(const char *name) {
+    net_device *device = alloc_etherdev_mqs(0, 1, 1);
+    netdev_set_name(device, name);
+    device->operstate = IF_OPER_UP;
+    device->carrier = true;
+    if (register_netdev(device) != 0)
+        BUG();
+    return device;
+}
+
+netdev_record &netdev_recorded(const net_device *device) {
+    std::lock_guard guard(list_mutex);
+    recording = true;
+    return records[device];
+}
+
+void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority) {
+    sk_buff *skb = frame_make(bytes, 64);
+    if (!skb)
+        return;
+    skb->priority = priority;
+    local_bh_disable();
+    device->ops->start_xmit(skb, device);
+    local_bh_enable();
+}
+
+void netdev_send_event(net_device *device, unsigned long event) {
+    std::lock_guard guard(rtnl);
+    notify(device, event);
+}
+
+} // namespace userlevel
+
+using namespace userlevel;
+
+void rtnl_lock(void) {
+    if (preempt_count() != 0 || rtnl_depth != 0)
+        BUG();
+    rtnl.lock();
+    rtnl_depth++;
+}
+
+void rtnl_unlock(void) {
+    rtnl_depth--;
+    rtnl.unlock();
+}
+
+net_device *alloc_etherdev_mqs(int private_size, unsigned, unsigned) {
+    auto *device = static_cast<net_device *>(
+        allocate("net_device", sizeof(net_device) + static_cast<std::size_t>(private_size),
+                 GFP_KERNEL | __GFP_ZERO, __builtin_return_address(0)));
+    if (!device)
+        return nullptr;
+    device->type = ARPHRD_ETHER;
+    device->addr_len = NETDEV_ADDRESS_SIZE;
+    device->mtu = ETHERNET_MTU;
+    device->min_mtu = 68;
+    device->max_mtu = ETHERNET_MTU;
+    device->hard_header_len = ETHERNET_HEADER;
+    device->flags = IFF_BROADCAST | IFF_MULTICAST;
+    device->carrier = true;
+    return device;
+}
+
+void free_netdev(net_device *device) {
+    release(device);
+}
+
+void netdev_set_name(net_device *device, const char *name) {
+    std::strncpy(device->name, name, NETDEV_NAME_SIZE - 1);
+}
+
+int register_netdev(net_device *device) {
+    if (int result = enter(device); result != 0)
+        return result;
+    if (the_back && device->ops) {
+        if (int result = the_back->add(device); result != 0) {
+            leave(device);
+            return result;
+        }
+    }
+    std::lock_guard guard(rtnl);
+    device->registered = true;
+    device->operstate = device->carrier ? IF_OPER_UNKNOWN : IF_OPER_DOWN;
+    notify(device, NETDEV_REGISTER);
+    return 0;
+}
+
+void unregister_netdev(net_device *device) {
+    {
+        std::lock_guard guard(rtnl);
+        if (device->flags & IFF_UP) {
+            open_or_stop(device, false);
+            device->flags &= ~IFF_UP;
+            notify(device, NETDEV_DOWN);
+        }
+        notify(device, NETDEV_UNREGISTER);
+        leave(device);
+        device->registered = false;
+    }
+    if (the_back && device->back)
+        the_back->remove(device);
+    std::lock_guard guard(list_mutex);
+    records.erase(device);
+}
+
+net_device *dev_get_by_name(const char *name) {
+    std::lock_guard guard(list_mutex);
+    net_device *device = find_locked(name);
+    if (device)
+        __atomic_fetch_add(&device->references, 1, __ATOMIC_RELAXED);
+    return device;
+}
+
+void dev_put(net_device *device) {
+    if (__atomic_fetch_sub(&device->references, 1, __ATOMIC_RELAXED) <= 0)
+        BUG(); // one reference too many dropped
+}
+
+unsigned dev_get_flags(const net_device *device) {
+    u32 flags = device->flags;
+    if (device->flags & IFF_UP) {
+        if (device->operstate == IF_OPER_UP || device->operstate == IF_OPER_UNKNOWN)
+            flags |= IFF_RUNNING;
+        if (netif_carrier_ok(device))
+            flags |= IFF_LOWER_UP;
+    }
+    return flags;
+}
+
+int dev_change_flags(net_device *device, u32 flags) {
+    return change_flags(device, flags, true);
+}
+
+int netdev_set_flags_by_name(const char *name, u32 flags) {
+    std::lock_guard guard(rtnl);
+    net_device *device;
+    {
+        std::lock_guard list(list_mutex);
+        device = find_locked(name);
+    }
+    return device ? change_flags(device, flags, true) : -ENODEV;
+}
+
+int dev_set_mac_address(net_device *device, const netdev_address *address) {
+    if (!device->ops || !device->ops->set_mac_address)
+        return -EOPNOTSUPP;
+    if (address->family != device->type)
+        return -EINVAL;
+    int result = device->ops->set_mac_address(device, address);
+    if (result == 0 && the_back && device->back)
+        the_back->address(device);
+    return result;
+}
+
+void dev_addr_set(net_device *device, const u8 *address) {
+    std::memcpy(device->dev_addr, address, device->addr_len);
+}
+
+void netdev_set_operstate(net_device *device, u8 state) {
+    device->operstate = state;
+}
+
+void netif_carrier_on(net_device *device) {
+    carrier(device, true);
+}
+
+void netif_carrier_off(net_device *device) {
+    carrier(device, false);
+}
+
+void netif_addr_lock_bh(net_device *device) {
+    local_bh_disable();
+    pthread_mutex_lock(&device->address_lock);
+}
+
+void netif_addr_unlock_bh(net_device *device) {
+    pthread_mutex_unlock(&device->address_lock);
+    local_bh_enable();
+}
+
+unsigned long copy_from_user(void *to, const void *from, unsigned long count) {
+    if (!from)
+        return count;
+    std::memcpy(to, from, count);
+    return 0;
+}
+
+unsigned long copy_to_user(const void *to, const void *from, unsigned long count) {
+    if (!to)
+        return count;
+    std::memcpy(const_cast<void *>(to), from, count);
+    return 0;
+}
+
+u16 eth_type_trans(sk_buff *skb, net_device *device) {
+    skb->dev = device;
+    u16 type = 0;
+    if (skb->len >= ETHERNET_HEADER)
+        std::memcpy(&type, skb->data + ETHERNET_HEADER - sizeof(type), sizeof(type));
+    skb_pull(skb, ETHERNET_HEADER);
+    return type;
+}
+
+int netif_rx_ni(sk_buff *skb) {
+    net_device *device = skb->dev;
+    if (skb_headroom(skb) >= ETHERNET_HEADER)
+        skb_push(skb, ETHERNET_HEADER);
+    if (the_back && device->back) {
+        the_back->receive(device, skb);
+        return 0;
+    }
+    {
+        std::lock_guard guard(list_mutex);
+        if (recording)
+            if (auto found = records.find(device); found != records.end())
+                found->second.received.push_back(
+                    {{skb->data, skb->data + skb->len}, skb->mark, skb->protocol});
+    }
+    consume_skb(skb);
+    return 0;
+}
+
+// Whatever the result, the frame is gone.
+int dev_queue_xmit(sk_buff *skb) {
+    int result = 0;
+    {
+        std::lock_guard guard(list_mutex);
+        netdev_record &record = records[skb->dev];
+        if (recording)
+            record.sent.push_back({{skb->data, skb->data + skb->len}, skb->mark, 0});
+        result = record.queue_result;
+    }
+    if (result == 0)
+        consume_skb(skb);
+    else
+        kfree_skb(skb);
+    return result;
+}
+
+// The highest priority comes first, of equals who came first.
 int register_netdevice_notifier(notifier_block *block) {
     std::lock_guard guard(chain_mutex);
     notifier_block **place = &chain;
@@ -22,5 +416,35 @@ int register_netdevice_notifier(notifier_block *block) {
     }
     block->next = *place;
     *place = block;
+    return 0;
+}
+
+bool inet_any_address(const net_device *device, bool (*test)(u32 address, u32 mask, u32 wanted),
+                      u32 wanted) {
+    std::lock_guard guard(list_mutex);
+    auto found = records.find(device);
+    return found != records.end() &&
+           std::any_of(
+               found->second.ipv4.begin(), found->second.ipv4.end(),
+               [&](const ipv4_address &one) { return test(one.address, one.mask, wanted); });
+}
+
+bool inet6_has_record(const net_device *device) {
+    std::lock_guard guard(list_mutex);
+    auto found = records.find(device);
+    return found != records.end() && found->second.ipv6;
+}
+
+int ipv6_chk_prefix(const u8 *address, net_device *device) {
+    std::lock_guard guard(list_mutex);
+    auto found = records.find(device);
+    if (found == records.end())
+        return 0;
+    for (const ipv6_prefix &prefix : found->second.prefixes) {
+        u32 whole = prefix.length / 8, rest = prefix.length % 8;
+        if (std::memcmp(address, prefix.address.data(), whole) == 0 &&
+            (rest == 0 || ((address[whole] ^ prefix.address[whole]) >> (8 - rest)) == 0))
+            return 1;
+    }
     return 0;
 }

@@ -161,6 +161,17 @@ sk_buff *frame_make(std::span<const u8> bytes, u32 headroom, u32 tailroom) {
 
 using namespace userlevel;
 
+void skb_orphan(sk_buff *skb) {
+    if (!skb->destructor) {
+        if (skb->sk)
+            BUG();
+        return;
+    }
+    skb->destructor(skb);
+    skb->destructor = nullptr;
+    skb->sk = nullptr;
+}
+
 sk_buff *__netdev_alloc_skb(net_device *device, unsigned length, gfp_t flags) {
     const void *site = __builtin_return_address(0);
     u64 size = u64{length} + NET_SKB_PAD;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "containers/tarn_avl.h"
+#include "kernel/once.h"
 #include "kernel/refcount.h"
 #include "kernel/types.h"
 
@@ -23,6 +24,7 @@ inline constexpr u32 TARN_IF_F_VLAN_LOCAL = 0x1;   // the VLAN exists on one sta
 inline constexpr u32 TARN_IF_F_DELETED = 0x2;      // lookups refuse it
 inline constexpr u32 TARN_IF_F_AGG_STATIC = 0x8;   // aggregator that runs while a member runs
 inline constexpr u32 TARN_IF_F_AGG_DYNAMIC = 0x10; // aggregator that runs when told so
+inline constexpr u32 TARN_IF_F_AGG = TARN_IF_F_AGG_STATIC | TARN_IF_F_AGG_DYNAMIC;
 inline constexpr u32 TARN_IF_F_DHCPSN = 0x20;
 inline constexpr u32 TARN_IF_F_DHCPSN_TRUSTED = 0x40;
 inline constexpr u32 TARN_IF_F_ARPSEC = 0x80;
@@ -35,6 +37,11 @@ inline constexpr u32 TARN_IF_F_DHCPSN_NO_FLOOD = 0x10000;
 inline constexpr u32 TARN_IF_F_NO_VLAN_MEMBER_CHECK = 0x20000;
 inline constexpr u32 TARN_IF_F_IPV6_L3_MC = 0x40000;
 inline constexpr u32 TARN_IF_F_L3_SWITCHPORT = 0x80000; // the port is routed
+
+inline constexpr u32 TARN_IF_NAME_SIZE = 16;
+
+// An interface has link when its flags have both (IFF_UP and IFF_RUNNING).
+inline constexpr u32 TARN_IF_LINK = 0x41;
 
 // A VLAN interface has ifindex vid + TARN_IF_VLAN_BASE.
 inline constexpr u32 TARN_IF_VLAN_BASE = 300;
@@ -76,7 +83,7 @@ struct tarn_if {
     u32 type;    // tarn_if_type
     u32 fib_id;
     refcount_t refcnt;
-    char name[16]; // not terminated when the name fills it: print with %.16s
+    char name[TARN_IF_NAME_SIZE]; // not terminated when the name fills it: print with %.16s
     u8 openflow;
     u8 oper_count; // running ports below this interface
     u32 flags;     // IFF_*, as the module knows them
@@ -125,4 +132,13 @@ struct tarn_if {
     u8 udld_hw_filter;
     i32 (*destructor)(tarn_if *ifp);
     unsigned long last_rx; // jiffies
+    // Of the interface manager's own:
+    tarn_if *aggregator;   // the first parent when that is one, for readers without the lock
+    tarn_if *retired_next; // in the queue of records whose destructor waits for process context
 };
+
+// The one test of what is a layer 3 interface.
+inline bool tarn_if_is_l3(const tarn_if *ifp) {
+    return ifp->type == TARN_IF_TYPE_ETHERNET || ifp->type == TARN_IF_TYPE_VLAN ||
+           (read_once(ifp->if_flags) & TARN_IF_F_L3_SWITCHPORT);
+}

@@ -1,5 +1,8 @@
 #include "ifmgr/tarn_ifmgr.h"
 
+#include "ifmgr/tarn_ifmgr_bind.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/bug.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
@@ -11,7 +14,6 @@ constinit rwlock_t tarn_if_db_lock{};
 namespace {
 
 constinit u8 _finished = 0;
-constinit kmem_cache *_list_node_cache = nullptr;
 
 // Both sides start with the ifindex, so a record and a bare u32 serve equally as key.
 int _tarn_ifmgr_if_cmp(const void *key, const void *info) {
@@ -20,6 +22,29 @@ int _tarn_ifmgr_if_cmp(const void *key, const void *info) {
     if (wanted < there)
         return -1;
     return wanted > there ? 1 : 0;
+}
+
+void _put(tarn_if *ifp, bool may_sleep) {
+    i32 before = refcount_dec(&ifp->refcnt);
+    if (before > 1)
+        return;
+    if (before <= 0) {
+        refcount_warn_saturate(&ifp->refcnt, REFCOUNT_SUB_UAF);
+        return;
+    }
+
+    u32 if_flags = read_once(ifp->if_flags);
+    if (!(if_flags & TARN_IF_F_DELETED)) {
+        pr_err("Invalid deletion of interface %.16s\n", ifp->name);
+        return;
+    }
+    if (!(if_flags & TARN_IF_F_VALID)) {
+        pr_err("Invalid deletion of interface (not valid) %.16s\n", ifp->name);
+        return;
+    }
+    if (!ifp->destructor)
+        BUG();
+    tarn_ifmgr_retire(ifp, may_sleep);
 }
 
 } // namespace
@@ -37,9 +62,12 @@ i32 tarn_ifmgr_init() {
     }
 
     rwlock_init(&tarn_if_db_lock, "tarn_if_db_lock");
+    db->on_bind = _module_bind_add_proc_if;
+    db->on_unbind = _module_unbind_del_proc_if;
+    tarn_ifmgr_list_node_cache = kmem_cache_create("ifmgr_free_list", sizeof(tarn_ifmgr_list_node),
+                                                   0, SLAB_NOLEAKTRACE, nullptr);
+    tarn_ifmgr_update_init();
     p_tarn_if_db = db;
-    _list_node_cache = kmem_cache_create("ifmgr_free_list", sizeof(tarn_ifmgr_list_node), 0,
-                                         SLAB_NOLEAKTRACE, nullptr);
     __atomic_store_n(&_finished, 1, __ATOMIC_RELEASE);
     return 0;
 }
@@ -69,28 +97,12 @@ void _tarn_ifmgr_if_hold(tarn_if *ifp) {
 }
 
 void _tarn_ifmgr_if_put(tarn_if *ifp) {
-    i32 before = refcount_dec(&ifp->refcnt);
-    if (before > 1)
-        return;
-    if (before <= 0) {
-        refcount_warn_saturate(&ifp->refcnt, REFCOUNT_SUB_UAF);
-        return;
-    }
+    _put(ifp, true);
+}
 
-    u32 if_flags = read_once(ifp->if_flags);
-    if (!(if_flags & TARN_IF_F_DELETED)) {
-        pr_err("Invalid deletion of interface %.16s\n", ifp->name);
-        return;
-    }
-    if (!(if_flags & TARN_IF_F_VALID)) {
-        pr_err("Invalid deletion of interface (not valid) %.16s\n", ifp->name);
-        return;
-    }
-    if (!ifp->destructor)
-        BUG();
-    ifp->destructor(ifp);
-    // The last touch: from here on an install may take or free the record's memory.
-    __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
+void tarn_ifmgr_if_ref_put_later(tarn_if *ifp) {
+    if (ifp)
+        _put(ifp, false);
 }
 
 void tarn_ifmgr_if_ref_get(tarn_if *ifp) {

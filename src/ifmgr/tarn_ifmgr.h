@@ -7,7 +7,7 @@
 //
 // A record is installed with one reference, the database's own. Deletion marks it TARN_IF_F_DELETED
 // and drops that reference; the last reference to go runs the record's destructor in the context of
-// whoever drops it.
+// whoever drops it, or in a work item when that context must not sleep.
 //
 // tarn_if_db_lock covers the shape of the tree and the parents and children lists, nothing else,
 // and is never held across a call into the network stack.
@@ -32,12 +32,18 @@ tarn_if *tarn_ifmgr_lookup_by_index(u32 ifindex);
 tarn_if *tarn_ifmgr_lookup_by_vid(u32 vid);
 void tarn_ifmgr_if_ref_get(tarn_if *ifp); // null is ignored
 void tarn_ifmgr_if_ref_put(tarn_if *ifp); // null is ignored
-void _tarn_ifmgr_if_hold(tarn_if *ifp);   // not null
-void _tarn_ifmgr_if_put(tarn_if *ifp);    // not null
+// The same where the destructor must not run: under the RTNL lock, or in a file of the interface's
+// own.
+void tarn_ifmgr_if_ref_put_later(tarn_if *ifp);
+void _tarn_ifmgr_if_hold(tarn_if *ifp); // not null
+void _tarn_ifmgr_if_put(tarn_if *ifp);  // not null
 
 // The aggregator that the interface is bound under, when its first parent is one; else the
 // interface itself. No reference is taken.
 tarn_if *tarn_ifmgr_logical_port(tarn_if *ifp);
+
+// The spanning tree state of the port in the instance that the VLAN belongs to.
+u32 tarn_ifmgr_stp_state(const tarn_if *port, const tarn_if *vlan_if);
 
 // Whether a frame of the VLAN may pass between a and b. An empty upstream list, or a null
 // interface, allows it; otherwise one of the two must be upstream.

@@ -1,125 +1,199 @@
 #include "ifmgr/tarn_ifmgr_create.h"
 
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_event.h"
+#include "ifmgr/tarn_ifmgr_link.h"
+#include "kernel/bytes.h"
+#include "kernel/log.h"
 #include "kernel/memory.h"
+#include "kernel/netdev.h"
 #include "kernel/once.h"
 
 namespace {
 
-// What a record is torn down by takes effect with the creation of devices and the bind graph; until
-// then nothing is bound or opened that would have to be undone.
-i32 tarn_ifmgr_eth_if_destructor(tarn_if *) {
+constexpr u32 _ADDRESS_SIZE = 6;
+
+// Cut at 16 bytes, and then without a terminator.
+void _copy_name(tarn_if *record, const char *name) {
+    u32 at = 0;
+    for (; at < TARN_IF_NAME_SIZE && name[at]; at++)
+        record->name[at] = name[at];
+}
+
+bool _exists(u32 ifindex) {
+    tarn_if *found = tarn_ifmgr_lookup_by_index(ifindex);
+    tarn_ifmgr_if_ref_put(found);
+    return found != nullptr;
+}
+
+tarn_if *_template(const char *name, u32 ifindex, u32 type) {
+    tarn_if *record = _tarn_ifmgr_if_alloc();
+    if (!record)
+        return nullptr;
+    _copy_name(record, name);
+    record->ifindex = ifindex;
+    record->type = type;
+    return record;
+}
+
+// Installs a copy and frees the template.
+i32 _install_copy_of(tarn_if *record, tarn_if **out) {
+    i32 result = _tarn_ifmgr_if_install(record, out, false);
+    kfree(record);
+    return result;
+}
+
+// The record stays in the tree; nobody finds it, and a later creation uses its memory.
+void _give_up(tarn_if *ifp) {
+    module_remove_proc_if(ifp);
+    write_once(ifp->if_flags, (read_once(ifp->if_flags) & ~TARN_IF_F_VALID) | TARN_IF_F_DELETED);
+    refcount_set(&ifp->refcnt, 0);
+}
+
+i32 _add_device(tarn_if *ifp, u32 flags) {
+    net_device *device =
+        tarn_os_l3_if_configure(ifp, ifp->port_hwaddr, sizeof(ifp->port_hwaddr), nullptr);
+    if (!device) {
+        pr_warn("%s Adding interface for %.16s FAILED. (failure to create netdev)\n",
+                "tarn_ifmgr_switchport_create", ifp->name);
+        _give_up(ifp);
+        return TARN_ERR_NETDEV;
+    }
+    write_once(ifp->netdev, device);
+    if (tarn_os_l3_if_flags_set(ifp, flags) != 0)
+        pr_warn("%s Failed to set flags for %.16s\n", "tarn_ifmgr_switchport_create", ifp->name);
     return 0;
 }
-i32 tarn_ifmgr_l2_if_destructor(tarn_if *) {
-    return 0;
-}
-i32 tarn_ifmgr_vlan_if_destructor(tarn_if *) {
-    return 0;
+
+void _failed(const char *function, const char *name) {
+    pr_warn("%s Interface adding interface for %.16s FAILED.\n", function, name);
 }
 
-tarn_if *_find(u32 ifindex) {
-    const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex);
-    return node ? static_cast<tarn_if *>(node->info) : nullptr;
-}
-
-i32 _insert(tarn_if *record) {
-    write_lock_bh(&tarn_if_db_lock);
-    i32 result = tarn_avl_insert(p_tarn_if_db->tree, record);
-    write_unlock_bh(&tarn_if_db_lock);
-    return result == 0 ? 0 : TARN_ERR_TREE_INSERT;
-}
-
-i32 _install_copy(const tarn_if *record, tarn_if **installed) {
-    if (tarn_if *old = _find(record->ifindex)) {
-        write_lock_bh(&tarn_if_db_lock);
-        *old = *record;
-        write_unlock_bh(&tarn_if_db_lock);
-        *installed = old;
-        return 0;
+void _apply_options(tarn_if *vlan, u32 options) {
+    tarn_rmirror_set_mirror_vlan(vlan->vid, (options & TARN_VLAN_OPTION_MIRROR) != 0);
+    if (options & TARN_VLAN_OPTION_LOCAL)
+        write_once(vlan->if_flags, read_once(vlan->if_flags) | TARN_IF_F_VLAN_LOCAL);
+    if (options & TARN_VLAN_OPTION_ALWAYS_UP) {
+        write_once(vlan->if_flags, read_once(vlan->if_flags) | TARN_IF_F_ALWAYS_UP);
+        _tarn_ifmgr_flags_set(vlan, read_once(vlan->flags));
     }
-
-    tarn_if *copy = _tarn_ifmgr_if_alloc();
-    if (!copy)
-        return TARN_ERR_NO_MEMORY;
-    *copy = *record;
-    i32 result = _insert(copy);
-    if (result != 0) {
-        kfree(copy);
-        return result;
-    }
-    *installed = copy;
-    return 0;
 }
 
-// Whether the last reference has gone and its destructor has run to its end.
-bool _is_destroyed(const tarn_if *ifp) {
-    return refcount_read(&ifp->refcnt) == 0 &&
-           !(__atomic_load_n(&ifp->if_flags, __ATOMIC_ACQUIRE) & TARN_IF_F_VALID);
-}
-
-i32 _install_itself(tarn_if *record, tarn_if **installed) {
-    if (tarn_if *old = _find(record->ifindex)) {
-        write_lock_bh(&tarn_if_db_lock);
-        tarn_avl_delete(p_tarn_if_db->tree, &record->ifindex);
-        write_unlock_bh(&tarn_if_db_lock);
-        // A record that somebody still holds outlives its place in the tree.
-        if (_is_destroyed(old))
-            kfree(old);
-    }
-    *installed = record;
-    return _insert(record);
-}
-
-void _start_by_type(tarn_if *ifp) {
-    u32 state = TARN_STP_FORWARDING;
-    switch (ifp->type) {
-    case TARN_IF_TYPE_ETHERNET:
-        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
-        ifp->destructor = tarn_ifmgr_eth_if_destructor;
-        break;
-    case TARN_IF_TYPE_SWITCHPORT:
-        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
-        ifp->destructor = tarn_ifmgr_l2_if_destructor;
-        state = TARN_STP_BLOCKING;
-        break;
-    case TARN_IF_TYPE_VLAN:
-        ifp->destructor = tarn_ifmgr_vlan_if_destructor;
-        state = TARN_STP_BLOCKING;
-        break;
-    }
-    for (u32 &instance : ifp->stp_state)
-        instance = state;
-
-    ifp->auth_supp_table = nullptr;
-    ifp->auth_guest_vlan = 0;
-    ifp->guest_fwd_count = 0;
-    ifp->guest_fwd_rules = nullptr;
-    ifp->auth_arp_forward = 0;
-    ifp->auth_fwd_count = 0;
-    ifp->auth_fwd_rules = nullptr;
-    ifp->stp_instance = 0;
+tarn_if *_new_vlan(u16 vid) {
+    tarn_if *record = _tarn_ifmgr_if_alloc();
+    if (!record)
+        return nullptr;
+    snprintf(record->name, sizeof(record->name), "vlan%hu", vid);
+    record->type = TARN_IF_TYPE_VLAN;
+    record->flags = IFF_UP | IFF_BROADCAST | IFF_MULTICAST;
+    record->vid = vid;
+    return record;
 }
 
 } // namespace
 
-tarn_if *_tarn_ifmgr_if_alloc() {
-    return static_cast<tarn_if *>(__kmalloc(sizeof(tarn_if), gfp_here() | __GFP_ZERO));
-}
-
-i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
-    if (!record || !out || !p_tarn_if_db)
+i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
+                               u32 type) {
+    if (!hwaddr)
         return TARN_ERR_BAD_ARG;
+    if (_exists(ifindex))
+        return 0;
+    tarn_if *record = _template(name, ifindex, type);
+    if (!record)
+        return TARN_ERR_NO_MEMORY;
+    record->flags = flags;
+    memcpy(record->hwaddr, hwaddr, _ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
-    i32 result = take_record ? _install_itself(record, &ifp) : _install_copy(record, &ifp);
-    if (result != 0)
+    i32 result = _install_copy_of(record, &ifp);
+    if (result != 0) {
+        _failed("tarn_ifmgr_ethernet_create", name);
         return result;
-
-    _start_by_type(ifp);
-    refcount_set(&ifp->refcnt, 1);
-    // Last: a reader that meets the record earlier gets nothing.
-    write_once(ifp->if_flags, ifp->if_flags | TARN_IF_F_VALID);
-    *out = ifp;
+    }
+    char device_name[NETDEV_NAME_SIZE];
+    snprintf(device_name, sizeof(device_name), "%.15s", ifp->name);
+    write_once(ifp->netdev, dev_get_by_name(device_name)); // need not be there
     return 0;
+}
+
+// The test for an existing one comes before that of the address here, on purpose.
+i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, u32 stack_member,
+                                 u32 ifindex, u8 with_netdev) {
+    if (_exists(ifindex))
+        return 0;
+    if (!hwaddr)
+        return TARN_ERR_BAD_ARG;
+    tarn_if *record = _template(name, ifindex, TARN_IF_TYPE_SWITCHPORT);
+    if (!record)
+        return TARN_ERR_NO_MEMORY;
+    record->flags = flags;
+    record->stack_member = stack_member;
+    memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
+
+    tarn_if *ifp = nullptr;
+    i32 result = _install_copy_of(record, &ifp);
+    if (result != 0) {
+        _failed("tarn_ifmgr_switchport_create", name);
+        return result;
+    }
+    if (with_netdev && (result = _add_device(ifp, flags)) != 0)
+        return result;
+    if ((read_once(ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK)
+        tarn_ifmgr_L2_link_up(ifp);
+    return 0;
+}
+
+i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, u32 ifindex) {
+    if (!name || !hwaddr)
+        return TARN_ERR_BAD_ARG;
+    if (_exists(ifindex))
+        return 0;
+    if (agg_type != TARN_AGG_TYPE_STATIC && agg_type != TARN_AGG_TYPE_DYNAMIC)
+        return TARN_ERR_BAD_ARG;
+    if (_exists(ifindex))
+        return TARN_ERR_EXISTS;
+    tarn_if *record = _template(name, ifindex, TARN_IF_TYPE_SWITCHPORT);
+    if (!record)
+        return TARN_ERR_NO_MEMORY;
+    record->if_flags =
+        agg_type == TARN_AGG_TYPE_STATIC ? TARN_IF_F_AGG_STATIC : TARN_IF_F_AGG_DYNAMIC;
+    memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
+
+    tarn_if *ifp = nullptr;
+    i32 result = _install_copy_of(record, &ifp);
+    return result < 0 ? result : 0;
+}
+
+// An existing VLAN is not asked for: its device is taken over, and its record replaced.
+i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
+    tarn_if *record = _new_vlan(vid);
+    if (!record)
+        return TARN_ERR_NO_MEMORY;
+    u32 ifindex = 0;
+    net_device *device = tarn_os_l3_if_configure(record, hwaddr, hwaddr_len, &ifindex);
+    if (!device) {
+        kfree(record);
+        return TARN_ERR_NETDEV;
+    }
+    record->netdev = device;
+    record->ifindex = ifindex;
+    if (hwaddr)
+        memcpy(record->hwaddr, hwaddr,
+               hwaddr_len < sizeof(record->hwaddr) ? hwaddr_len : sizeof(record->hwaddr));
+
+    i32 result = _tarn_ifmgr_if_install(record, out, true);
+    if (result != 0) {
+        tarn_os_l3_if_unconfigure(record);
+        kfree(record);
+        return result;
+    }
+    _apply_options(record, options);
+    tarn_ifmgr_notify_vlan_created(vid);
+    return 0;
+}
+
+void tarn_ifmgr_delete_interface(tarn_if *ifp) {
+    __atomic_or_fetch(&ifp->if_flags, TARN_IF_F_DELETED, __ATOMIC_RELAXED);
+    _tarn_ifmgr_if_put(ifp);
 }

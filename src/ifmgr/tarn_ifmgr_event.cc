@@ -1,13 +1,60 @@
 #include "ifmgr/tarn_ifmgr_event.h"
 
+#include "ifmgr/tarn_ifmgr.h"
+#include "kernel/errno.h"
+#include "kernel/log.h"
+#include "kernel/once.h"
+
+constinit notifier_block tarn_ifmgr_device_notifier{
+    .notifier_call = tarn_ifmgr_device_event, .next = nullptr, .priority = 0};
+
 namespace {
 
-// Link state follows device events once interfaces have devices; until then none concerns us.
-int _tarn_ifmgr_device_event(notifier_block *, unsigned long, void *) {
-    return NOTIFY_DONE;
+constexpr u32 _SUBSCRIBERS = 1;
+using _subscriber = void (*)(u32 vid);
+constinit _subscriber subscribers[_SUBSCRIBERS] = {};
+constinit u32 _subscriber_count = 0;
+
+// The device of an Ethernet interface goes, and with it the reference that would hold it up.
+void _let_go(tarn_if *ifp, net_device *device) {
+    if (ifp->type != TARN_IF_TYPE_ETHERNET || read_once(ifp->netdev) != device)
+        return;
+    write_once(ifp->netdev, nullptr);
+    dev_put(device);
 }
 
 } // namespace
 
-constinit notifier_block tarn_ifmgr_device_notifier{
-    .notifier_call = _tarn_ifmgr_device_event, .next = nullptr, .priority = 0};
+// Link state is what the daemon says: the flags of a switch port do not follow its device, and
+// nothing here is counted.
+int tarn_ifmgr_device_event(notifier_block *, unsigned long event, void *info) {
+    if (event != NETDEV_UP && event != NETDEV_DOWN && event != NETDEV_CHANGE &&
+        event != NETDEV_UNREGISTER)
+        return NOTIFY_DONE;
+    net_device *device = netdev_notifier_info_to_dev(info);
+    if (!netdev_in_init_net(device))
+        return NOTIFY_DONE;
+    tarn_if *ifp = tarn_ifmgr_lookup_by_index(netdev_ifindex(device));
+    if (!ifp)
+        return NOTIFY_DONE;
+    if (event == NETDEV_UNREGISTER)
+        _let_go(ifp, device);
+    else if (ifp->type != TARN_IF_TYPE_SWITCHPORT)
+        write_once(ifp->flags, dev_get_flags(device));
+    tarn_ifmgr_if_ref_put_later(ifp);
+    return NOTIFY_DONE;
+}
+
+i32 tarn_ifmgr_notifications_register(void (*subscriber)(u32 vid)) {
+    if (_subscriber_count >= _SUBSCRIBERS) {
+        pr_err("Too many interface manager subscribers\n");
+        return -EINVAL;
+    }
+    subscribers[_subscriber_count++] = subscriber;
+    return 0;
+}
+
+void tarn_ifmgr_notify_vlan_created(u32 vid) {
+    if (_subscriber_count > 0)
+        subscribers[0](vid);
+}

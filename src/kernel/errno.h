@@ -9,5 +9,7 @@
 #define EEXIST 17
 #define ENODEV 19
 #define EINVAL 22
+#define ERANGE 34
 #define EOPNOTSUPP 95
+#define EADDRNOTAVAIL 99
 #define ENETDOWN 100

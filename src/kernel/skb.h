@@ -11,6 +11,8 @@
 //   skb_copy, skb_clone, skb_realloc_headroom
 //                          a new buffer, null on failure; the old one stays with the caller
 //   pskb_expand_head       room before and after within the same sk_buff: 0 or -ENOMEM
+//   skb_orphan             gives the frame's memory back to the socket that was charged for it; a
+//                          frame that names a socket but not how to do that stops the kernel
 //   kfree_skb              drops a frame; consume_skb ends one that was delivered
 //   __dev_kfree_skb_irq    drops a frame from any context
 #pragma once
@@ -35,10 +37,12 @@ u8 *skb_cb(sk_buff *skb);
 u32 skb_mark(const sk_buff *skb);
 void skb_set_mark(sk_buff *skb, u32 mark);
 u32 skb_priority(const sk_buff *skb);
+void skb_set_protocol(sk_buff *skb, u16 protocol); // network order
 net_device *skb_dev(const sk_buff *skb);
 void skb_set_dev(sk_buff *skb, net_device *device);
 
 void skb_reserve(sk_buff *skb, u32 length);
+void skb_orphan(sk_buff *skb);
 void kfree_skb(sk_buff *skb);
 void consume_skb(sk_buff *skb);
 

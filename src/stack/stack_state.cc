@@ -4,3 +4,7 @@
 u8 tarn_stack_is_slave() {
     return 0;
 }
+
+bool tarn_stack_local_vlan_member_allowed(const tarn_if *) {
+    return true;
+}

@@ -1,6 +1,11 @@
+#include "pkt/pkt_calls.h"
 #include "vlan/vlan.h"
 
 // VLAN stacking: takes effect when it lands; nothing is registered until then.
 i32 tarn_vlan_stack_init() {
+    return 0;
+}
+
+u32 tarn_vlan_stack_outer_vlan_get(u32) {
     return 0;
 }

@@ -1,6 +1,8 @@
 // The entry of the receive pipeline and its two preparations.
 #include "support/switch_test.h"
 
+#include "ifmgr/tarn_ifmgr_bind.h"
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -117,10 +119,8 @@ TEST_F(Receive, the_aggregator_of_a_port_is_its_logical_port) {
 TEST_F(Receive, only_the_first_parent_is_looked_at) {
     add_aggregator_over(port1(), 4501);
     // A VLAN bound last stands first.
-    tarn_ifmgr_list_node first{.ifp = vlan1(), .next = port1()->parents};
-    port1()->parents = &first;
+    configure([&] { EXPECT_EQ(tarn_ifmgr_bind(vlan1(), port1()), 0); });
     EXPECT_EQ(classify(Frame()).l2_port, port1());
-    port1()->parents = first.next;
 }
 
 TEST_F(Receive, an_untagged_frame_has_the_vid_argument_for_a_tag) {

@@ -1,7 +1,7 @@
-// What the core hands to the layers below and above it, recorded.
+// What the receive path hands to the layers below and above it, recorded.
 //
-// Linked in place of the core's own flood, transmit, post, replication and event calls, so that a
-// test sees each call with its arguments and steers its result.
+// The linker leads the calls of flood, transmit, post, replication and events here, so that a test
+// sees each with its arguments and steers its result; or passes them on to the core's own.
 #pragma once
 
 #include "support/frame_builder.h"
@@ -62,6 +62,8 @@ struct Record {
     std::vector<DosMatch> dos;
     std::optional<StackManagement> stack; // the last frame offered; every one is, first of all
     const u8 *replicated_at = nullptr;    // where the last replication may tell that it was made
+
+    bool pass_on = false; // record nothing: the core's own calls are made
 
     i32 flood_result = 0; // 0: the frame is taken
     u32 xmit_result = 0;

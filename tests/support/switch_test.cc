@@ -1,6 +1,7 @@
 #include "support/switch_test.h"
 
 #include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_settings.h"
 #include "module/tarn_module.h"
 
 #include <cstring>
@@ -92,16 +93,12 @@ tarn_if *SwitchTest::add_vlan(u32 vid) {
 
 tarn_if *SwitchTest::add_aggregator_over(tarn_if *port, u32 ifindex) {
     return configure([&] {
-        tarn_if *record = _tarn_ifmgr_if_alloc();
-        std::strcpy(record->name, "lag1");
-        record->ifindex = ifindex;
-        record->type = TARN_IF_TYPE_SWITCHPORT;
-        tarn_if *aggregator = nullptr;
-        EXPECT_EQ(_tarn_ifmgr_if_install(record, &aggregator, true), 0);
-        auto *node = static_cast<tarn_ifmgr_list_node *>(
-            __kmalloc(sizeof(tarn_ifmgr_list_node), GFP_KERNEL));
-        *node = {.ifp = aggregator, .next = port->parents};
-        port->parents = node;
+        const u8 address[6] = {2, 0, 0, 0, 2, 1};
+        EXPECT_EQ(tarn_ifmgr_aggregator_add("lag1", address, TARN_AGG_TYPE_STATIC, ifindex), 0);
+        EXPECT_EQ(tarn_ifmgr_aggregator_port_attach(ifindex, port->ifindex), 0);
+        userlevel::work_run();
+        tarn_if *aggregator = tarn_ifmgr_lookup_by_index(ifindex);
+        tarn_ifmgr_if_ref_put(aggregator);
         return aggregator;
     });
 }

@@ -1,63 +1,63 @@
 #include "plain_switch/plain_switch.h"
 
+#include "control.h"
+#include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_create.h"
-#include "kernel/memory.h"
 #include "kernel/netdev.h"
+#include "vlan/vlan_member.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace plain_switch {
 
 namespace {
 
-tarn_if *install(tarn_if *record) {
-    tarn_if *installed = nullptr;
-    i32 result = record ? _tarn_ifmgr_if_install(record, &installed, true) : TARN_ERR_NO_MEMORY;
-    if (result != 0) {
-        std::fprintf(stderr, "cannot add an interface to the switch: error %d\n", result);
-        std::exit(1);
-    }
-    std::fill(std::begin(installed->stp_state), std::end(installed->stp_state),
-              TARN_STP_FORWARDING);
-    return installed;
+constexpr u32 PORT_FLAGS = IFF_UP | IFF_BROADCAST | IFF_RUNNING;
+constexpr u32 VLAN_FLAGS = PORT_FLAGS | IFF_MULTICAST;
+
+void must(i32 result, u32 number) {
+    if (result == 0)
+        return;
+    std::fprintf(stderr, "cannot add interface %u to the switch: error %d\n", number, result);
+    std::exit(1);
+}
+
+tarn_if *forwarding(tarn_if *ifp) {
+    std::fill(std::begin(ifp->stp_state), std::end(ifp->stp_state), TARN_STP_FORWARDING);
+    return ifp;
 }
 
 } // namespace
 
 tarn_if *add_port(u32 k) {
-    tarn_if *port = _tarn_ifmgr_if_alloc();
-    if (port) {
-        std::snprintf(port->name, sizeof(port->name), "port%u", k);
-        port->ifindex = FIRST_PORT_IFINDEX + k;
-        port->type = TARN_IF_TYPE_SWITCHPORT;
-        port->flags = IFF_UP | IFF_BROADCAST | IFF_RUNNING;
-        const std::array<u8, 6> mac{2, 0, 0, 0, static_cast<u8>(1 + (k >> 8)), static_cast<u8>(k)};
-        std::copy(mac.begin(), mac.end(), port->port_hwaddr);
-    }
-    return install(port);
+    char name[TARN_IF_NAME_SIZE];
+    std::snprintf(name, sizeof(name), "port%u", k);
+    const u8 mac[6] = {2, 0, 0, 0, static_cast<u8>(1 + (k >> 8)), static_cast<u8>(k)};
+    u32 ifindex = FIRST_PORT_IFINDEX + k;
+    must(tarn_ifmgr_switchport_create(name, mac, PORT_FLAGS, 0, ifindex, 0), ifindex);
+    tarn_if *port = tarn_ifmgr_lookup_by_index(ifindex);
+    tarn_ifmgr_if_ref_put(port);
+    userlevel::work_run();
+    return forwarding(port);
 }
 
 tarn_if *add_vlan(u32 vid) {
-    tarn_if *vlan = _tarn_ifmgr_if_alloc();
-    if (vlan) {
-        std::snprintf(vlan->name, sizeof(vlan->name), "vlan%u", vid);
-        vlan->ifindex = TARN_IF_VLAN_BASE + vid;
-        vlan->type = TARN_IF_TYPE_VLAN;
-        vlan->vid = static_cast<u16>(vid);
-        vlan->flags = IFF_UP | IFF_BROADCAST | IFF_RUNNING | IFF_MULTICAST;
-        const std::array<u8, 6> mac{2, 0, 0, 0, 0, 1};
-        std::copy(mac.begin(), mac.end(), vlan->hwaddr);
-    }
-    return install(vlan);
+    const u8 mac[6] = {2, 0, 0, 0, 0, 1};
+    tarn_if *vlan = nullptr;
+    must(tarn_ifmgr_vlan_create(mac, sizeof(mac), &vlan, static_cast<u16>(vid), 0), vid);
+    vlan->flags = VLAN_FLAGS;
+    return forwarding(vlan);
 }
 
 void add_member(tarn_if *port, u32 vid) {
-    if (vid < TARN_VLAN_COUNT)
-        port->vlan_member_bmp[vid >> 5] |= 1u << (vid & 31);
+    tarn_vlan_add_vlan_to_port(port->ifindex, vid, 0);
+    userlevel::work_run();
+    tarn_if *vlan = tarn_ifmgr_lookup_by_vid(vid);
+    if (vlan)
+        vlan->flags = VLAN_FLAGS;
+    tarn_ifmgr_if_ref_put(vlan);
 }
 
 } // namespace plain_switch

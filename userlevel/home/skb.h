@@ -13,6 +13,7 @@ struct sk_buff {
     u32 truesize; // what the buffer counts for in socket memory, as Linux 6.1 counts on x86_64
     u32 mark;
     u32 priority;
+    u16 protocol;  // network order
     u8 was_cloned; // may share its block; the block knows
     i32 users;
     net_device *dev;
@@ -57,6 +58,9 @@ inline void skb_set_mark(sk_buff *skb, u32 mark) {
 }
 inline u32 skb_priority(const sk_buff *skb) {
     return skb->priority;
+}
+inline void skb_set_protocol(sk_buff *skb, u16 protocol) {
+    skb->protocol = protocol;
 }
 inline net_device *skb_dev(const sk_buff *skb) {
     return skb->dev;

@@ -1,0 +1,34 @@
+// The bind graph: a VLAN is parent of its ports and aggregators, an aggregator of its ports.
+//
+// One binding is two list nodes, one on the parent's `children`, one on the child's `parents`;
+// neither holds a reference. New bindings stand first. The lists are under tarn_if_db_lock.
+#pragma once
+
+#include "ifmgr/tarn_if.h"
+#include "kernel/memory.h"
+
+// How far upwards a walk follows the graph; VLAN over aggregator over port is three.
+inline constexpr u32 TARN_IFMGR_MAX_DEPTH = 8;
+
+extern kmem_cache *tarn_ifmgr_list_node_cache;
+// A node at the head of the list: null without memory.
+tarn_ifmgr_list_node *tarn_ifmgr_list_add(tarn_ifmgr_list_node **list, tarn_if *ifp);
+// Takes the first node naming the interface off the list: whether there was one.
+bool tarn_ifmgr_list_remove(tarn_ifmgr_list_node **list, const tarn_if *ifp);
+// After a change of ifp->parents, under the lock for writing.
+void tarn_ifmgr_parents_changed(tarn_if *ifp);
+
+// 0; -204 (the child is layer 3 and the parent a port or aggregator, or they would stand in a
+// ring); -205 (no memory: a change of the parent's flags stays).
+i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child);
+// 0 whether or not they were bound; -204.
+i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child);
+u32 tarn_ifmgr_isbound(const tarn_if *parent, const tarn_if *child);
+u32 tarn_ifmgr_is_child_l3_and_parent_l2(const tarn_if *parent, const tarn_if *child);
+
+// The port through which frames for this port or aggregator leave, with a reference: of an
+// aggregator, the member with link that has the highest ifindex. Null when there is none.
+tarn_if *tarn_ifmgr_get_L2_xmit_port(tarn_if *ifp);
+// The layer 3 interface that frames of the VLAN from this port belong to, with a reference; or
+// null.
+tarn_if *tarn_ifmgr_get_matching_L3_port(tarn_if *ifp, u32 vid);

@@ -1,0 +1,130 @@
+#include "ifmgr/tarn_ifmgr_destroy.h"
+
+#include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_bind.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_create.h"
+#include "kernel/log.h"
+#include "kernel/memory.h"
+#include "kernel/netdev.h"
+#include "kernel/once.h"
+
+namespace {
+
+bool _is_aggregator(const tarn_if *ifp) {
+    return read_once(ifp->if_flags) & TARN_IF_F_AGG;
+}
+
+// Takes the record off every list that names it, and empties its own. Silent: what could be said
+// has been said.
+void _unlink(tarn_if *ifp) {
+    write_lock_bh(&tarn_if_db_lock);
+    while (ifp->children) {
+        tarn_if *child = ifp->children->ifp;
+        tarn_ifmgr_list_remove(&child->parents, ifp);
+        tarn_ifmgr_parents_changed(child);
+        tarn_ifmgr_list_remove(&ifp->children, child);
+    }
+    while (ifp->parents) {
+        tarn_ifmgr_list_remove(&ifp->parents->ifp->children, ifp);
+        tarn_ifmgr_list_remove(&ifp->parents, ifp->parents->ifp);
+    }
+    tarn_ifmgr_parents_changed(ifp);
+    while (ifp->upstream_ifs)
+        tarn_ifmgr_list_remove(&ifp->upstream_ifs, ifp->upstream_ifs->ifp);
+    write_unlock_bh(&tarn_if_db_lock);
+}
+
+void _remove_child(tarn_if *vlan, tarn_if *child) {
+    tarn_ifmgr_if_ref_get(child);
+    pr_warn("Child interface %.16s found while deleting %.16s\n", child->name, vlan->name);
+    if (tarn_vlan_unbind_vlan_from_port(vlan, child, 1) < 0)
+        pr_err("Failed to remove %.16s from %.16s\n", child->name, vlan->name);
+    tarn_ifmgr_if_ref_put(child);
+}
+
+void _remove_children(tarn_if *vlan) {
+    tarn_ifmgr_list_node *next;
+    for (tarn_ifmgr_list_node *node = vlan->children; node; node = next) {
+        next = node->next;
+        _remove_child(vlan, node->ifp);
+    }
+}
+
+void _leave_aggregator(tarn_if *port, tarn_if *aggregator) {
+    if (!_is_aggregator(aggregator)) {
+        pr_err("Unexpected parent %.16s found for %.16s\n", aggregator->name, port->name);
+        return;
+    }
+    i32 result = tarn_ifmgr_unbind(aggregator, port);
+    if (result < 0)
+        pr_err("Error removing %.16s from %.16s ret %d\n", port->name, aggregator->name, result);
+    else if (!aggregator->children)
+        tarn_vlan_agg_unbind(aggregator);
+}
+
+void _leave_parents(tarn_if *port) {
+    if (!port->parents)
+        return;
+    tarn_ifmgr_list_node *next;
+    for (tarn_ifmgr_list_node *node = port->parents; node; node = next) {
+        next = node->next;
+        _leave_aggregator(port, node->ifp);
+    }
+    if (port->parents)
+        pr_err("Parent interface %.16s found while deleting %.16s\n", port->parents->ifp->name,
+               port->name);
+}
+
+i32 _retired_destructor(tarn_if *) {
+    return 0;
+}
+
+} // namespace
+
+i32 tarn_ifmgr_eth_if_destructor(tarn_if *ifp) {
+    _unlink(ifp);
+    if (!ifp->netdev) {
+        pr_err("netdevice for %.16s not found\n", ifp->name);
+        return 0;
+    }
+    dev_put(ifp->netdev);
+    write_once(ifp->netdev, nullptr);
+    return 0;
+}
+
+i32 tarn_ifmgr_vlan_if_destructor(tarn_if *ifp) {
+    _remove_children(ifp);
+    _unlink(ifp);
+    if (!ifp->netdev) {
+        pr_err("netdevice for %.16s not found\n", ifp->name);
+        return 0;
+    }
+    tarn_os_l3_if_unconfigure(ifp);
+    write_once(ifp->netdev, nullptr);
+    return 0;
+}
+
+i32 tarn_ifmgr_l2_if_destructor(tarn_if *ifp) {
+    if (ifp->children)
+        pr_err("Child interface %.16s found while deleting %.16s\n", ifp->children->ifp->name,
+               ifp->name);
+    tarn_vlan_delete_vlan_from_port_all(ifp);
+    _leave_parents(ifp);
+    module_remove_proc_if(ifp);
+    _unlink(ifp);
+    if (ifp->netdev) {
+        tarn_os_l3_if_unconfigure(ifp);
+        write_once(ifp->netdev, nullptr);
+    }
+    return 0;
+}
+
+void tarn_ifmgr_vlan_if_retire(tarn_if *ifp) {
+    while (ifp->children)
+        tarn_ifmgr_unbind(ifp, ifp->children->ifp);
+    _unlink(ifp);
+    write_once(ifp->netdev, nullptr);
+    ifp->destructor = _retired_destructor;
+    tarn_ifmgr_delete_interface(ifp);
+}

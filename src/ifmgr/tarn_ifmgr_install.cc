@@ -1,0 +1,134 @@
+// Records into the tree.
+#include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_destroy.h"
+#include "ifmgr/tarn_ifmgr_update.h"
+#include "kernel/memory.h"
+#include "kernel/once.h"
+
+namespace {
+
+// Sees deleted and destroyed records too.
+tarn_if *_find(u32 ifindex) {
+    const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex);
+    return node ? static_cast<tarn_if *>(node->info) : nullptr;
+}
+
+i32 _insert(tarn_if *record) {
+    write_lock_bh(&tarn_if_db_lock);
+    i32 result = tarn_avl_insert(p_tarn_if_db->tree, record);
+    write_unlock_bh(&tarn_if_db_lock);
+    return result == 0 ? 0 : TARN_ERR_TREE_INSERT;
+}
+
+void _take_out(tarn_if *old) {
+    write_lock_bh(&tarn_if_db_lock);
+    tarn_avl_delete(p_tarn_if_db->tree, &old->ifindex);
+    write_unlock_bh(&tarn_if_db_lock);
+}
+
+// Whether the last reference has gone and its destructor has run to its end.
+bool _is_destroyed(const tarn_if *ifp) {
+    return refcount_read(&ifp->refcnt) == 0 &&
+           !(__atomic_load_n(&ifp->if_flags, __ATOMIC_ACQUIRE) & TARN_IF_F_VALID);
+}
+
+// A record that somebody still holds outlives its place in the tree, and its memory is theirs.
+void _replace(tarn_if *old) {
+    _take_out(old);
+    if (_is_destroyed(old))
+        kfree(old);
+}
+
+i32 _install_copy(const tarn_if *record, tarn_if **installed) {
+    tarn_if *old = _find(record->ifindex);
+    if (old && refcount_read(&old->refcnt) == 0) {
+        write_lock_bh(&tarn_if_db_lock);
+        *old = *record;
+        write_unlock_bh(&tarn_if_db_lock);
+        *installed = old;
+        return 0;
+    }
+
+    tarn_if *copy = _tarn_ifmgr_if_alloc();
+    if (!copy)
+        return TARN_ERR_NO_MEMORY;
+    *copy = *record;
+    if (old)
+        _take_out(old);
+    i32 result = _insert(copy);
+    if (result != 0) {
+        kfree(copy);
+        return result;
+    }
+    *installed = copy;
+    return 0;
+}
+
+i32 _install_itself(tarn_if *record, tarn_if **installed) {
+    if (tarn_if *old = _find(record->ifindex)) {
+        if (refcount_read(&old->refcnt) != 0 && old->type == TARN_IF_TYPE_VLAN)
+            tarn_ifmgr_vlan_if_retire(old);
+        _replace(old);
+    }
+    *installed = record;
+    return _insert(record);
+}
+
+u32 _first_stp_state(u32 type) {
+    return type == TARN_IF_TYPE_SWITCHPORT || type == TARN_IF_TYPE_VLAN ? TARN_STP_BLOCKING
+                                                                        : TARN_STP_FORWARDING;
+}
+
+void _start_by_type(tarn_if *ifp) {
+    switch (ifp->type) {
+    case TARN_IF_TYPE_ETHERNET:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        ifp->destructor = tarn_ifmgr_eth_if_destructor;
+        break;
+    case TARN_IF_TYPE_SWITCHPORT:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        _module_create_proc_if(ifp);
+        ifp->destructor = tarn_ifmgr_l2_if_destructor;
+        break;
+    case TARN_IF_TYPE_VLAN:
+        ifp->destructor = tarn_ifmgr_vlan_if_destructor;
+        break;
+    }
+    ifp->auth_supp_table = nullptr;
+    ifp->auth_guest_vlan = 0;
+    ifp->guest_fwd_count = 0;
+    ifp->guest_fwd_rules = nullptr;
+    ifp->auth_arp_forward = 0;
+    ifp->auth_fwd_count = 0;
+    ifp->auth_fwd_rules = nullptr;
+    ifp->stp_instance = 0;
+    for (u32 &state : ifp->stp_state)
+        state = _first_stp_state(ifp->type);
+}
+
+} // namespace
+
+tarn_if *_tarn_ifmgr_if_alloc() {
+    return static_cast<tarn_if *>(__kmalloc(sizeof(tarn_if), gfp_here() | __GFP_ZERO));
+}
+
+i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
+    if (!record || !out || !p_tarn_if_db)
+        return TARN_ERR_BAD_ARG;
+    // An earlier record of this ifindex may wait for its destructor.
+    tarn_ifmgr_retire_waiting();
+
+    tarn_if *ifp = nullptr;
+    i32 result = take_record ? _install_itself(record, &ifp) : _install_copy(record, &ifp);
+    if (result != 0)
+        return result;
+
+    refcount_set(&ifp->refcnt, 1);
+    _start_by_type(ifp);
+    // Last: a reader that meets the record earlier gets nothing.
+    __atomic_or_fetch(&ifp->if_flags, TARN_IF_F_VALID, __ATOMIC_RELEASE);
+    *out = ifp;
+    return 0;
+}

@@ -1,0 +1,95 @@
+#include "ifmgr/tarn_ifmgr_update.h"
+
+#include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_bind.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
+#include "kernel/memory.h"
+#include "kernel/netdev.h"
+#include "kernel/once.h"
+#include "kernel/preempt.h"
+
+constinit tarn_ifmgr_update_data update_data{};
+
+namespace {
+
+constinit tarn_if *_retired = nullptr; // newest first
+constinit work_item _retire_work{};
+
+tarn_ifmgr_list_node *_take_all() {
+    mutex_lock(&update_data.update_lock);
+    tarn_ifmgr_list_node *list = update_data.list;
+    update_data.list = nullptr;
+    mutex_unlock(&update_data.update_lock);
+    return list;
+}
+
+void _update(tarn_if *ifp) {
+    if (ifp->type != TARN_IF_TYPE_VLAN)
+        return;
+    if (read_once(ifp->oper_count) != 0)
+        tarn_os_l3_if_flags_set(ifp, IFF_RUNNING);
+    else
+        tarn_os_l3_if_flags_unset(ifp, IFF_RUNNING);
+}
+
+void _destroy(tarn_if *ifp) {
+    ifp->destructor(ifp);
+    // The last touch: from here on an install may take or free the record's memory.
+    __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
+}
+
+void _run_retired(work_item *) {
+    tarn_ifmgr_retire_waiting();
+}
+
+} // namespace
+
+void tarn_ifmgr_update_init() {
+    mutex_init(&update_data.update_lock, "update_lock");
+    work_init(&update_data.work, do_process_work);
+    work_init(&_retire_work, _run_retired);
+    update_data.list = nullptr;
+}
+
+void tarn_ifmgr_update_queue(tarn_ifmgr_list_node *batch) {
+    mutex_lock(&update_data.update_lock);
+    tarn_ifmgr_list_node **end = &update_data.list;
+    while (*end)
+        end = &(*end)->next;
+    *end = batch;
+    mutex_unlock(&update_data.update_lock);
+    schedule_work_unbound(&update_data.work);
+}
+
+void do_process_work(work_item *) {
+    tarn_ifmgr_list_node *next;
+    for (tarn_ifmgr_list_node *node = _take_all(); node; node = next) {
+        next = node->next;
+        tarn_if *ifp = node->ifp;
+        _update(ifp);
+        kmem_cache_free(tarn_ifmgr_list_node_cache, node);
+        _tarn_ifmgr_if_put(ifp);
+    }
+}
+
+void tarn_ifmgr_retire(tarn_if *ifp, bool may_sleep) {
+    if (may_sleep && preempt_count() == 0) {
+        _destroy(ifp);
+        return;
+    }
+    tarn_if *head = read_once(_retired);
+    do {
+        ifp->retired_next = head;
+    } while (!__atomic_compare_exchange_n(&_retired, &head, ifp, true, __ATOMIC_RELEASE,
+                                          __ATOMIC_RELAXED));
+    schedule_work_unbound(&_retire_work);
+}
+
+void tarn_ifmgr_retire_waiting() {
+    tarn_if *next;
+    for (tarn_if *ifp = __atomic_exchange_n(&_retired, nullptr, __ATOMIC_ACQUIRE); ifp;
+         ifp = next) {
+        next = ifp->retired_next;
+        _destroy(ifp);
+    }
+}

@@ -1,0 +1,175 @@
+// Devices of layer 3 interfaces: how they come and go, and what the IP stack knows of them.
+#include "pkt/pkt_l3dev.h"
+
+#include "kernel/bytes.h"
+#include "kernel/errno.h"
+#include "kernel/once.h"
+#include "pkt/pkt_l3dev_ops.h"
+
+namespace {
+
+// A type of interface that exists elsewhere and never has a device here.
+constexpr u32 _TYPE_WITHOUT_DEVICE = 1;
+
+constexpr u32 _LINK_ADDRESS_MAX = 14;
+constexpr u16 _HEADER_LENGTH = 16; // two more than Ethernet's, on purpose
+constexpr u32 _MTU_MIN = 64;
+constexpr u32 _MTU_MAX = 9216;
+constexpr u32 _LINK = IFF_UP | IFF_RUNNING;
+
+void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
+    u8 address[_LINK_ADDRESS_MAX] = {};
+    if (hwaddr && length <= _LINK_ADDRESS_MAX)
+        memcpy(address, hwaddr, length);
+    dev_addr_set(device, address);
+}
+
+bool _has_link(const tarn_if *ifp) {
+    return ifp->type == TARN_IF_TYPE_SWITCHPORT && (read_once(ifp->flags) & _LINK) == _LINK;
+}
+
+void _fill(net_device *device, tarn_if *ifp, bool is_new) {
+    bool is_port = ifp->type == TARN_IF_TYPE_SWITCHPORT;
+    bool is_vlan = ifp->type == TARN_IF_TYPE_VLAN;
+    auto *own = static_cast<tarn_eth_priv *>(netdev_priv(device));
+    own->ifp = ifp;
+    own->vid = is_vlan ? ifp->vid : 0;
+
+    netdev_set_priv_flags(device, netdev_priv_flags(device) | IFF_NO_QUEUE);
+    netdev_set_ops(device, is_port ? &tarn_eth_port_ops : &tarn_eth_other_ops,
+                   is_port ? &tarn_eth_port_ethtool_ops : nullptr);
+    netdev_set_hard_header_len(device, _HEADER_LENGTH);
+    if (is_port || is_vlan)
+        netdev_set_mtu_bounds(device, _MTU_MIN, _MTU_MAX);
+    // The number of a registered device is the kernel's key to it.
+    if (is_new && (is_port || is_vlan))
+        netdev_set_ifindex(device, is_vlan ? ifp->vid + TARN_IF_VLAN_BASE : ifp->ifindex);
+}
+
+// Only what this module made: a name is no proof of it.
+bool _is_ours(const net_device *device) {
+    const netdev_ops *ops = netdev_get_ops(device);
+    return ops == &tarn_eth_port_ops || ops == &tarn_eth_other_ops;
+}
+
+void _carrier(net_device *device, const tarn_if *ifp) {
+    if (_has_link(ifp))
+        netif_carrier_on(device);
+    else
+        netif_carrier_off(device);
+}
+
+net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
+    if (!_is_ours(device)) {
+        dev_put(device);
+        return nullptr;
+    }
+    rtnl_lock();
+    _fill(device, ifp, false);
+    _set_address(device, hwaddr, hwaddr_len);
+    _carrier(device, ifp);
+    rtnl_unlock();
+    dev_put(device);
+    return device;
+}
+
+const net_device *_l3_device(const tarn_if *ifp) {
+    return ifp && tarn_if_is_l3(ifp) ? read_once(ifp->netdev) : nullptr;
+}
+
+bool _in_subnet(u32 address, u32 mask, u32 wanted) {
+    return ((address ^ wanted) & mask) == 0;
+}
+
+bool _is_address(u32 address, u32, u32 wanted) {
+    return address == wanted;
+}
+
+bool _any(u32, u32, u32) {
+    return true;
+}
+
+} // namespace
+
+net_device *tarn_eth_drv_create_netdevice(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
+    char name[NETDEV_NAME_SIZE];
+    snprintf(name, sizeof(name), "%.15s", ifp->name);
+    if (net_device *existing = dev_get_by_name(name))
+        return _adopt(existing, ifp, hwaddr, hwaddr_len);
+
+    net_device *device = alloc_etherdev_mqs(sizeof(tarn_eth_priv), 1, 1);
+    if (!device)
+        return nullptr;
+    netdev_set_name(device, name);
+    _fill(device, ifp, true);
+    _set_address(device, hwaddr, hwaddr_len);
+    _carrier(device, ifp);
+    if (register_netdev(device) != 0) {
+        free_netdev(device);
+        return nullptr;
+    }
+    return device;
+}
+
+net_device *tarn_os_l3_if_configure(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len,
+                                    u32 *out_ifindex) {
+    net_device *device = tarn_eth_drv_create_netdevice(ifp, hwaddr, hwaddr_len);
+    if (device && out_ifindex)
+        *out_ifindex = netdev_ifindex(device);
+    return device;
+}
+
+// The flags are left to the unregistration, which closes the device by them.
+i32 tarn_eth_drv_destroy_netdevice(net_device *device) {
+    if (!device)
+        return 0;
+    netif_stop_queue(device);
+    netif_carrier_off(device);
+    unregister_netdev(device);
+    free_netdev(device);
+    return 0;
+}
+
+i32 tarn_os_l3_if_unconfigure(tarn_if *ifp) {
+    if (ifp->type == _TYPE_WITHOUT_DEVICE)
+        return 0;
+    return tarn_eth_drv_destroy_netdevice(ifp->netdev);
+}
+
+i32 tarn_os_l3_if_hwaddr_set(tarn_if *ifp, u32 length, const u8 *address) {
+    net_device *device = ifp->netdev;
+    const netdev_ops *ops = device ? netdev_get_ops(device) : nullptr;
+    if (!ops || !ops->set_mac_address)
+        return -EINVAL;
+    netdev_address wanted{.family = netdev_type(device), .data = {}};
+    memcpy(wanted.data, address, length < sizeof(wanted.data) ? length : sizeof(wanted.data));
+    rtnl_lock();
+    i32 result = dev_set_mac_address(device, &wanted);
+    rtnl_unlock();
+    return result;
+}
+
+u32 tarn_eth_has_ipv4_address(const tarn_if *ifp) {
+    const net_device *device = _l3_device(ifp);
+    return device && inet_any_address(device, _any, 0);
+}
+
+u32 tarn_eth_has_ipv6_address(const tarn_if *ifp) {
+    const net_device *device = _l3_device(ifp);
+    return device && inet6_has_record(device);
+}
+
+u32 tarn_eth_subnet_match(u32 addr, const tarn_if *ifp) {
+    const net_device *device = _l3_device(ifp);
+    return device && inet_any_address(device, _in_subnet, addr);
+}
+
+u32 tarn_eth_addr_same(u32 addr, const tarn_if *ifp) {
+    const net_device *device = _l3_device(ifp);
+    return device && inet_any_address(device, _is_address, addr);
+}
+
+u32 tarn_eth_subnet6_match(const u8 *addr, const tarn_if *ifp) {
+    const net_device *device = _l3_device(ifp);
+    return device && ipv6_chk_prefix(addr, const_cast<net_device *>(device)) != 0;
+}

@@ -1,0 +1,36 @@
+#include "kernel/neigh.h"
+
+#include "control.h"
+
+#include <mutex>
+#include <utility>
+
+// A process has no neighbour tables: those of the machine stand above its TAP devices. What was
+// asked for is kept, up to a bound, for a test to look at.
+namespace {
+
+constexpr std::size_t KEPT = 10000;
+
+std::mutex flushes_mutex;
+std::vector<userlevel::neigh_flush> flushes;
+
+void keep(const userlevel::neigh_flush &flush) {
+    std::lock_guard guard(flushes_mutex);
+    if (flushes.size() < KEPT)
+        flushes.push_back(flush);
+}
+
+} // namespace
+
+void arp_flush_dev_and_port(i32 vid, net_device *device, u32 ifindex) {
+    keep({"arp", vid, device, ifindex});
+}
+
+void ndisc_flush_dev_and_port(i32 vid, net_device *device, u32 ifindex) {
+    keep({"ndisc", vid, device, ifindex});
+}
+
+std::vector<userlevel::neigh_flush> userlevel::neigh_flushes_take() {
+    std::lock_guard guard(flushes_mutex);
+    return std::exchange(flushes, {});
+}

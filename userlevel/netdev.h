@@ -1,0 +1,24 @@
+// What stands at the back of a device of the process: nothing, or a device of the machine.
+#pragma once
+
+#include "kernel/netdev.h"
+
+namespace userlevel {
+
+struct netdev_back {
+    // 0 or a negative errno: the device's registration fails with it.
+    int (*add)(net_device *device);
+    void (*remove)(net_device *device);
+    void (*flags)(net_device *device, u32 flags);
+    void (*carrier)(net_device *device, bool on);
+    void (*address)(net_device *device);
+    // Into the machine's IP stack; consumes the frame, which starts at its Ethernet header.
+    void (*receive)(net_device *device, sk_buff *skb);
+};
+
+// Devices registered from now on are offered to it. Null: nothing.
+void netdev_use_back(const netdev_back *back);
+// Somebody outside the process has changed the flags.
+void netdev_flags_changed(net_device *device, u32 flags);
+
+} // namespace userlevel
