@@ -5,7 +5,10 @@
 
 #include "tarn/rxtx_hw.h"
 
+EXPORT_SYMBOL_GPL(rxtx_hw_register);
 EXPORT_SYMBOL_GPL(rxtx_hw_packet_recv);
+EXPORT_SYMBOL_GPL(tarn_pkt_sdma_counters_get);
+EXPORT_SYMBOL_GPL(tarn_stacking_mgmt_queue);
 
 MODULE_DESCRIPTION("Orvo Layer 2 Networking support");
 MODULE_LICENSE("GPL v2");

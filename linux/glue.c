@@ -8,12 +8,14 @@
 #include <linux/bug.h>
 #include <linux/jiffies.h>
 #include <linux/module.h>
+#include <linux/mutex.h>
 #include <linux/netdevice.h>
 #include <linux/preempt.h>
 #include <linux/printk.h>
 #include <linux/ratelimit.h>
 #include <linux/skbuff.h>
 #include <linux/spinlock.h>
+#include <linux/workqueue.h>
 
 #include "glue.h"
 
@@ -69,4 +71,29 @@ int tarn_k_skb_cloned(const struct sk_buff *skb)
 void tarn_k_skb_reserve(struct sk_buff *skb, unsigned int length)
 {
 	skb_reserve(skb, length);
+}
+
+void tarn_k_skb_orphan(struct sk_buff *skb)
+{
+	skb_orphan(skb);
+}
+
+void tarn_k_consume_skb(struct sk_buff *skb)
+{
+	consume_skb(skb);
+}
+
+void tarn_k_work_init(void *work, void (*run)(void *work))
+{
+	INIT_WORK((struct work_struct *)work, (work_func_t)run);
+}
+
+int tarn_k_schedule_work_unbound(void *work)
+{
+	return queue_work_on(WORK_CPU_UNBOUND, system_wq, work);
+}
+
+void tarn_k_mutex_init(void *lock, const char *name, void *key)
+{
+	__mutex_init(lock, name, key);
 }

@@ -18,6 +18,11 @@ void tarn_k_bug(const char *file, int line);
 unsigned int tarn_k_skb_tailroom(const struct sk_buff *skb);
 int tarn_k_skb_cloned(const struct sk_buff *skb);
 void tarn_k_skb_reserve(struct sk_buff *skb, unsigned int length);
+void tarn_k_skb_orphan(struct sk_buff *skb);
+void tarn_k_consume_skb(struct sk_buff *skb);
+void tarn_k_work_init(void *work, void (*run)(void *work));
+int tarn_k_schedule_work_unbound(void *work);
+void tarn_k_mutex_init(void *lock, const char *name, void *key);
 
 #ifdef __cplusplus
 }

@@ -29,6 +29,20 @@ static_assert(IFF_RUNNING == TARN_IFF_RUNNING);
 static_assert(IFF_MULTICAST == TARN_IFF_MULTICAST);
 static_assert(IFF_BRIDGE_PORT == TARN_IFF_BRIDGE_PORT);
 
+static_assert(IFF_NO_QUEUE == TARN_IFF_NO_QUEUE);
+static_assert(IF_OPER_UP == TARN_IF_OPER_UP);
+static_assert(NETDEV_NAME_SIZE == TARN_IFNAMSIZ);
+static_assert(NETDEV_ADDRESS_SIZE == TARN_ETH_ALEN);
+static_assert(SIOCSHWTSTAMP == TARN_SIOCSHWTSTAMP);
+static_assert(SIOCGHWTSTAMP == TARN_SIOCGHWTSTAMP);
+static_assert(NETDEV_UP == TARN_NETDEV_UP);
+static_assert(NETDEV_DOWN == TARN_NETDEV_DOWN);
+static_assert(NETDEV_CHANGE == TARN_NETDEV_CHANGE);
+static_assert(NETDEV_UNREGISTER == TARN_NETDEV_UNREGISTER);
+static_assert(offsetof(net_device_stats, rx_bytes) == TARN_STATS_RX_BYTES);
+static_assert(offsetof(net_device_stats, rx_dropped) == TARN_STATS_RX_DROPPED);
+static_assert(offsetof(net_device_stats, multicast) == TARN_STATS_MULTICAST);
+
 static_assert(NOTIFY_DONE == TARN_NOTIFY_DONE);
 static_assert(sizeof(notifier_block) == TARN_NOTIFIER_SIZE);
 static_assert(offsetof(notifier_block, notifier_call) == TARN_NOTIFIER_CALL);
@@ -51,3 +65,5 @@ static_assert(ENODEV == TARN_ENODEV);
 static_assert(EINVAL == TARN_EINVAL);
 static_assert(EOPNOTSUPP == TARN_EOPNOTSUPP);
 static_assert(ENETDOWN == TARN_ENETDOWN);
+static_assert(ERANGE == TARN_ERANGE);
+static_assert(EADDRNOTAVAIL == TARN_EADDRNOTAVAIL);

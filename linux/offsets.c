@@ -5,6 +5,7 @@
  */
 #include <linux/errno.h>
 #include <linux/gfp.h>
+#include <linux/etherdevice.h>
 #include <linux/kbuild.h>
 #include <linux/mmzone.h>
 #include <linux/netdevice.h>
@@ -15,7 +16,10 @@
 #include <linux/skbuff.h>
 #include <linux/slab.h>
 #include <linux/spinlock.h>
+#include <linux/sockios.h>
+#include <linux/workqueue.h>
 #include <net/ipv6.h>
+#include <net/sock.h>
 
 /* A number under its own name, for numbers.cc. */
 #define NUMBER(name) DEFINE(TARN_##name, (__force unsigned int)(name))
@@ -34,7 +38,30 @@ int main(void)
 	OFFSET(TARN_RATELIMIT_BURST, ratelimit_state, burst);
 	OFFSET(TARN_RATELIMIT_MISSED, ratelimit_state, missed);
 
+	OFFSET(TARN_NETDEV_NAME, net_device, name);
+	OFFSET(TARN_NETDEV_IFINDEX, net_device, ifindex);
+	OFFSET(TARN_NETDEV_FLAGS, net_device, flags);
 	OFFSET(TARN_NETDEV_PRIV_FLAGS, net_device, priv_flags);
+	OFFSET(TARN_NETDEV_MTU, net_device, mtu);
+	OFFSET(TARN_NETDEV_MIN_MTU, net_device, min_mtu);
+	OFFSET(TARN_NETDEV_MAX_MTU, net_device, max_mtu);
+	OFFSET(TARN_NETDEV_HARD_HEADER_LEN, net_device, hard_header_len);
+	OFFSET(TARN_NETDEV_TYPE, net_device, type);
+	OFFSET(TARN_NETDEV_ADDR_LEN, net_device, addr_len);
+	OFFSET(TARN_NETDEV_DEV_ADDR, net_device, dev_addr);
+	OFFSET(TARN_NETDEV_PERM_ADDR, net_device, perm_addr);
+	OFFSET(TARN_NETDEV_STATS, net_device, stats);
+	DEFINE(TARN_NETDEV_PRIV, ALIGN(sizeof(struct net_device), NETDEV_ALIGN));
+	OFFSET(TARN_STATS_MULTICAST, net_device_stats, multicast);
+	OFFSET(TARN_STATS_RX_DROPPED, net_device_stats, rx_dropped);
+	OFFSET(TARN_STATS_RX_BYTES, net_device_stats, rx_bytes);
+
+	DEFINE(TARN_WORK_SIZE, sizeof(struct work_struct));
+	DEFINE(TARN_MUTEX_SIZE, sizeof(struct mutex));
+
+	OFFSET(TARN_SOCK_RMEM_ALLOC, sock, sk_backlog.rmem_alloc);
+	OFFSET(TARN_SOCK_RCVBUF, sock, sk_rcvbuf);
+	DEFINE(TARN_SOCK_BIND_NODE, offsetof(struct sock, sk_bind_node));
 
 	OFFSET(TARN_SKB_HEAD, sk_buff, head);
 	OFFSET(TARN_SKB_DATA, sk_buff, data);
@@ -44,6 +71,7 @@ int main(void)
 	OFFSET(TARN_SKB_MARK, sk_buff, mark);
 	OFFSET(TARN_SKB_PRIORITY, sk_buff, priority);
 	OFFSET(TARN_SKB_DEV, sk_buff, dev);
+	OFFSET(TARN_SKB_PROTOCOL, sk_buff, protocol);
 	OFFSET(TARN_SKB_CB, sk_buff, cb);
 	DEFINE(TARN_SKB_CB_SIZE, sizeof_field(struct sk_buff, cb));
 	DEFINE(TARN_SKB_DROP_REASON, SKB_DROP_REASON_NOT_SPECIFIED);
@@ -63,6 +91,16 @@ int main(void)
 	NUMBER(IFF_RUNNING);
 	NUMBER(IFF_MULTICAST);
 	NUMBER(IFF_BRIDGE_PORT);
+	NUMBER(IFF_NO_QUEUE);
+	NUMBER(IF_OPER_UP);
+	NUMBER(IFNAMSIZ);
+	NUMBER(ETH_ALEN);
+	NUMBER(SIOCSHWTSTAMP);
+	NUMBER(SIOCGHWTSTAMP);
+	NUMBER(NETDEV_UP);
+	NUMBER(NETDEV_DOWN);
+	NUMBER(NETDEV_CHANGE);
+	NUMBER(NETDEV_UNREGISTER);
 
 	NUMBER(NOTIFY_DONE);
 	DEFINE(TARN_NOTIFIER_SIZE, sizeof(struct notifier_block));
@@ -84,6 +122,8 @@ int main(void)
 	NUMBER(EEXIST);
 	NUMBER(ENODEV);
 	NUMBER(EINVAL);
+	NUMBER(ERANGE);
+	NUMBER(EADDRNOTAVAIL);
 	NUMBER(EOPNOTSUPP);
 	NUMBER(ENETDOWN);
 	return 0;

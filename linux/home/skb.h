@@ -40,6 +40,12 @@ inline void skb_set_mark(sk_buff *skb, u32 mark) {
 inline u32 skb_priority(const sk_buff *skb) {
     return home::field<u32>(skb, TARN_SKB_PRIORITY);
 }
+inline void skb_set_protocol(sk_buff *skb, u16 protocol) {
+    home::field<u16>(skb, TARN_SKB_PROTOCOL) = protocol;
+}
+inline void skb_orphan(sk_buff *skb) {
+    tarn_k_skb_orphan(skb);
+}
 inline net_device *skb_dev(const sk_buff *skb) {
     return home::field<net_device *>(skb, TARN_SKB_DEV);
 }
@@ -48,6 +54,9 @@ inline void skb_set_dev(sk_buff *skb, net_device *device) {
 }
 inline void skb_reserve(sk_buff *skb, u32 length) {
     tarn_k_skb_reserve(skb, length);
+}
+inline void consume_skb(sk_buff *skb) {
+    tarn_k_consume_skb(skb);
 }
 inline void kfree_skb(sk_buff *skb) {
     kfree_skb_reason(skb, TARN_SKB_DROP_REASON);
