@@ -1,0 +1,104 @@
+#include "chip_egress.h"
+
+#include "chip_frame.h"
+#include "kernel/bytes.h"
+#include "kernel/memory.h"
+#include "port.h"
+
+namespace {
+
+constexpr u32 MACS = 12;
+
+// The first 16 bytes are about to be written, and 4 put before them.
+bool _make_writable(sk_buff *skb) {
+    bool room = skb_headroom(skb) >= VLAN_TAG;
+    if (room && !skb_cloned(skb))
+        return true;
+    return pskb_expand_head(skb, room ? 0 : static_cast<int>(VLAN_TAG), 0, GFP_ATOMIC) == 0;
+}
+
+bool _add_tag(sk_buff *skb, u32 tci) {
+    if (!_make_writable(skb))
+        return false;
+    u8 *data = static_cast<u8 *>(skb_push(skb, VLAN_TAG));
+    memmove(data, data + VLAN_TAG, MACS);
+    data[12] = 0x81;
+    data[13] = 0x00;
+    data[14] = static_cast<u8>(tci >> 8);
+    data[15] = static_cast<u8>(tci);
+    return true;
+}
+
+bool _strip_tag(sk_buff *skb) {
+    if (!_make_writable(skb))
+        return false;
+    memmove(skb_data(skb) + VLAN_TAG, skb_data(skb), MACS);
+    skb_pull(skb, VLAN_TAG);
+    return true;
+}
+
+void _drop(const chip_egress &egress, u64 ports) {
+    for (; ports; ports &= ports - 1) {
+        u32 slot = chip_first(ports);
+        chip_count_drop(slot, CHIP_DROP_MEMORY);
+        chip_port_put(egress.device[slot]);
+    }
+}
+
+void _send_one(const chip_egress &egress, u32 slot, sk_buff *skb) {
+    if (chip_port_send(egress.device[slot], skb) == 0)
+        count_up(chip.ports[slot].count.tx);
+    else
+        chip_count_drop(slot, CHIP_DROP_SEND);
+    chip_port_put(egress.device[slot]);
+}
+
+// All these ports send the frame as it is: clones, and the frame itself to the last.
+void _send_each(const chip_egress &egress, u64 ports, sk_buff *skb) {
+    for (; ports & (ports - 1); ports &= ports - 1) {
+        u32 slot = chip_first(ports);
+        sk_buff *clone = skb_clone(skb, GFP_ATOMIC);
+        if (clone)
+            _send_one(egress, slot, clone);
+        else
+            _drop(egress, chip_bit(slot));
+    }
+    _send_one(egress, chip_first(ports), skb);
+}
+
+void _send_changed(const chip_egress &egress, u64 ports, sk_buff *skb, bool has_tag) {
+    if (skb && (has_tag ? _strip_tag(skb) : _add_tag(skb, egress.tag_tci)))
+        return _send_each(egress, ports, skb);
+    kfree_skb(skb);
+    _drop(egress, ports);
+}
+
+} // namespace
+
+void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
+    egress.ports = ports & chip.up;
+    egress.tagged = egress.ports & ~chip.untagged[vid];
+    egress.tag_tci = (cos & 7) << 13 | vid;
+    for (u64 left = egress.ports; left; left &= left - 1) {
+        u32 slot = chip_first(left);
+        egress.device[slot] = chip.ports[slot].device;
+        chip_port_get(egress.device[slot]);
+    }
+}
+
+void egress_gather_port(chip_egress &egress, u32 slot, bool tagged, u32 vid, u32 cos) {
+    egress_gather(egress, chip_bit(slot), 0, cos);
+    egress.tagged = tagged ? egress.ports : 0;
+    egress.tag_tci |= vid;
+}
+
+void egress_send(chip_egress &egress, sk_buff *skb, bool has_tag) {
+    u64 as_it_is = has_tag ? egress.tagged : egress.ports & ~egress.tagged;
+    u64 changed = egress.ports & ~as_it_is;
+    if (changed != 0)
+        _send_changed(egress, changed, as_it_is ? skb_copy(skb, GFP_ATOMIC) : skb, has_tag);
+    if (as_it_is != 0)
+        _send_each(egress, as_it_is, skb);
+    else if (changed == 0)
+        kfree_skb(skb);
+}

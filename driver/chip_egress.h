@@ -1,0 +1,23 @@
+// Sending a frame out of a set of ports, each with or without a tag as it wants it.
+#pragma once
+
+#include "chip_state.h"
+
+struct sk_buff;
+
+// Ports to send to, with references: gathered under the chip's lock, used without it.
+struct chip_egress {
+    u64 ports;
+    u64 tagged;                      // of them, those that send with a tag
+    u32 tag_tci;                     // of a tag that is added
+    chip_device *device[CHIP_PORTS]; // of the slots in `ports`
+};
+
+// Of these ports, those that are up, tagged as members of the VLAN. Under the lock.
+void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos);
+// One port whatever the VLAN.
+void egress_gather_port(chip_egress &egress, u32 slot, bool tagged, u32 vid, u32 cos);
+
+// Sends the frame, which is gone afterwards, and gives the references back. `has_tag`: the frame
+// has a tag now, which is the one to take off for ports that send untagged. No lock held.
+void egress_send(chip_egress &egress, sk_buff *skb, bool has_tag);

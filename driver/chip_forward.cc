@@ -1,0 +1,216 @@
+// A frame as it travels: chip_receive() reads it, decides under the lock, then sends and delivers.
+#include "chip_forward.h"
+
+#include "chip_egress.h"
+#include "chip_trap.h"
+#include "kernel/bytes.h"
+#include "kernel/memory.h"
+#include "port.h"
+#include "tarn/rxtx_hw.h"
+
+namespace {
+
+// What became of one received frame.
+struct chip_verdict {
+    chip_egress egress;
+    u32 ifindex;
+    u32 trap; // row, trap_count(): none
+    u32 flags;
+    bool sampled, new_address, moved_address;
+    chip_drop drop; // CHIP_DROPS: none
+};
+
+// A port that admits known hosts only knows those it was told of.
+bool _is_unadmitted(const chip_frame &frame) {
+    if (!(chip.authenticating & chip_bit(frame.slot)))
+        return false;
+    fdb_entry source = fdb_find(fdb_key(frame.data + 6, frame.vid));
+    return source.kind != FDB_STATIC || source.ports != chip_bit(frame.slot);
+}
+
+chip_drop _classify(chip_frame &frame) {
+    const chip_port &port = chip.ports[frame.slot];
+    if (!(chip.up & chip_bit(frame.slot)))
+        return CHIP_DROP_LINK;
+    if (!frame_read_tag(frame, port.pvid))
+        return CHIP_DROP_RUNT;
+    if (frame.data[6] & 1)
+        return CHIP_DROP_SOURCE;
+    frame_read_ip(frame);
+    frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
+    frame.authenticating = _is_unadmitted(frame);
+    frame.filtered = frame.ethertype == chip.filter_type;
+    return CHIP_DROPS;
+}
+
+chip_drop _check_member(const chip_frame &frame) {
+    if (frame.vid == 0)
+        return CHIP_DROP_UNTAGGED;
+    if (frame.vid > CHIP_VID_LAST || !(chip.members[frame.vid] & chip_bit(frame.slot)))
+        return CHIP_DROP_VLAN;
+    return CHIP_DROPS;
+}
+
+void _learn(const chip_frame &frame, chip_verdict &verdict) {
+    if (!(chip.learning & chip_bit(frame.slot)) || frame.authenticating)
+        return;
+    fdb_learned what = fdb_learn(fdb_key(frame.data + 6, frame.vid), frame.slot);
+    if (what == FDB_NEW)
+        count_up(chip.ports[frame.slot].count.learned);
+    if (what == FDB_MOVED)
+        count_up(chip.ports[frame.slot].count.moved);
+    verdict.new_address = what == FDB_NEW;
+    verdict.moved_address = what == FDB_MOVED;
+}
+
+// One frame in so many.
+bool _is_sampled() {
+    if (chip.sample_rate == 0)
+        return false;
+    u32 turn = read_once(chip.sample_turn) + 1;
+    write_once(chip.sample_turn, turn >= chip.sample_rate ? 0 : turn);
+    return turn >= chip.sample_rate;
+}
+
+bool _is_on(chip_report report) {
+    return chip.traps[trap_of_report(report)] != CHIP_TRAP_OFF;
+}
+
+// What the frame would say of its end if nothing else takes it.
+chip_drop _reason_to_stay(const chip_frame &frame) {
+    if (frame.destination.kind == FDB_OWN)
+        return CHIP_DROP_OWN;
+    return frame_is_reserved(frame) ? CHIP_DROP_RESERVED : CHIP_DROP_NOWHERE;
+}
+
+void _decide(chip_frame &frame, chip_verdict &verdict) {
+    verdict.trap = trap_count();
+    verdict.drop = _classify(frame);
+    if (verdict.drop != CHIP_DROPS)
+        return;
+    u32 trap = trap_find(frame);
+    bool trapped = trap < trap_count();
+    if (trapped && trap_row(trap).of_the_link) {
+        verdict.trap = trap;
+        return;
+    }
+    verdict.drop = _check_member(frame);
+    if (verdict.drop != CHIP_DROPS)
+        return;
+
+    verdict.trap = trap;
+    _learn(frame, verdict);
+    verdict.sampled = _is_sampled() && _is_on(CHIP_SAMPLE);
+    verdict.new_address &= _is_on(CHIP_NEW_ADDRESS);
+    verdict.moved_address &= _is_on(CHIP_MOVED_ADDRESS);
+    if (trapped && chip.traps[trap] == CHIP_TRAP_ONLY)
+        return;
+    u64 ports = forward_ports(frame, chip_bit(frame.slot), chip.unknown_multicast_flood);
+    u32 cos = frame.tagged ? frame_byte(frame, 14) >> 5 : 0;
+    egress_gather(verdict.egress, ports, frame.vid, cos);
+    if (verdict.egress.ports == 0 && !trapped)
+        verdict.drop = _reason_to_stay(frame);
+}
+
+// Hands the frame over to the core.
+void _deliver(const chip_frame &frame, const chip_verdict &verdict, sk_buff *skb, u32 row,
+              u32 flags) {
+    if (!skb)
+        return chip_count_drop(frame.slot, CHIP_DROP_MEMORY);
+    const chip_trap &trap = trap_row(row);
+    count_up(chip.trap_hits[row]);
+    tarn_rx_meta meta{};
+    meta.debug = 1;
+    meta.queue = trap.queue;
+    meta.code = trap.code;
+    meta.cpu_code = trap.cpu_code;
+    meta.flags = trap.flags | flags;
+    meta.flood_except[0] = ~0u;          // no exception
+    memset(skb_cb(skb), 0, SKB_CB_SIZE); // the last word counts as the port the frame is bound to
+    if (rxtx_hw_packet_recv(skb, verdict.ifindex, frame.vid, &meta) == 0)
+        return;
+    chip_count_drop(frame.slot, CHIP_DROP_CPU);
+    kfree_skb(skb);
+}
+
+// Reports end in the core by themselves, so each is a copy of its own beside what else becomes of
+// the frame. News of a move travels with the frame when that goes to the CPU anyway.
+void _report(const chip_frame &frame, chip_verdict &verdict, const sk_buff *skb) {
+    if (verdict.sampled)
+        _deliver(frame, verdict, skb_copy(skb, gfp_here()), trap_of_report(CHIP_SAMPLE), 0);
+    if (verdict.new_address)
+        _deliver(frame, verdict, skb_copy(skb, gfp_here()), trap_of_report(CHIP_NEW_ADDRESS), 0);
+    if (!verdict.moved_address)
+        return;
+    u32 row = trap_of_report(CHIP_MOVED_ADDRESS);
+    if (verdict.trap == trap_count())
+        return _deliver(frame, verdict, skb_copy(skb, gfp_here()), row, 0);
+    count_up(chip.trap_hits[row]);
+    verdict.flags = trap_row(row).flags;
+}
+
+// A tag of VID 0 carries a priority only: on other ports the frame is one of the VLAN.
+void _name_vlan(const chip_frame &frame, sk_buff *skb) {
+    if (!frame.tagged)
+        return;
+    u8 *tci = skb_data(skb) + 14;
+    tci[0] = static_cast<u8>((tci[0] & 0xF0) | frame.vid >> 8);
+    tci[1] = static_cast<u8>(frame.vid);
+}
+
+// The frame goes on to the ports and a copy of its own to the CPU, which rewrites it.
+void _carry_out(const chip_frame &frame, chip_verdict &verdict, sk_buff *skb) {
+    _report(frame, verdict, skb);
+    bool trapped = verdict.trap < trap_count();
+    if (verdict.egress.ports == 0 && trapped)
+        return _deliver(frame, verdict, skb, verdict.trap, verdict.flags);
+    if (verdict.egress.ports == 0)
+        return kfree_skb(skb);
+    sk_buff *copy = trapped ? skb_copy(skb, gfp_here()) : nullptr;
+    _name_vlan(frame, skb);
+    egress_send(verdict.egress, skb, frame.tagged);
+    if (trapped)
+        _deliver(frame, verdict, copy, verdict.trap, verdict.flags);
+}
+
+} // namespace
+
+u64 forward_ports(const chip_frame &frame, u64 from, bool flood_groups) {
+    u64 all = chip.members[frame.vid] & ~from;
+    if (frame.destination.kind == FDB_OWN || frame_is_reserved(frame))
+        return 0;
+    if (frame.destination.kind != FDB_NONE)
+        return frame.destination.ports & all;
+    if (!frame_is_group(frame) || frame_is_broadcast(frame))
+        return all;
+    return flood_groups || frame_is_to_link(frame) ? all : 0;
+}
+
+void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {
+    if (slot >= CHIP_PORTS)
+        return kfree_skb(skb);
+    chip_frame frame{};
+    frame.data = skb_data(skb);
+    frame.length = skb_len(skb);
+    frame.slot = slot;
+    chip_verdict verdict;
+    verdict.egress.ports = 0;
+    verdict.flags = 0;
+    verdict.sampled = verdict.new_address = verdict.moved_address = false;
+
+    read_lock_bh(&chip.lock);
+    bool known = chip.ports[slot].device == device;
+    if (known) {
+        verdict.ifindex = chip.ports[slot].ifindex;
+        count_up(chip.ports[slot].count.rx);
+        _decide(frame, verdict);
+    }
+    read_unlock_bh(&chip.lock);
+
+    if (known && verdict.drop != CHIP_DROPS)
+        chip_count_drop(slot, verdict.drop);
+    // A dropped frame may still be a sample, or news of its source.
+    if (known)
+        return _carry_out(frame, verdict, skb);
+    kfree_skb(skb);
+}

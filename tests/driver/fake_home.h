@@ -1,0 +1,42 @@
+// The chip between a home and a core that are both made of lists: devices take what is sent, the
+// core takes what is trapped.
+#pragma once
+
+#include "support/frame_builder.h"
+
+#include "tarn/rxtx_hw.h"
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+
+struct net_device;
+
+struct chip_device {
+    std::string name;
+    u32 slot;
+    int references;
+};
+
+struct Trapped {
+    Bytes bytes;
+    u32 ifindex, vid;
+    tarn_rx_meta meta;
+};
+
+// Everything under one lock: some tests run threads.
+struct FakeHome {
+    std::mutex lock, commands;
+    std::map<std::string, std::vector<Bytes>> sent; // by device
+    std::vector<Trapped> trapped;
+    std::map<std::string, chip_device *> open;
+    std::set<std::string> missing;  // devices that cannot be opened
+    std::set<std::string> refusing; // devices that take no frame
+    u32 core_result = 0;
+    int alive = 0; // devices with a reference
+    rxtx_hw_callbacks callbacks{};
+    std::function<void(sk_buff *)> at_delivery; // sees the buffer itself
+};
+
+extern FakeHome home;
