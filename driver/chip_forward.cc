@@ -51,10 +51,12 @@ chip_drop _check_member(const chip_frame &frame) {
     return CHIP_DROPS;
 }
 
-void _learn(const chip_frame &frame, chip_verdict &verdict) {
+void _learn(chip_frame &frame, chip_verdict &verdict) {
     if (!(chip.learning & chip_bit(frame.slot)) || frame.authenticating)
         return;
     fdb_learned what = fdb_learn(fdb_key(frame.data + 6, frame.vid), frame.slot);
+    if (memcmp(frame.data, frame.data + 6, 6) == 0) // a host to itself, which lives where it spoke
+        frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
     if (what == FDB_NEW)
         count_up(chip.ports[frame.slot].count.learned);
     if (what == FDB_MOVED)
