@@ -1,0 +1,34 @@
+// A packet socket on one device, with a ring of received frames that the kernel shares with us.
+//
+//   in     the device's name
+//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again, frames
+//   that
+//          were left to hardware to cut are cut, partial checksums filled in
+//   out    frames as socket buffers
+#pragma once
+
+#include "kernel/types.h"
+#include "segment.h"
+
+#include <span>
+
+struct sk_buff;
+
+struct ring {
+    int socket = -1;
+    u8 *memory = nullptr;
+    u32 next = 0;      // frame of the ring that the kernel fills next
+    large_frame large; // being cut
+    u64 too_long = 0, no_memory = 0;
+};
+
+int ring_open(ring &ring, const char *name); // 0 or -errno
+void ring_close(ring &ring);
+
+// Takes the error that poll() told of: false when the device is gone for good.
+bool ring_is_alive(const ring &ring);
+
+// The next frame, or null when there is none yet.
+sk_buff *ring_next(ring &ring);
+
+int ring_send(const ring &ring, std::span<const u8> frame); // 0 or -errno
