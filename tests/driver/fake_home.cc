@@ -55,7 +55,7 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
 }
 
 int chip_port_is(const chip_device *device, const net_device *netdev) {
-    return device->name == netdev->name;
+    return device->name == netdev_name(netdev);
 }
 
 void chip_commands_begin() {
