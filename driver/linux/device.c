@@ -146,6 +146,8 @@ static int receive_all(void *unused)
 
 int chip_port_send(struct chip_device *device, struct sk_buff *skb)
 {
+	int result;
+
 	if (!netif_running(device->dev) || !netif_carrier_ok(device->dev)) {
 		kfree_skb(skb);
 		return -ENETDOWN;
@@ -154,7 +156,8 @@ int chip_port_send(struct chip_device *device, struct sk_buff *skb)
 	skb_set_network_header(skb, ETH_HLEN);
 	skb->protocol = eth_hdr(skb)->h_proto;
 	skb->dev = device->dev;
-	return net_xmit_eval(dev_queue_xmit(skb)) == 0 ? 0 : -ENOBUFS;
+	result = dev_queue_xmit(skb);
+	return net_xmit_eval(result) == 0 ? 0 : -ENOBUFS;
 }
 
 /* --- opening and closing -------------------------------------------------------------------------- */
