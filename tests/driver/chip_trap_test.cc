@@ -7,6 +7,8 @@
 #include "kernel/skb.h"
 
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 using Trapping = ChipTest;
 
@@ -344,4 +346,18 @@ TEST_F(Trapping, the_core_gets_bytes_of_its_own_and_a_clean_control_block) {
     EXPECT_TRUE(clean);
     home.trapped.clear();
     home.sent.clear();
+}
+
+TEST_F(Trapping, the_table_in_the_documentation_is_the_one_that_runs) {
+    std::ifstream document(SOURCE_FOLDER "/docs/driver.md");
+    std::string text((std::istreambuf_iterator<char>(document)), {});
+    for (u32 at = 0; at < trap_count(); at++) {
+        const chip_trap &row = trap_row(at);
+        std::ostringstream line;
+        line << "\n| `" << row.name << "` | " << row.cpu_code << " | " << row.code << " | "
+             << row.flags << " | " << row.queue << " | "
+             << (row.mode == CHIP_TRAP_COPY ? "copy" : "only") << " | "
+             << (row.starts_on ? "on" : "off") << (row.of_the_link ? ", link" : "") << " | ";
+        EXPECT_NE(text.find(line.str()), std::string::npos) << line.str();
+    }
 }
