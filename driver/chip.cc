@@ -67,7 +67,8 @@ void chip_start(void) {
     chip.age_seconds = AGE_SECONDS;
     chip.sample_rate = 0;
     chip.sample_turn = 0;
-    chip.filter_type = 0;
+    for (u32 &type : chip.filter_types)
+        type = 0;
     trap_reset();
     chip_register();
 }

@@ -329,11 +329,12 @@ int _sflow(const chip_words &words, chip_text &reply) {
 }
 
 int _filter(const chip_words &words, chip_text &reply) {
-    u32 type;
-    if (!word_number(words.word[1], 16, 0xFFFF, type))
-        return _wrong(reply, "bad TYPE", words.word[1], "give an Ethernet type such as 88b5");
+    u32 types[CHIP_FILTER_TYPES] = {};
+    for (u32 i = 1; i < words.count; i++)
+        if (!word_number(words.word[i], 16, 0xFFFF, types[i - 1]))
+            return _wrong(reply, "bad TYPE", words.word[i], "give an Ethernet type such as 88b5");
     write_lock_bh(&chip.lock);
-    chip.filter_type = type;
+    memcpy(chip.filter_types, types, sizeof(types));
     write_unlock_bh(&chip.lock);
     return 0;
 }
@@ -409,7 +410,7 @@ constexpr chip_word _words[] = {
     {"age", "age SECONDS", 2, 2, _age},
     {"flood", "flood hardware|software", 2, 2, _flood},
     {"trap", "trap NAME on|off|only|copy", 3, 3, _trap},
-    {"filter", "filter TYPE", 2, 2, _filter},
+    {"filter", "filter TYPE...", 2, 1 + CHIP_FILTER_TYPES, _filter},
     {"sflow", "sflow RATE", 2, 2, _sflow},
     {"show", "show [settings|ports|vlans|traps|fdb]", 1, 2, _show},
     {"help", "help", 1, 1, _help},

@@ -28,6 +28,13 @@ bool _is_unadmitted(const chip_frame &frame) {
     return source.kind != FDB_STATIC || source.ports != chip_bit(frame.slot);
 }
 
+bool _is_filtered_type(u32 ethertype) {
+    for (u32 type : chip.filter_types)
+        if (type != 0 && type == ethertype)
+            return true;
+    return false;
+}
+
 chip_drop _classify(chip_frame &frame) {
     const chip_port &port = chip.ports[frame.slot];
     if (!(chip.up & chip_bit(frame.slot)))
@@ -39,7 +46,7 @@ chip_drop _classify(chip_frame &frame) {
     frame_read_ip(frame);
     frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
     frame.authenticating = _is_unadmitted(frame);
-    frame.filtered = frame.ethertype == chip.filter_type;
+    frame.filtered = _is_filtered_type(frame.ethertype);
     return CHIP_DROPS;
 }
 

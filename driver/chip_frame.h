@@ -15,7 +15,7 @@ struct chip_frame {
     u32 vid;  // of the tag, else the PVID
     bool tagged;
     bool authenticating; // the port admits known hosts only, and this source is none
-    bool filtered;       // the operator's filter wants it
+    bool filtered;       // of a type that the operator filters
 
     fdb_entry destination;
     u16 ethertype;  // behind the tag

@@ -70,7 +70,10 @@ void show_settings(chip_text &text) {
     text_end_line(text);
     text_put(text, "sflow %u", chip.sample_rate);
     text_end_line(text);
-    text_put(text, "filter %x", chip.filter_type);
+    text_put(text, "filter");
+    for (u32 i = 0; i < CHIP_FILTER_TYPES; i++)
+        if (i == 0 || chip.filter_types[i] != 0)
+            text_put(text, " %x", chip.filter_types[i]);
     text_end_line(text);
     read_unlock_bh(&chip.lock);
 }

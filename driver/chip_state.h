@@ -15,6 +15,7 @@ inline constexpr u32 CHIP_VLANS = 4096;
 inline constexpr u32 CHIP_VID_LAST = 4094;
 inline constexpr u32 CHIP_TRAPS = 40; // room; chip_trap.cc has the rows
 inline constexpr u32 CHIP_NAME = 16;
+inline constexpr u32 CHIP_FILTER_TYPES = 4;
 
 // Why a frame of a port ended without leaving and without reaching the CPU, or why a copy was lost.
 enum chip_drop : u32 {
@@ -56,9 +57,9 @@ struct chip_state {
     u64 members[CHIP_VLANS], untagged[CHIP_VLANS];
     bool unknown_multicast_flood;
     bool software_flood;
-    u32 age_seconds; // 0: for ever
-    u32 sample_rate; // 1 frame in so many; 0: none
-    u32 filter_type; // Ethernet type of the row "filter"
+    u32 age_seconds;                     // 0: for ever
+    u32 sample_rate;                     // 1 frame in so many; 0: none
+    u32 filter_types[CHIP_FILTER_TYPES]; // Ethernet types of the row "filter"; 0: none
     chip_trap_mode traps[CHIP_TRAPS];
 
     // Counters, not under the lock.

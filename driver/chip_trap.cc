@@ -76,7 +76,7 @@ bool _to(const chip_frame &frame, u64 prefix, u8 last) {
 }
 
 bool _is_filtered(const chip_frame &frame) {
-    return frame.filtered;
+    return frame.filtered && (_is_own(frame) || frame_is_group(frame));
 }
 
 bool _is_bpdu(const chip_frame &frame) {

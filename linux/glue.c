@@ -97,3 +97,14 @@ void tarn_k_mutex_init(void *lock, const char *name, void *key)
 {
 	__mutex_init(lock, name, key);
 }
+
+/* A macro where locks are proved. */
+void tarn_k_mutex_lock(void *lock)
+{
+	mutex_lock(lock);
+}
+
+void tarn_k_mutex_unlock(void *lock)
+{
+	mutex_unlock(lock);
+}

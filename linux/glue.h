@@ -23,6 +23,8 @@ void tarn_k_consume_skb(struct sk_buff *skb);
 void tarn_k_work_init(void *work, void (*run)(void *work));
 int tarn_k_schedule_work_unbound(void *work);
 void tarn_k_mutex_init(void *lock, const char *name, void *key);
+void tarn_k_mutex_lock(void *lock);
+void tarn_k_mutex_unlock(void *lock);
 
 #ifdef __cplusplus
 }

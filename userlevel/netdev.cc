@@ -161,6 +161,15 @@ void netdev_flags_changed(net_device *device, u32 flags) {
     change_flags(device, flags, false);
 }
 
+void netdev_set_addresses(const net_device *device, std::vector<ipv4_address> ipv4, bool ipv6,
+                          std::vector<ipv6_prefix> prefixes) {
+    std::lock_guard guard(list_mutex);
+    netdev_record &record = records[device];
+    record.ipv4 = std::move(ipv4);
+    record.ipv6 = ipv6;
+    record.prefixes = std::move(prefixes);
+}
+
 std::vector<net_device *> netdevs() {
     std::lock_guard guard(list_mutex);
     return devices;
@@ -168,6 +177,8 @@ std::vector<net_device *> netdevs() {
 
 net_device *netdev_create(const char *name) {
     net_device *device = alloc_etherdev_mqs(0, 1, 1);
+    if (!device)
+        BUG();
     netdev_set_name(device, name);
     device->operstate = IF_OPER_UP;
     device->carrier = true;
@@ -273,6 +284,13 @@ void unregister_netdev(net_device *device) {
 }
 
 net_device *dev_get_by_name(const char *name) {
+    bool known;
+    {
+        std::lock_guard guard(list_mutex);
+        known = find_locked(name) != nullptr;
+    }
+    if (!known && the_back)
+        the_back->find(name);
     std::lock_guard guard(list_mutex);
     net_device *device = find_locked(name);
     if (device)
@@ -391,6 +409,8 @@ int netif_rx_ni(sk_buff *skb) {
 
 // Whatever the result, the frame is gone.
 int dev_queue_xmit(sk_buff *skb) {
+    if (the_back && skb->dev->back)
+        return the_back->transmit(skb->dev, skb);
     int result = 0;
     {
         std::lock_guard guard(list_mutex);

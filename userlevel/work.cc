@@ -11,7 +11,8 @@
 namespace {
 
 std::mutex queue_mutex;
-std::condition_variable queued;
+// Never destroyed: the thread that waits for work outlives main().
+std::condition_variable &queued = *new std::condition_variable;
 work_item *first = nullptr;
 
 work_item *take() {

@@ -12,11 +12,6 @@ struct mutex {
     alignas(8) unsigned char key[TARN_LOCK_KEY_SIZE + 1];
 };
 
-extern "C" {
-void tarn_k_mutex_lock(void *lock) __asm__("mutex_lock");
-void tarn_k_mutex_unlock(void *lock) __asm__("mutex_unlock");
-}
-
 inline void work_init(work_item *work, void (*run)(work_item *work)) {
     tarn_k_work_init(work, reinterpret_cast<void (*)(void *)>(run));
 }

@@ -57,7 +57,7 @@ TEST_F(Words, help_lists_every_word) {
                              "age SECONDS\n",
                              "flood hardware|software\n",
                              "trap NAME on|off|only|copy\n",
-                             "filter TYPE\n",
+                             "filter TYPE...\n",
                              "sflow RATE\n",
                              "show [settings|ports|vlans|traps|fdb]\n",
                              "help\n"})

@@ -270,19 +270,28 @@ TEST_F(Trapping, own_icmp_has_a_class_of_its_own_when_switched_on) {
     EXPECT_EQ(traps(), "own-icmp");
 }
 
-TEST_F(Trapping, the_filter_takes_an_ethernet_type) {
-    tell("filter 88b5");
-    receive(101, to("02:00:00:00:00:0b", 0x88B5));
-    EXPECT_EQ(traps(), "");
+TEST_F(Trapping, the_filter_takes_ethernet_types) {
+    const std::string all = "ff:ff:ff:ff:ff:ff";
+    tell("filter 88b5 88b7");
+    tell("mac " + OWN + " 1");
+    receive(101, to(all, 0x88B5));
+    EXPECT_EQ(traps(), "broadcast");
     ports_that_sent();
     tell("trap filter on");
-    receive(101, to("02:00:00:00:00:0b", 0x88B5));
+    receive(101, to(all, 0x88B5));
     ASSERT_EQ(home.trapped.size(), 1u);
     EXPECT_EQ(home.trapped[0].meta.code, 10u);
     EXPECT_EQ(home.trapped[0].meta.flags, 8u);
     EXPECT_EQ(traps(), "filter");
     EXPECT_EQ(ports_that_sent(), "102 103 104");
-    receive(101, to("02:00:00:00:00:0b", 0x88B6));
+    receive(101, to(OWN, 0x88B7));
+    EXPECT_EQ(traps(), "filter");
+    EXPECT_EQ(ports_that_sent(), "");
+    // Neither other types nor frames that pass from host to host.
+    receive(101, to(all, 0x88B6));
+    EXPECT_EQ(traps(), "broadcast");
+    ports_that_sent();
+    receive(101, to("02:00:00:00:00:0b", 0x88B5));
     EXPECT_EQ(traps(), "");
 }
 

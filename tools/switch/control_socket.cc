@@ -1,0 +1,128 @@
+#include "switch/control_socket.h"
+
+#include "switch/live_switch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+namespace live {
+
+namespace {
+
+constexpr std::size_t LINE_MAX_LENGTH = 4096;
+
+std::string served; // the path, for the end
+
+bool address_of(const std::string &path, sockaddr_un &address) {
+    address = {.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.size() >= sizeof(address.sun_path))
+        return false;
+    path.copy(address.sun_path, path.size());
+    return true;
+}
+
+std::string failed(const std::string &path) {
+    return "control socket '" + path + "': " + std::strerror(errno);
+}
+
+// Whether a switch answers there: a socket that nobody serves is what a killed one has left.
+bool is_served(const sockaddr_un &address) {
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool served_now =
+        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    close(fd);
+    return served_now;
+}
+
+bool write_all(int fd, const std::string &text) {
+    for (std::size_t at = 0; at < text.size();) {
+        ssize_t written = send(fd, text.data() + at, text.size() - at, MSG_NOSIGNAL);
+        if (written <= 0)
+            return false;
+        at += static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+std::string read_line(int fd) {
+    std::string line;
+    char byte;
+    while (line.size() < LINE_MAX_LENGTH && read(fd, &byte, 1) == 1 && byte != '\n')
+        line += byte;
+    return line;
+}
+
+void answer(int fd) {
+    // A client that says nothing does not keep others waiting for ever.
+    timeval patience{.tv_sec = 5, .tv_usec = 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    bool ok = false;
+    std::string reply = command(read_line(fd), &ok);
+    if (!reply.empty() && reply.back() != '\n')
+        reply += '\n';
+    write_all(fd, reply + (ok ? "ok\n" : "error\n"));
+    close(fd);
+}
+
+} // namespace
+
+std::string control_serve(const std::string &path) {
+    sockaddr_un address;
+    if (!address_of(path, address))
+        return "control socket '" + path + "': the path is too long";
+    if (is_served(address))
+        return "control socket '" + path +
+               "': another switch serves it; stop it, or choose another";
+    unlink(path.c_str());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    mode_t old = umask(0077);
+    bool bound = fd >= 0 &&
+                 bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+                 listen(fd, 16) == 0;
+    umask(old);
+    if (!bound)
+        return failed(path);
+    served = path;
+    std::thread([fd] {
+        for (;;)
+            if (int client = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC); client >= 0)
+                answer(client);
+    }).detach();
+    return "";
+}
+
+void control_end() {
+    if (!served.empty())
+        unlink(served.c_str());
+}
+
+int control_ask(const std::string &path, const std::string &line) {
+    sockaddr_un address;
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (!address_of(path, address) ||
+        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        !write_all(fd, line + "\n")) {
+        std::fprintf(stderr, "tarn-switch: no switch answers at '%s' (%s)\n", path.c_str(),
+                     std::strerror(errno));
+        return 2;
+    }
+    std::string reply;
+    char buffer[4096];
+    for (ssize_t length; (length = read(fd, buffer, sizeof(buffer))) > 0;)
+        reply.append(buffer, static_cast<std::size_t>(length));
+    close(fd);
+    bool ok = reply.ends_with("ok\n") && (reply.size() == 3 || reply[reply.size() - 4] == '\n');
+    reply.resize(reply.size() - std::min(reply.size(), ok ? std::size_t{3} : std::size_t{6}));
+    std::fputs(reply.c_str(), ok ? stdout : stderr);
+    return ok ? 0 : 1;
+}
+
+} // namespace live

@@ -1,0 +1,264 @@
+#include "switch/live_switch.h"
+
+#include "chip.h"
+#include "control.h"
+#include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_link.h"
+#include "ifmgr/tarn_ifmgr_settings.h"
+#include "kernel/log.h"
+#include "kernel/netdev.h"
+#include "machine/machine.h"
+#include "module/tarn_module.h"
+#include "pkt/pkt_debug.h"
+#include "pkt/pkt_redirect.h"
+#include "userlevel/chip_home.h"
+#include "vlan/vlan_member.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fmt/format.h>
+#include <mutex>
+
+namespace live {
+
+namespace {
+
+constexpr u32 FIRST_PORT_IFINDEX = 5000;
+constexpr u32 PORT_FLAGS = IFF_UP | IFF_BROADCAST;
+
+// Configuration is serial, as it is over the command family.
+std::mutex config_mutex;
+std::vector<PortOption> ports;
+std::vector<unsigned> vids;
+
+using Address = std::array<u8, 6>;
+
+bool parse_address(const std::string &text, Address &address) {
+    unsigned bytes[6];
+    char rest;
+    if (std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &bytes[0], &bytes[1], &bytes[2],
+                    &bytes[3], &bytes[4], &bytes[5], &rest) != 6)
+        return false;
+    for (std::size_t i = 0; i < address.size(); i++)
+        address[i] = static_cast<u8>(bytes[i]);
+    return (address[0] & 1) == 0;
+}
+
+u32 ifindex_of(const std::string &port) {
+    for (std::size_t k = 0; k < ports.size(); k++)
+        if (ports[k].name == port)
+            return FIRST_PORT_IFINDEX + 1 + static_cast<u32>(k);
+    return 0;
+}
+
+std::string chip(const std::string &line, bool *ok = nullptr) {
+    static std::vector<char> reply(CHIP_REPLY);
+    int result = chip_command(line.c_str(), reply.data(), reply.size());
+    if (ok)
+        *ok = result == 0;
+    return result == 0 && !ok ? "" : reply.data();
+}
+
+// The link of a port, as a control daemon tells it.
+void tell_link(tarn_if *port, bool up) {
+    u32 old = port->flags;
+    port->flags = up ? old | IFF_RUNNING : old & ~IFF_RUNNING;
+    tarn_ifmgr_L2_link_state_check(port, (old & TARN_IF_LINK) == TARN_IF_LINK);
+}
+
+void on_link(const std::string &device, bool up) {
+    std::lock_guard guard(config_mutex);
+    for (const PortOption &port : ports) {
+        if (port.device != device)
+            continue;
+        tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex_of(port.name));
+        if (ifp)
+            tell_link(ifp, up);
+        tarn_ifmgr_if_ref_put(ifp);
+    }
+}
+
+std::string add_port(const PortOption &option) {
+    u32 ifindex = ifindex_of(option.name);
+    std::string wrong = chip(fmt::format("port {} {}", ifindex, option.device));
+    if (!wrong.empty())
+        return fmt::format("port {}: {}", option.name, wrong);
+    const Address address{2, 0, 0, 0, 1, static_cast<u8>(ifindex - FIRST_PORT_IFINDEX)};
+    i32 result = tarn_ifmgr_switchport_create(option.name.c_str(), address.data(), PORT_FLAGS, 0,
+                                              ifindex, 0);
+    if (result != 0)
+        return fmt::format("port {}: the switch refused it with {}", option.name, result);
+    for (u32 instance = 0; instance < TARN_STP_INSTANCES; instance++)
+        tarn_ifmgr_stp_port_state_set(ifindex, instance, TARN_STP_FORWARDING);
+    return "";
+}
+
+std::string add_member(unsigned vid, const MemberOption &member) {
+    u32 ifindex = ifindex_of(member.port);
+    if (ifindex == 0)
+        return fmt::format("VLAN {}: there is no port '{}'; --port declares it", vid, member.port);
+    const char *form = member.tagged ? "tagged" : "untagged";
+    std::string wrong = chip(fmt::format("vlan {} {} {}", ifindex, vid, form));
+    if (wrong.empty() && !member.tagged)
+        wrong = chip(fmt::format("pvid {} {}", ifindex, vid));
+    if (!wrong.empty())
+        return fmt::format("VLAN {}, port {}: {}", vid, member.port, wrong);
+    tarn_vlan_add_vlan_to_port(ifindex, vid, member.tagged);
+    if (!member.tagged)
+        tarn_vlan_set_default_pvid(ifindex, static_cast<u16>(vid));
+    return "";
+}
+
+std::string add_vlan(const VlanOption &option, const std::string &address_text) {
+    Address address;
+    if (!parse_address(address_text, address))
+        return fmt::format("'{}' is no address of one station: write it as 02:00:00:00:00:01",
+                           address_text);
+    tarn_if *vlan = nullptr;
+    i32 result = tarn_ifmgr_vlan_create(address.data(), address.size(), &vlan,
+                                        static_cast<u16>(option.vid), 0);
+    if (result != 0)
+        return fmt::format("VLAN {}: its device cannot be made ({}); is there one called vlan{}?",
+                           option.vid, result, option.vid);
+    vids.push_back(option.vid);
+    std::string wrong = chip(fmt::format("mac {} {}", address_text, option.vid));
+    for (const MemberOption &member : option.members)
+        if (wrong.empty())
+            wrong = add_member(option.vid, member);
+    return wrong;
+}
+
+std::string set_redirects(const std::vector<std::string> &names, bool on) {
+    for (const std::string &name : names)
+        if (enable_redirect_by_name(name.c_str(), on) != 0)
+            return fmt::format("there is no redirect '{}'; 'tarn-replay --list' shows them", name);
+    return "";
+}
+
+std::string start_chip() {
+    int result = chip_home_start();
+    if (result == 0)
+        return "";
+    std::string why = std::strerror(-result);
+    return result == -EPERM ? "packet sockets: " + why + "; run it as root, or under 'unshare -Urn'"
+                            : "the chip did not start: " + why;
+}
+
+void prepare_devices(bool in_process) {
+    if (!in_process && machine::lacking().empty()) {
+        machine::make_devices();
+        return;
+    }
+    pr_notice("Devices of the switch stay in the process: %s\n",
+              in_process ? "as told" : machine::lacking().c_str());
+}
+
+// The first that fails ends it.
+std::string configure(const Options &options) {
+    std::lock_guard guard(config_mutex);
+    ports = options.ports;
+    std::string wrong;
+    for (const PortOption &port : options.ports)
+        if (wrong.empty())
+            wrong = add_port(port);
+    for (const VlanOption &vlan : options.vlans)
+        if (wrong.empty())
+            wrong = add_vlan(vlan, options.address);
+    for (const std::string &line : options.chip)
+        if (wrong.empty())
+            wrong = chip(line);
+    if (wrong.empty())
+        wrong = set_redirects(options.enable, true);
+    if (wrong.empty())
+        wrong = set_redirects(options.disable, false);
+    return wrong;
+}
+
+void remove(u32 ifindex) {
+    tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex);
+    if (!ifp)
+        return;
+    tarn_ifmgr_if_ref_put(ifp);
+    tarn_ifmgr_delete_interface(ifp);
+}
+
+std::string show_counters(u32 mode) {
+    userlevel::view view;
+    print_redirect_counters(mode, view.file());
+    return view.text();
+}
+
+std::string show_interface(const tarn_if *ifp) {
+    return fmt::format("{:<16} ifindex {:<6} flags 0x{:<5x} running below {}\n",
+                       std::string_view(ifp->name, strnlen(ifp->name, sizeof(ifp->name))),
+                       ifp->ifindex, ifp->flags, ifp->oper_count);
+}
+
+std::string show_interfaces() {
+    std::lock_guard guard(config_mutex);
+    std::string text;
+    std::vector<u32> all;
+    for (const PortOption &port : ports)
+        all.push_back(ifindex_of(port.name));
+    for (unsigned vid : vids)
+        all.push_back(TARN_IF_VLAN_BASE + vid);
+    for (u32 ifindex : all) {
+        tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex);
+        if (ifp)
+            text += show_interface(ifp);
+        tarn_ifmgr_if_ref_put(ifp);
+    }
+    return text;
+}
+
+} // namespace
+
+std::string start(const Options &options) {
+    userlevel::log_keep(false);
+    userlevel::log_echo(true);
+    if (init_module() != 0)
+        return "the module did not start";
+    userlevel::work_thread_start();
+    tarn_pkt_debug = options.debug_log;
+    std::string wrong = start_chip();
+    if (!wrong.empty())
+        return wrong;
+    prepare_devices(options.devices_in_process);
+    wrong = configure(options);
+    // When the ports are there: the first report says which of them have link.
+    return wrong.empty() ? machine::watch(on_link) : wrong;
+}
+
+std::string command(const std::string &line, bool *ok) {
+    *ok = true;
+    if (line.starts_with("chip "))
+        return chip(line.substr(5), ok);
+    if (line == "show counters")
+        return show_counters(REDIRECT_COUNTERS_RX);
+    if (line == "show counters modify_rx")
+        return show_counters(REDIRECT_COUNTERS_MODIFY_RX);
+    if (line == "show counters modify_tx")
+        return show_counters(REDIRECT_COUNTERS_MODIFY_TX);
+    if (line == "show interfaces")
+        return show_interfaces();
+    *ok = false;
+    return "unknown word '" + line +
+           "': say 'show interfaces', 'show counters [modify_rx|modify_tx]' or 'chip WORDS...' "
+           "('chip help' lists those)\n";
+}
+
+void stop() {
+    chip_home_stop();
+    std::lock_guard guard(config_mutex);
+    for (unsigned vid : vids)
+        remove(TARN_IF_VLAN_BASE + vid);
+    for (const PortOption &port : ports)
+        remove(ifindex_of(port.name));
+    vids.clear();
+    ports.clear();
+}
+
+} // namespace live

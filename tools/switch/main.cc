@@ -1,0 +1,95 @@
+#include "switch/control_socket.h"
+#include "switch/live_switch.h"
+#include "switch/options.h"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+int fail(const std::string &what) {
+    std::fprintf(stderr, "tarn-switch: %s%s", what.c_str(),
+                 what.empty() || what.back() != '\n' ? "\n" : "");
+    return 1;
+}
+
+// Before any thread is made, so that all of them leave these signals to main.
+sigset_t block_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+int run(const live::Options &options) {
+    sigset_t signals = block_signals();
+    std::string wrong = live::start(options);
+    if (wrong.empty() && !options.control.empty())
+        wrong = live::control_serve(options.control);
+    if (!wrong.empty()) {
+        live::stop();
+        return fail(wrong);
+    }
+    std::puts("running");
+    std::fflush(stdout);
+    int signal;
+    sigwait(&signals, &signal);
+    live::control_end();
+    live::stop();
+    std::puts("stopped");
+    std::fflush(stdout);
+    std::_Exit(0); // threads of the homes run on to the last
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    live::Options options;
+    std::vector<std::string> ports, vlans;
+    CLI::App app{
+        "A live switch: the forwarding core, a switching chip in software under it, and the\n"
+        "machine's IP stack above it. Runs until SIGTERM; prints \"running\" when it is up."};
+    app.add_option("--port", ports, "a port of the switch on a device of the machine")
+        ->type_name("NAME=DEVICE");
+    app.add_option("--vlan", vlans, "a VLAN with its interface vlanVID, and its ports")
+        ->type_name("VID=PORT[:tagged],...");
+    app.add_option("--address", options.address, "MAC address of the VLAN interfaces")
+        ->capture_default_str();
+    app.add_option("--chip", options.chip, "a line for the chip, in its own words ('help')")
+        ->type_name("WORDS");
+    app.add_option("--enable", options.enable, "turns a redirect on")->type_name("NAME");
+    app.add_option("--disable", options.disable, "turns a redirect off")->type_name("NAME");
+    app.add_option("--control", options.control, "serves commands on a Unix socket at this path")
+        ->type_name("PATH");
+    app.add_flag("--devices-in-process", options.devices_in_process,
+                 "makes no TAP devices: what goes to the IP stack ends in the process");
+    app.add_option("--debug", options.debug_log, "logs frames: 1 received, 2 sent, 3 both")
+        ->check(CLI::Range(0, 3));
+
+    std::string path, line;
+    CLI::App *ask =
+        app.add_subcommand("ask", "sends one line to a running switch's control socket");
+    ask->add_option("PATH", path)->required();
+    ask->add_option("LINE", line, "'show interfaces', 'show counters', 'chip show', ...")
+        ->required();
+
+    try {
+        app.parse(argc, argv);
+        for (const std::string &port : ports)
+            options.ports.push_back(live::parse_port(port));
+        for (const std::string &vlan : vlans)
+            options.vlans.push_back(live::parse_vlan(vlan));
+    } catch (const CLI::ParseError &error) {
+        int result = app.exit(error);
+        return result == 0 ? 0 : 2;
+    }
+    if (ask->parsed())
+        return live::control_ask(path, line);
+    if (options.ports.empty())
+        return fail("no port: give at least one --port NAME=DEVICE");
+    return run(options);
+}

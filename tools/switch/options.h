@@ -1,0 +1,38 @@
+// What tarn-switch is told on its command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace live {
+
+struct PortOption {
+    std::string name, device;
+};
+
+struct MemberOption {
+    std::string port;
+    bool tagged;
+};
+
+struct VlanOption {
+    unsigned vid;
+    std::vector<MemberOption> members;
+};
+
+struct Options {
+    std::vector<PortOption> ports;
+    std::vector<VlanOption> vlans;
+    std::vector<std::string> chip; // more words for the chip, a line each
+    std::string address = "02:00:00:00:00:01";
+    std::string control;             // path of the socket; empty: none
+    bool devices_in_process = false; // no TAP devices
+    std::vector<std::string> enable, disable;
+    unsigned debug_log = 0; // 1 receive, 2 transmit
+};
+
+// Each throws CLI::ValidationError with what was wrong and what to write.
+PortOption parse_port(const std::string &text); // NAME=DEVICE
+VlanOption parse_vlan(const std::string &text); // VID=PORT[:tagged],...
+
+} // namespace live

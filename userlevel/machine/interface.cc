@@ -1,0 +1,252 @@
+#include "machine/interface.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <libmnl/libmnl.h>
+#include <linux/if_addr.h>
+#include <linux/if_packet.h>
+#include <linux/if_tun.h>
+#include <linux/rtnetlink.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace machine {
+
+namespace {
+
+ifreq request_for(const std::string &name) {
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
+    return request;
+}
+
+int control_socket() {
+    static const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return fd;
+}
+
+int ask(unsigned long what, ifreq &request) {
+    return ioctl(control_socket(), what, &request);
+}
+
+int failed(int fd, std::string *why, const std::string &what) {
+    *why = what + ": " + std::strerror(errno);
+    if (fd >= 0)
+        close(fd);
+    return -1;
+}
+
+template <typename Each>
+void each_attribute(const nlmsghdr *message, std::size_t header, Each each) {
+    const auto *attribute =
+        static_cast<const nlattr *>(mnl_nlmsg_get_payload_offset(message, header));
+    const auto *end = static_cast<const char *>(mnl_nlmsg_get_payload_tail(message));
+    while (
+        mnl_attr_ok(attribute, static_cast<int>(end - reinterpret_cast<const char *>(attribute)))) {
+        each(attribute);
+        attribute = mnl_attr_next(attribute);
+    }
+}
+
+struct watcher {
+    mnl_socket *socket;
+    std::function<void(const link_state &)> link;
+    std::function<void(const address_state &)> address;
+};
+
+int on_link(const nlmsghdr *message, const watcher &to) {
+    const auto *info = static_cast<const ifinfomsg *>(mnl_nlmsg_get_payload(message));
+    if (info->ifi_family != AF_UNSPEC)
+        return MNL_CB_OK; // of a bridge, about its ports
+    link_state state{.ifindex = static_cast<unsigned>(info->ifi_index),
+                     .flags = info->ifi_flags,
+                     .gone = message->nlmsg_type == RTM_DELLINK};
+    each_attribute(message, sizeof(*info), [&](const nlattr *attribute) {
+        switch (mnl_attr_get_type(attribute)) {
+        case IFLA_IFNAME:
+            state.name = mnl_attr_get_str(attribute);
+            break;
+        case IFLA_MTU:
+            state.mtu = mnl_attr_get_u32(attribute);
+            break;
+        case IFLA_ADDRESS:
+            state.has_address = mnl_attr_get_payload_len(attribute) == state.address.size();
+            if (state.has_address)
+                std::memcpy(state.address.data(), mnl_attr_get_payload(attribute),
+                            state.address.size());
+            break;
+        }
+    });
+    to.link(state);
+    return MNL_CB_OK;
+}
+
+int on_address(const nlmsghdr *message, const watcher &to) {
+    const auto *info = static_cast<const ifaddrmsg *>(mnl_nlmsg_get_payload(message));
+    address_state state{.ifindex = info->ifa_index,
+                        .family = info->ifa_family,
+                        .bytes = {},
+                        .prefix = info->ifa_prefixlen,
+                        .gone = message->nlmsg_type == RTM_DELADDR};
+    bool known = false;
+    each_attribute(message, sizeof(*info), [&](const nlattr *attribute) {
+        // On our devices it is the interface's own address, too.
+        if (mnl_attr_get_type(attribute) != IFA_ADDRESS ||
+            mnl_attr_get_payload_len(attribute) > state.bytes.size())
+            return;
+        std::memcpy(state.bytes.data(), mnl_attr_get_payload(attribute),
+                    mnl_attr_get_payload_len(attribute));
+        known = true;
+    });
+    if (known && (state.family == AF_INET || state.family == AF_INET6))
+        to.address(state);
+    return MNL_CB_OK;
+}
+
+int on_message(const nlmsghdr *message, void *data) {
+    const auto &to = *static_cast<const watcher *>(data);
+    switch (message->nlmsg_type) {
+    case RTM_NEWLINK:
+    case RTM_DELLINK:
+        return on_link(message, to);
+    case RTM_NEWADDR:
+    case RTM_DELADDR:
+        return on_address(message, to);
+    default:
+        return MNL_CB_OK;
+    }
+}
+
+// Asks for all there is, and reads on until the last of it.
+bool dump(const watcher &to, std::uint16_t what) {
+    std::vector<char> buffer(1 << 16);
+    nlmsghdr *message = mnl_nlmsg_put_header(buffer.data());
+    message->nlmsg_type = what;
+    message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    message->nlmsg_seq = what;
+    mnl_nlmsg_put_extra_header(message, sizeof(rtgenmsg));
+    if (mnl_socket_sendto(to.socket, message, message->nlmsg_len) < 0)
+        return false;
+    for (;;) {
+        ssize_t length = mnl_socket_recvfrom(to.socket, buffer.data(), buffer.size());
+        if (length < 0)
+            return false;
+        int more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, 0, on_message,
+                              const_cast<watcher *>(&to));
+        if (more <= MNL_CB_STOP)
+            return more == MNL_CB_STOP;
+    }
+}
+
+void follow(const watcher &to) {
+    std::vector<char> buffer(1 << 16);
+    for (;;) {
+        ssize_t length = mnl_socket_recvfrom(to.socket, buffer.data(), buffer.size());
+        if (length < 0 && errno == ENOBUFS) { // too many at once: some are lost, so ask for all
+            dump(to, RTM_GETLINK);
+            dump(to, RTM_GETADDR);
+            continue;
+        }
+        if (length < 0 && errno != EINTR)
+            return;
+        if (length > 0)
+            mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, 0, on_message,
+                       const_cast<watcher *>(&to));
+    }
+}
+
+} // namespace
+
+int tap_open(const std::string &name, unsigned ifindex, std::string *why) {
+    int fd = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return failed(fd, why, "/dev/net/tun");
+    if (ifindex != 0 && ioctl(fd, TUNSETIFINDEX, &ifindex) != 0)
+        return failed(fd, why, "the number of device '" + name + "'");
+    ifreq request = request_for(name);
+    request.ifr_flags = IFF_TAP | IFF_NO_PI;
+    if (ioctl(fd, TUNSETIFF, &request) != 0)
+        return failed(fd, why, "device '" + name + "'");
+    tap_set_carrier(fd, false);
+    return fd;
+}
+
+int tap_set_carrier(int fd, bool on) {
+    unsigned carrier = on;
+    return ioctl(fd, TUNSETCARRIER, &carrier);
+}
+
+int interface_set_up(const std::string &name, bool up) {
+    ifreq request = request_for(name);
+    if (ask(SIOCGIFFLAGS, request) != 0)
+        return -1;
+    short flags = static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
+    if (flags == request.ifr_flags)
+        return 0;
+    request.ifr_flags = flags;
+    return ask(SIOCSIFFLAGS, request);
+}
+
+int interface_set_mtu(const std::string &name, unsigned mtu) {
+    ifreq request = request_for(name);
+    request.ifr_mtu = static_cast<int>(mtu);
+    return ask(SIOCSIFMTU, request);
+}
+
+int interface_set_address(const std::string &name, const std::uint8_t *address) {
+    ifreq request = request_for(name);
+    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    std::memcpy(request.ifr_hwaddr.sa_data, address, 6);
+    return ask(SIOCSIFHWADDR, request);
+}
+
+int interface_open_for_sending(unsigned ifindex) {
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0); // protocol 0: receives nothing
+    sockaddr_ll to{};
+    to.sll_family = AF_PACKET;
+    to.sll_ifindex = static_cast<int>(ifindex);
+    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&to), sizeof(to)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+link_state interface_state(const std::string &name) {
+    link_state state{.ifindex = if_nametoindex(name.c_str()), .name = name};
+    ifreq request = request_for(name);
+    if (state.ifindex != 0 && ask(SIOCGIFFLAGS, request) == 0)
+        state.flags = static_cast<unsigned short>(request.ifr_flags);
+    if (state.ifindex != 0 && ask(SIOCGIFMTU, request) == 0)
+        state.mtu = static_cast<unsigned>(request.ifr_mtu);
+    if (state.ifindex != 0 && ask(SIOCGIFHWADDR, request) == 0) {
+        state.has_address = true;
+        std::memcpy(state.address.data(), request.ifr_hwaddr.sa_data, state.address.size());
+    }
+    return state;
+}
+
+std::string watch_interfaces(std::function<void(const link_state &)> link,
+                             std::function<void(const address_state &)> address) {
+    auto *to = new watcher{mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), std::move(link),
+                           std::move(address)};
+    if (!to->socket ||
+        mnl_socket_bind(to->socket, RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR,
+                        MNL_SOCKET_AUTOPID) != 0)
+        return std::string("the machine's interfaces cannot be watched: ") + std::strerror(errno);
+    std::thread([to] {
+        dump(*to, RTM_GETLINK);
+        dump(*to, RTM_GETADDR);
+        follow(*to);
+    }).detach();
+    return "";
+}
+
+} // namespace machine
