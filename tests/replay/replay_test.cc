@@ -152,6 +152,15 @@ TEST_F(Replay, names_who_stopped_a_frame_only_where_somebody_did) {
         "\n");
 }
 
+TEST_F(Replay, tells_what_went_to_the_ip_stack) {
+    std::string path = file(pcap({frame(host, 0x8863)})); // PPPoE discovery
+    auto lines = replay_json(path);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(lines[0]["kernel"], nlohmann::json::parse(R"([{"device":"vlan1","len":60}])"));
+    EXPECT_TRUE(lines[0]["sent"].empty());
+    EXPECT_THAT(replay(path).output, HasSubstr("      to the IP stack on vlan1, 60 bytes\n"));
+}
+
 TEST_F(Replay, explains_a_frame_in_words) {
     Result result = replay(file(pcap({frame(zero, 0x8809)})));
     EXPECT_EQ(result.status, 0);

@@ -105,6 +105,7 @@ void offer(Outcome &outcome, const tarn_rx_meta &meta) {
         kfree_skb(skb);
 
     outcome.trace = trace_take();
+    outcome.ends = sinks_take();
     for (const Decision &decision : outcome.trace.decisions)
         if (result != 1 && (decision.flags & REDIRECT_STOP))
             outcome.stopped_by = &decision;
@@ -167,7 +168,9 @@ int replay(const Options &options) {
         tarn_pkt_debug = TARN_PKT_DEBUG_RX;
     auto report = options.json ? json_report() : text_report(options.verbose);
     try {
+        sinks_start();
         build_switch(options.file);
+        sinks_take();
         userlevel::log_take();
         auto before = userlevel::take_snapshot();
         replay_frames(options, *report);

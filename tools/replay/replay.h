@@ -2,6 +2,7 @@
 #pragma once
 
 #include "replay/capture.h"
+#include "replay/sinks.h"
 #include "replay/trace.h"
 
 #include <map>
@@ -31,6 +32,7 @@ struct Outcome {
     u32 vid = 0;
     Fate fate = Fate::unclaimed;
     Trace trace = {};
+    Ends ends = {};
     const Decision *stopped_by = nullptr; // into the trace; null where nobody stopped it
     std::vector<std::string> log = {};    // what the core said meanwhile
 };

@@ -30,9 +30,16 @@ public:
                                      {"name", decision.name},
                                      {"flags", decision.flags},
                                      {"reason", decision.reason}});
-        // Nothing leaves the core yet: transmit, the IP stack and sockets are still to come.
         line["sent"] = json::array();
+        for (const Sent &one : outcome.ends.sent)
+            line["sent"].push_back({{"port", one.port},
+                                    {"vid", one.vid},
+                                    {"tagged", one.tagged},
+                                    {"len", one.length}});
         line["kernel"] = json::array();
+        for (const Posted &one : outcome.ends.kernel)
+            line["kernel"].push_back({{"device", one.device}, {"len", one.length}});
+        // The protocol sockets are still to come.
         line["sockets"] = json::array();
         fmt::print("{}\n", line.dump());
     }

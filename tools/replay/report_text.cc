@@ -82,18 +82,16 @@ std::string fate_line(const Outcome &outcome) {
     return {};
 }
 
-// Layers that are not there yet take what they are given and do nothing with it.
-void print_not_yet(const Trace &trace) {
-    u32 asked = 0;
-    for (const Decision &decision : trace.decisions)
-        asked |= decision.flags;
-    asked &= ~static_cast<u32>(REDIRECT_STOP);
-    if (asked & (REDIRECT_FLOOD_L2 | REDIRECT_RESEND_L2))
-        fmt::print("      nothing was sent: this build has no transmit yet\n");
-    if (asked & REDIRECT_STACK_REPLICATE)
-        fmt::print("      nothing was replicated: this unit stands alone\n");
-    if (asked & (REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT))
-        fmt::print("      the frame was freed there: this build has no layer 3 devices yet\n");
+void print_ends(const Outcome &outcome) {
+    for (const Sent &one : outcome.ends.sent)
+        fmt::print("      sent {}, VLAN {}{}, {} bytes\n",
+                   one.port.empty() ? "on the VLAN" : "out of " + one.port, one.vid,
+                   one.tagged ? " tagged" : "", one.length);
+    for (const Posted &one : outcome.ends.kernel)
+        fmt::print("      to the IP stack on {}, {} bytes\n", one.device, one.length);
+    for (const Decision &decision : outcome.trace.decisions)
+        if (decision.flags & REDIRECT_STACK_REPLICATE)
+            fmt::print("      nothing was replicated: this unit stands alone\n");
 }
 
 class TextReport : public Report {
@@ -110,7 +108,7 @@ public:
                 fmt::print("      {}\n", line);
         }
         print_chain(outcome.trace);
-        print_not_yet(outcome.trace);
+        print_ends(outcome);
         fmt::print("    = {}\n\n", fate_line(outcome));
     }
 

@@ -59,6 +59,9 @@ std::string chip(const std::string &line, bool *ok = nullptr) {
     int result = chip_command(line.c_str(), reply.data(), reply.size());
     if (ok)
         *ok = result == 0;
+    if (result == -EPERM)
+        return "no right to open packet sockets (CAP_NET_RAW): run it as root, or under "
+               "'unshare -Urn' with devices of its own\n";
     return result == 0 && !ok ? "" : reply.data();
 }
 
@@ -140,11 +143,7 @@ std::string set_redirects(const std::vector<std::string> &names, bool on) {
 
 std::string start_chip() {
     int result = chip_home_start();
-    if (result == 0)
-        return "";
-    std::string why = std::strerror(-result);
-    return result == -EPERM ? "packet sockets: " + why + "; run it as root, or under 'unshare -Urn'"
-                            : "the chip did not start: " + why;
+    return result == 0 ? "" : fmt::format("the chip did not start: {}", std::strerror(-result));
 }
 
 void prepare_devices(bool in_process) {
