@@ -1,0 +1,136 @@
+// The core on top of the chip, in one process: frames on ports, frames of the IP stack, and words
+// for the chip, one after another. The input is a row of steps: what, where, length, bytes.
+#include "chip.h"
+#include "control.h"
+#include "ifmgr/tarn_ifmgr_create.h"
+#include "kernel/netdev.h"
+#include "kernel/skb.h"
+#include "module/tarn_module.h"
+#include "plain_switch/plain_switch.h"
+#include "port.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+// Devices that take everything and keep nothing.
+struct chip_device {
+    u32 slot;
+    int references;
+};
+
+namespace {
+
+std::array<chip_device *, 64> open_devices{};
+
+} // namespace
+
+int chip_port_open(const char *, u32 slot, chip_device **device) {
+    *device = open_devices[slot] = new chip_device{slot, 1};
+    return 0;
+}
+
+void chip_port_close(chip_device *device) {
+    open_devices[device->slot] = nullptr;
+    chip_port_put(device);
+}
+
+void chip_port_get(chip_device *device) {
+    device->references++;
+}
+
+void chip_port_put(chip_device *device) {
+    if (--device->references == 0)
+        delete device;
+}
+
+int chip_port_send(chip_device *, sk_buff *skb) {
+    consume_skb(skb);
+    return 0;
+}
+
+int chip_port_is(const chip_device *, const net_device *) {
+    return 0;
+}
+
+void chip_commands_begin(void) {}
+void chip_commands_end(void) {}
+
+namespace {
+
+std::vector<char> reply(CHIP_REPLY);
+
+void tell(const std::string &line) {
+    chip_command(line.c_str(), reply.data(), reply.size());
+}
+
+void load() {
+    init_module();
+    chip_start();
+    for (u32 vid : {1u, 2u})
+        plain_switch::add_vlan(vid);
+    for (u32 k = 1; k <= 4; k++) {
+        tarn_if *port = plain_switch::add_port(k);
+        tell("port " + std::to_string(port->ifindex) + " p" + std::to_string(k));
+        for (u32 vid : {1u, 2u}) {
+            plain_switch::add_member(port, vid);
+            tell("vlan " + std::to_string(port->ifindex) + " " + std::to_string(vid) +
+                 (vid == 1 ? " untagged" : " tagged"));
+        }
+        tell("pvid " + std::to_string(port->ifindex) + " 1");
+    }
+    tell("mac 02:00:00:00:00:01 1");
+    tell("filter 806 800 86dd");
+    tell("trap filter on");
+}
+
+void frame_on_port(u32 where, std::span<const u8> bytes) {
+    chip_device *device = open_devices[where % 4];
+    sk_buff *skb = device ? userlevel::frame_make(bytes) : nullptr;
+    if (skb)
+        chip_receive(device, device->slot, skb);
+}
+
+void frame_of_stack(u32 where, std::span<const u8> bytes) {
+    net_device *device = dev_get_by_name(where & 1 ? "vlan1" : "vlan2");
+    if (!device)
+        return;
+    userlevel::netdev_transmit(device, bytes, where >> 1);
+    dev_put(device);
+}
+
+void step(u32 what, u32 where, std::span<const u8> bytes) {
+    switch (what % 4) {
+    case 0:
+    case 1:
+        return frame_on_port(where, bytes);
+    case 2:
+        return frame_of_stack(where, bytes);
+    default:
+        return tell(std::string(bytes.begin(), bytes.end()));
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const u8 *data, std::size_t size) {
+    static const bool loaded = (load(), true);
+    static const userlevel::snapshot before = userlevel::take_snapshot();
+    (void)loaded;
+    while (size > 3) {
+        std::size_t length = std::min<std::size_t>(data[2], size - 3);
+        step(data[0], data[1], {data + 3, length});
+        data += 3 + length;
+        size -= 3 + length;
+    }
+    userlevel::log_take();
+    std::string lost = userlevel::describe(userlevel::leaked_since(before));
+    if (!lost.empty()) {
+        std::fprintf(stderr, "lost: %s", lost.c_str());
+        std::abort();
+    }
+    return 0;
+}
