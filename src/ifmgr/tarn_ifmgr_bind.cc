@@ -186,10 +186,9 @@ void tarn_ifmgr_parents_changed(tarn_if *ifp) {
 tarn_if *tarn_ifmgr_get_L2_xmit_port(tarn_if *ifp) {
     if (!ifp || (ifp->type != TARN_IF_TYPE_ETHERNET && ifp->type != TARN_IF_TYPE_SWITCHPORT))
         return nullptr;
-    if (!_is_aggregator(ifp)) {
-        _tarn_ifmgr_if_hold(ifp);
-        return ifp;
-    }
+    // The lists hold no references: one that is being destroyed may still stand on them.
+    if (!_is_aggregator(ifp))
+        return refcount_inc_not_zero(&ifp->refcnt) ? ifp : nullptr;
 
     tarn_if *chosen = nullptr;
     read_lock_bh(&tarn_if_db_lock);

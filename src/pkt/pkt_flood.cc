@@ -37,9 +37,14 @@ bool _own_bytes(sk_buff *skb) {
     return !skb_cloned(skb) || pskb_expand_head(skb, 0, 0, GFP_ATOMIC) == 0;
 }
 
+// Whether the tag finds room before the frame and its addresses to stand behind.
+bool _takes_tag(const sk_buff *skb) {
+    return skb_headroom(skb) >= VLAN_HLEN && skb_len(skb) >= ETH_TYPE_OFFSET;
+}
+
 // The type bytes of this tag stand the wrong way round, on purpose: the far end expects them so.
 u32 _flood_tagged(const _flood_way &way, u32 vid, u32 outer, sk_buff *skb) {
-    if (skb_headroom(skb) < VLAN_HLEN || !_own_bytes(skb))
+    if (!_takes_tag(skb) || !_own_bytes(skb))
         return 0;
     auto *data = static_cast<u8 *>(skb_push(skb, VLAN_HLEN));
     memmove(data, data + VLAN_HLEN, 2 * ETH_ALEN);
