@@ -127,6 +127,11 @@ void tarn_k_netdev_set_ops(struct net_device *dev, const struct tarn_k_netdev_op
 		dev->ethtool_ops = ethtool_of(ethtool);
 }
 
+int tarn_k_netdev_has_set_mac_address(const struct net_device *dev)
+{
+	return dev->netdev_ops->ndo_set_mac_address != NULL;
+}
+
 /* --- fields and operations ----------------------------------------------------------------------- */
 
 void tarn_k_netdev_set_name(struct net_device *dev, const char *name)

@@ -51,6 +51,7 @@ struct tarn_k_ethtool_ops {
 const TARN_K_OPS *tarn_k_netdev_get_ops(const struct net_device *dev);
 void tarn_k_netdev_set_ops(struct net_device *dev, const TARN_K_OPS *ops,
 			   const TARN_K_ETHTOOL *ethtool);
+int tarn_k_netdev_has_set_mac_address(const struct net_device *dev);
 void tarn_k_netdev_set_name(struct net_device *dev, const char *name);
 void tarn_k_netdev_set_operstate(struct net_device *dev, unsigned char state);
 void tarn_k_dev_addr_set(struct net_device *dev, const unsigned char *address);

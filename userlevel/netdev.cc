@@ -329,11 +329,13 @@ int netdev_set_flags_by_name(const char *name, u32 flags) {
 }
 
 int dev_set_mac_address(net_device *device, const netdev_address *address) {
-    if (!device->ops || !device->ops->set_mac_address)
+    if (!netdev_has_set_mac_address(device))
         return -EOPNOTSUPP;
     if (address->family != device->type)
         return -EINVAL;
-    int result = device->ops->set_mac_address(device, address);
+    int result = device->ops ? device->ops->set_mac_address(device, address) : 0;
+    if (!device->ops)
+        dev_addr_set(device, address->data);
     if (result == 0 && the_back && device->back)
         the_back->address(device);
     return result;
@@ -384,14 +386,13 @@ u16 eth_type_trans(sk_buff *skb, net_device *device) {
     u16 type = 0;
     if (skb->len >= ETHERNET_HEADER)
         std::memcpy(&type, skb->data + ETHERNET_HEADER - sizeof(type), sizeof(type));
-    skb_pull(skb, ETHERNET_HEADER);
+    skb->link_header = skb_pull(skb, ETHERNET_HEADER) ? ETHERNET_HEADER : 0;
     return type;
 }
 
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
-    if (skb_headroom(skb) >= ETHERNET_HEADER)
-        skb_push(skb, ETHERNET_HEADER);
+    skb_push(skb, skb->link_header);
     if (the_back && device->back) {
         the_back->receive(device, skb);
         return 0;

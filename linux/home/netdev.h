@@ -81,6 +81,9 @@ inline void netdev_set_ops(net_device *device, const netdev_ops *ops,
                            const netdev_ethtool_ops *ethtool) {
     tarn_k_netdev_set_ops(device, ops, ethtool);
 }
+inline bool netdev_has_set_mac_address(const net_device *device) {
+    return tarn_k_netdev_has_set_mac_address(device) != 0;
+}
 // This kernel uses the bit for something else.
 inline void netdev_set_vlan_feature(net_device *) {}
 

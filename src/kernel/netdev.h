@@ -121,6 +121,8 @@ net_device_stats *netdev_stats(net_device *device);
 // The tables it was given, or null for a device that is not of this module's making.
 const netdev_ops *netdev_get_ops(const net_device *device);
 void netdev_set_ops(net_device *device, const netdev_ops *ops, const netdev_ethtool_ops *ethtool);
+// Whether its address can be set, whoever made the device.
+bool netdev_has_set_mac_address(const net_device *device);
 // The feature bit that the switch's own kernel reserves for VLAN devices. A plain kernel uses its
 // number for something else, and is left alone.
 void netdev_set_vlan_feature(net_device *device);

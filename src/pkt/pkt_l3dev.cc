@@ -59,12 +59,21 @@ void _carrier(net_device *device, const tarn_if *ifp) {
         netif_carrier_off(device);
 }
 
+// A device has one interface. One that had it before would be left with a pointer to a device that
+// another one destroys.
+void _take_over(net_device *device, const tarn_if *ifp) {
+    tarn_if *before = static_cast<tarn_eth_priv *>(netdev_priv(device))->ifp;
+    if (before && before != ifp && read_once(before->netdev) == device)
+        write_once(before->netdev, nullptr);
+}
+
 net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
     if (!_is_ours(device)) {
         dev_put(device);
         return nullptr;
     }
     rtnl_lock();
+    _take_over(device, ifp);
     _fill(device, ifp, false);
     _set_address(device, hwaddr, hwaddr_len);
     _carrier(device, ifp);
@@ -138,8 +147,7 @@ i32 tarn_os_l3_if_unconfigure(tarn_if *ifp) {
 
 i32 tarn_os_l3_if_hwaddr_set(tarn_if *ifp, u32 length, const u8 *address) {
     net_device *device = ifp->netdev;
-    const netdev_ops *ops = device ? netdev_get_ops(device) : nullptr;
-    if (!ops || !ops->set_mac_address)
+    if (!device || !netdev_has_set_mac_address(device))
         return -EINVAL;
     netdev_address wanted{.family = netdev_type(device), .data = {}};
     memcpy(wanted.data, address, length < sizeof(wanted.data) ? length : sizeof(wanted.data));

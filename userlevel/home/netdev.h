@@ -95,6 +95,9 @@ inline void netdev_set_ops(net_device *device, const netdev_ops *ops,
     device->ops = ops;
     device->ethtool_ops = ethtool_ops;
 }
+inline bool netdev_has_set_mac_address(const net_device *device) {
+    return !device->ops || device->ops->set_mac_address;
+}
 // Bit 59.
 inline void netdev_set_vlan_feature(net_device *device) {
     device->features |= u64{1} << 59;

@@ -13,8 +13,9 @@ struct sk_buff {
     u32 truesize; // what the buffer counts for in socket memory, as Linux 6.1 counts on x86_64
     u32 mark;
     u32 priority;
-    u16 protocol;  // network order
-    u8 was_cloned; // may share its block; the block knows
+    u16 protocol;   // network order
+    u8 was_cloned;  // may share its block; the block knows
+    u8 link_header; // bytes of it that eth_type_trans took off
     i32 users;
     net_device *dev;
     void *sk;
