@@ -276,13 +276,9 @@ struct Seen {
 std::vector<Seen> seen;
 const net_device *watched = nullptr;
 
-TEST_F(L3Device, ends_stopped_closed_and_unregistered) {
-    net_device *device = nullptr;
-    vlan_.netdev = device = tarn_eth_drv_create_netdevice(&vlan_, nullptr, 0);
-    EXPECT_EQ(tarn_os_l3_if_flags_set(&vlan_, IFF_UP | IFF_RUNNING), 0);
-    EXPECT_TRUE(netif_carrier_ok(device));
-    watched = device;
-    static notifier_block watch{
+// Writes down how a device ends.
+void watch(const net_device *device) {
+    static notifier_block block{
         .notifier_call =
             [](notifier_block *, unsigned long event, void *info) {
                 net_device *it = netdev_notifier_info_to_dev(info);
@@ -292,12 +288,30 @@ TEST_F(L3Device, ends_stopped_closed_and_unregistered) {
             },
         .next = nullptr,
         .priority = 0};
-    register_netdevice_notifier(&watch);
+    watched = device;
+    register_netdevice_notifier(&block);
+}
+
+TEST_F(L3Device, that_is_open_ends_stopped_closed_and_unregistered) {
+    vlan_.netdev = tarn_eth_drv_create_netdevice(&vlan_, nullptr, 0);
+    EXPECT_EQ(tarn_os_l3_if_flags_set(&vlan_, IFF_UP | IFF_RUNNING), 0);
+    EXPECT_TRUE(netif_carrier_ok(vlan_.netdev));
+    watch(vlan_.netdev);
     EXPECT_EQ(tarn_os_l3_if_unconfigure(&vlan_), 0);
     EXPECT_THAT(seen, ElementsAre(Seen{NETDEV_DOWN, true, false, 0},
                                   Seen{NETDEV_UNREGISTER, true, false, 0}))
         << "an open device is closed on the way";
     EXPECT_EQ(dev_get_by_name("vlan77"), nullptr);
+    userlevel::work_run();
+}
+
+TEST_F(L3Device, that_was_never_opened_ends_stopped_and_unregistered) {
+    vlan_.netdev = tarn_eth_drv_create_netdevice(&vlan_, nullptr, 0);
+    netif_carrier_on(vlan_.netdev);
+    vlan_.netdev->stopped = false;
+    watch(vlan_.netdev);
+    EXPECT_EQ(tarn_os_l3_if_unconfigure(&vlan_), 0);
+    EXPECT_THAT(seen, ElementsAre(Seen{NETDEV_UNREGISTER, true, false, 0}));
     userlevel::work_run();
 }
 
