@@ -133,8 +133,9 @@ struct tarn_if {
     i32 (*destructor)(tarn_if *ifp);
     unsigned long last_rx; // jiffies
     // Of the interface manager's own:
-    tarn_if *aggregator;   // the first parent when that is one, for readers without the lock
-    tarn_if *retired_next; // in the queue of records whose destructor waits for process context
+    tarn_if *aggregator;    // the first parent when that is one, for readers without the lock
+    tarn_if *retired_next;  // in the queue of records whose destructor waits for process context
+    tarn_if *replaced_next; // among the records out of the tree that somebody may still hold
 };
 
 // The one test of what is a layer 3 interface.

@@ -44,9 +44,14 @@ bool _take_flags(tarn_if *parent, const tarn_if *child) {
     return now != _device_flags_or(parent, old);
 }
 
+bool _would_be_a_ring(const tarn_if *parent, const tarn_if *child) {
+    read_lock_bh(&tarn_if_db_lock);
+    bool ring = _is_above(child, parent, TARN_IFMGR_MAX_DEPTH);
+    read_unlock_bh(&tarn_if_db_lock);
+    return ring;
+}
+
 i32 _link_both(tarn_if *parent, tarn_if *child) {
-    if (_is_above(child, parent, TARN_IFMGR_MAX_DEPTH))
-        return TARN_ERR_WRONG_TYPE;
     if (!tarn_ifmgr_list_add(&parent->children, child))
         return TARN_ERR_NO_MEMORY;
     if (!tarn_ifmgr_list_add(&child->parents, parent)) {
@@ -111,7 +116,7 @@ u32 tarn_ifmgr_is_child_l3_and_parent_l2(const tarn_if *parent, const tarn_if *c
 }
 
 i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child) {
-    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child))
+    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child) || _would_be_a_ring(parent, child))
         return TARN_ERR_WRONG_TYPE;
 
     bool changed = false;
@@ -133,21 +138,24 @@ i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child) {
     return 0;
 }
 
-i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child) {
-    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child))
-        return TARN_ERR_WRONG_TYPE;
-
+void tarn_ifmgr_take_apart(tarn_if *parent, tarn_if *child) {
     write_lock_bh(&tarn_if_db_lock);
     bool was_child = tarn_ifmgr_list_remove(&parent->children, child);
     tarn_ifmgr_list_remove(&child->parents, parent);
     tarn_ifmgr_parents_changed(child);
     write_unlock_bh(&tarn_if_db_lock);
     if (!was_child)
-        return 0;
+        return;
 
     _tarn_ifmgr_op_count_post(parent, TARN_OP_LOWER, read_once(child->oper_count));
     if (!read_once(parent->children))
         _last_child_gone(parent);
+}
+
+i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child) {
+    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child))
+        return TARN_ERR_WRONG_TYPE;
+    tarn_ifmgr_take_apart(parent, child);
     return 0;
 }
 

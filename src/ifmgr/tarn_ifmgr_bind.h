@@ -23,6 +23,8 @@ void tarn_ifmgr_parents_changed(tarn_if *ifp);
 i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child);
 // 0 whether or not they were bound; -204.
 i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child);
+// The same without a look at the types: for a record that goes.
+void tarn_ifmgr_take_apart(tarn_if *parent, tarn_if *child);
 u32 tarn_ifmgr_isbound(const tarn_if *parent, const tarn_if *child);
 u32 tarn_ifmgr_is_child_l3_and_parent_l2(const tarn_if *parent, const tarn_if *child);
 

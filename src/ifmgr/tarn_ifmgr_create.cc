@@ -4,6 +4,7 @@
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_event.h"
 #include "ifmgr/tarn_ifmgr_link.h"
+#include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/bytes.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
@@ -44,20 +45,14 @@ i32 _install_copy_of(tarn_if *record, tarn_if **out) {
     return result;
 }
 
-// The record stays in the tree; nobody finds it, and a later creation uses its memory.
-void _give_up(tarn_if *ifp) {
-    module_remove_proc_if(ifp);
-    write_once(ifp->if_flags, (read_once(ifp->if_flags) & ~TARN_IF_F_VALID) | TARN_IF_F_DELETED);
-    refcount_set(&ifp->refcnt, 0);
-}
-
 i32 _add_device(tarn_if *ifp, u32 flags) {
     net_device *device =
         tarn_os_l3_if_configure(ifp, ifp->port_hwaddr, sizeof(ifp->port_hwaddr), nullptr);
     if (!device) {
         pr_warn("%s Adding interface for %.16s FAILED. (failure to create netdev)\n",
                 "tarn_ifmgr_switchport_create", ifp->name);
-        _give_up(ifp);
+        // It stays in the tree; nobody finds it, and a later creation uses its memory.
+        tarn_ifmgr_delete_interface(ifp);
         return TARN_ERR_NETDEV;
     }
     write_once(ifp->netdev, device);
@@ -124,6 +119,7 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
         return 0;
     if (!hwaddr)
         return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_retire_waiting(); // a device of that name may be about to go
     tarn_if *record = _template(name, ifindex, TARN_IF_TYPE_SWITCHPORT);
     if (!record)
         return TARN_ERR_NO_MEMORY;
@@ -167,6 +163,9 @@ i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, 
 
 // An existing VLAN is not asked for: its device is taken over, and its record replaced.
 i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
+    if (!out)
+        return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_retire_waiting(); // the device of that name may be about to go
     tarn_if *record = _new_vlan(vid);
     if (!record)
         return TARN_ERR_NO_MEMORY;

@@ -15,21 +15,14 @@ bool _is_aggregator(const tarn_if *ifp) {
     return read_once(ifp->if_flags) & TARN_IF_F_AGG;
 }
 
-// Takes the record off every list that names it, and empties its own. Silent: what could be said
-// has been said.
+// Takes the record off every list that names it, and empties its own. Those above count without it;
+// nothing is said: what could be said has been.
 void _unlink(tarn_if *ifp) {
+    while (ifp->parents)
+        tarn_ifmgr_take_apart(ifp->parents->ifp, ifp);
+    while (ifp->children)
+        tarn_ifmgr_take_apart(ifp, ifp->children->ifp);
     write_lock_bh(&tarn_if_db_lock);
-    while (ifp->children) {
-        tarn_if *child = ifp->children->ifp;
-        tarn_ifmgr_list_remove(&child->parents, ifp);
-        tarn_ifmgr_parents_changed(child);
-        tarn_ifmgr_list_remove(&ifp->children, child);
-    }
-    while (ifp->parents) {
-        tarn_ifmgr_list_remove(&ifp->parents->ifp->children, ifp);
-        tarn_ifmgr_list_remove(&ifp->parents, ifp->parents->ifp);
-    }
-    tarn_ifmgr_parents_changed(ifp);
     while (ifp->upstream_ifs)
         tarn_ifmgr_list_remove(&ifp->upstream_ifs, ifp->upstream_ifs->ifp);
     write_unlock_bh(&tarn_if_db_lock);
@@ -84,13 +77,18 @@ i32 _retired_destructor(tarn_if *) {
 
 i32 tarn_ifmgr_eth_if_destructor(tarn_if *ifp) {
     _unlink(ifp);
-    if (!ifp->netdev) {
+    if (!tarn_ifmgr_eth_device_put(ifp))
         pr_err("netdevice for %.16s not found\n", ifp->name);
-        return 0;
-    }
-    dev_put(ifp->netdev);
-    write_once(ifp->netdev, nullptr);
     return 0;
+}
+
+bool tarn_ifmgr_eth_device_put(tarn_if *ifp) {
+    net_device *none = nullptr;
+    net_device *device = __atomic_exchange_n(&ifp->netdev, none, __ATOMIC_RELAXED);
+    if (!device)
+        return false;
+    dev_put(device);
+    return true;
 }
 
 i32 tarn_ifmgr_vlan_if_destructor(tarn_if *ifp) {
@@ -111,8 +109,8 @@ i32 tarn_ifmgr_l2_if_destructor(tarn_if *ifp) {
                ifp->name);
     tarn_vlan_delete_vlan_from_port_all(ifp);
     _leave_parents(ifp);
-    module_remove_proc_if(ifp);
     _unlink(ifp);
+    module_remove_proc_if(ifp);
     if (ifp->netdev) {
         tarn_os_l3_if_unconfigure(ifp);
         write_once(ifp->netdev, nullptr);
@@ -120,11 +118,19 @@ i32 tarn_ifmgr_l2_if_destructor(tarn_if *ifp) {
     return 0;
 }
 
-void tarn_ifmgr_vlan_if_retire(tarn_if *ifp) {
-    while (ifp->children)
-        tarn_ifmgr_unbind(ifp, ifp->children->ifp);
-    _unlink(ifp);
-    write_once(ifp->netdev, nullptr);
+void tarn_ifmgr_if_retire(tarn_if *ifp, bool keeps_device) {
+    if (keeps_device) {
+        // First, so that nothing that follows tells the device of it.
+        write_once(ifp->netdev, nullptr);
+        _unlink(ifp);
+        if (ifp->type == TARN_IF_TYPE_SWITCHPORT)
+            module_remove_proc_if(ifp);
+    } else if (ifp->destructor) {
+        ifp->destructor(ifp);
+    }
     ifp->destructor = _retired_destructor;
-    tarn_ifmgr_delete_interface(ifp);
+    if (refcount_read(&ifp->refcnt) == 0)
+        __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
+    else if (!(read_once(ifp->if_flags) & TARN_IF_F_DELETED))
+        tarn_ifmgr_delete_interface(ifp); // the database's own reference
 }

@@ -1,6 +1,7 @@
 #include "ifmgr/tarn_ifmgr_event.h"
 
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_destroy.h"
 #include "kernel/errno.h"
 #include "kernel/log.h"
 #include "kernel/once.h"
@@ -15,12 +16,18 @@ using _subscriber = void (*)(u32 vid);
 constinit _subscriber subscribers[_SUBSCRIBERS] = {};
 constinit u32 _subscriber_count = 0;
 
-// The device of an Ethernet interface goes, and with it the reference that would hold it up.
-void _let_go(tarn_if *ifp, net_device *device) {
-    if (ifp->type != TARN_IF_TYPE_ETHERNET || read_once(ifp->netdev) != device)
+// The device goes, and with it the references that would hold it up: those of Ethernet interfaces,
+// which are found by name and may have any ifindex.
+void _let_go(const net_device *device) {
+    if (!p_tarn_if_db)
         return;
-    write_once(ifp->netdev, nullptr);
-    dev_put(device);
+    read_lock_bh(&tarn_if_db_lock);
+    for (tarn_avl_node *node = tarn_avl_top(p_tarn_if_db->tree); node; node = tarn_avl_next(node)) {
+        auto *ifp = static_cast<tarn_if *>(node->info);
+        if (ifp->type == TARN_IF_TYPE_ETHERNET && read_once(ifp->netdev) == device)
+            tarn_ifmgr_eth_device_put(ifp);
+    }
+    read_unlock_bh(&tarn_if_db_lock);
 }
 
 } // namespace
@@ -34,12 +41,14 @@ int tarn_ifmgr_device_event(notifier_block *, unsigned long event, void *info) {
     net_device *device = netdev_notifier_info_to_dev(info);
     if (!netdev_in_init_net(device))
         return NOTIFY_DONE;
+    if (event == NETDEV_UNREGISTER) {
+        _let_go(device);
+        return NOTIFY_DONE;
+    }
     tarn_if *ifp = tarn_ifmgr_lookup_by_index(netdev_ifindex(device));
     if (!ifp)
         return NOTIFY_DONE;
-    if (event == NETDEV_UNREGISTER)
-        _let_go(ifp, device);
-    else if (ifp->type != TARN_IF_TYPE_SWITCHPORT)
+    if (ifp->type != TARN_IF_TYPE_SWITCHPORT)
         write_once(ifp->flags, dev_get_flags(device));
     tarn_ifmgr_if_ref_put_later(ifp);
     return NOTIFY_DONE;

@@ -9,6 +9,9 @@
 
 namespace {
 
+// Records out of the tree whose memory somebody may still hold. Creations are made one at a time.
+constinit tarn_if *_replaced = nullptr;
+
 // Sees deleted and destroyed records too.
 tarn_if *_find(u32 ifindex) {
     const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex);
@@ -22,28 +25,56 @@ i32 _insert(tarn_if *record) {
     return result == 0 ? 0 : TARN_ERR_TREE_INSERT;
 }
 
-void _take_out(tarn_if *old) {
-    write_lock_bh(&tarn_if_db_lock);
-    tarn_avl_delete(p_tarn_if_db->tree, &old->ifindex);
-    write_unlock_bh(&tarn_if_db_lock);
-}
-
 // Whether the last reference has gone and its destructor has run to its end.
 bool _is_destroyed(const tarn_if *ifp) {
     return refcount_read(&ifp->refcnt) == 0 &&
            !(__atomic_load_n(&ifp->if_flags, __ATOMIC_ACQUIRE) & TARN_IF_F_VALID);
 }
 
-// A record that somebody still holds outlives its place in the tree, and its memory is theirs.
-void _replace(tarn_if *old) {
-    _take_out(old);
-    if (_is_destroyed(old))
-        kfree(old);
+// Whether its destructor is running, somewhere else, at this moment.
+bool _is_being_destroyed(const tarn_if *ifp) {
+    return refcount_read(&ifp->refcnt) == 0 && !_is_destroyed(ifp) &&
+           (read_once(ifp->if_flags) & TARN_IF_F_DELETED);
+}
+
+// Somebody may still hold it: it is taken out of use now, its memory when they let go. The device
+// may be the new record's already.
+void _end(tarn_if *old, const tarn_if *record) {
+    if (!_is_destroyed(old) && !_is_being_destroyed(old))
+        tarn_ifmgr_if_retire(old, old->netdev && old->netdev == record->netdev);
+}
+
+// Gives the memory of those back whose last holder has let go.
+void _free_replaced() {
+    for (tarn_if **at = &_replaced; *at;) {
+        tarn_if *ifp = *at;
+        if (!_is_destroyed(ifp)) {
+            at = &ifp->replaced_next;
+            continue;
+        }
+        *at = ifp->replaced_next;
+        kfree(ifp);
+    }
+}
+
+// Only the memory of a VLAN is ever given back: readers without a lock know an aggregator by its
+// address alone.
+void _take_out(tarn_if *old) {
+    write_lock_bh(&tarn_if_db_lock);
+    tarn_avl_delete(p_tarn_if_db->tree, &old->ifindex);
+    write_unlock_bh(&tarn_if_db_lock);
+    if (old->type != TARN_IF_TYPE_VLAN)
+        return;
+    old->replaced_next = _replaced;
+    _replaced = old;
+    _free_replaced();
 }
 
 i32 _install_copy(const tarn_if *record, tarn_if **installed) {
     tarn_if *old = _find(record->ifindex);
-    if (old && refcount_read(&old->refcnt) == 0) {
+    if (old)
+        _end(old, record);
+    if (old && _is_destroyed(old)) {
         write_lock_bh(&tarn_if_db_lock);
         *old = *record;
         write_unlock_bh(&tarn_if_db_lock);
@@ -68,9 +99,8 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
 
 i32 _install_itself(tarn_if *record, tarn_if **installed) {
     if (tarn_if *old = _find(record->ifindex)) {
-        if (refcount_read(&old->refcnt) != 0 && old->type == TARN_IF_TYPE_VLAN)
-            tarn_ifmgr_vlan_if_retire(old);
-        _replace(old);
+        _end(old, record);
+        _take_out(old);
     }
     *installed = record;
     return _insert(record);
@@ -119,6 +149,7 @@ i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
         return TARN_ERR_BAD_ARG;
     // An earlier record of this ifindex may wait for its destructor.
     tarn_ifmgr_retire_waiting();
+    _free_replaced();
 
     tarn_if *ifp = nullptr;
     i32 result = take_record ? _install_itself(record, &ifp) : _install_copy(record, &ifp);
