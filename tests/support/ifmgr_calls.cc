@@ -65,6 +65,8 @@ WRAPPED(i32, _unconfigure, "_Z25tarn_os_l3_if_unconfigureP7tarn_if", tarn_if *if
 
 WRAPPED(i32, _flags_set, "_Z23tarn_os_l3_if_flags_setP7tarn_ifj", tarn_if *ifp, u32 flags) {
     trace("flags_set %.16s %#x", name(ifp), flags);
+    if (ifmgr().on_flags_set)
+        ifmgr().on_flags_set();
     return ifmgr().flags_set_result ? *ifmgr().flags_set_result : real_flags_set(ifp, flags);
 }
 

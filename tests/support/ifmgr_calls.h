@@ -21,7 +21,7 @@ struct IfmgrCalls {
     bool refuse_local_members = false;
 
     std::function<void(u32 ifindex)> before_lookup;
-    std::function<void()> on_configure, on_unbind_vlan;
+    std::function<void()> on_configure, on_unbind_vlan, on_flags_set;
 };
 
 IfmgrCalls &ifmgr();
