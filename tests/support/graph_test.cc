@@ -3,6 +3,19 @@
 #include <algorithm>
 #include <cstring>
 
+Bitmap::Bitmap(std::initializer_list<u32> vids) {
+    for (u32 vid : vids)
+        words[vid / 32] |= 1u << (vid % 32);
+}
+
+std::vector<u32> vids_in(const u32 *bitmap) {
+    std::vector<u32> vids;
+    for (u32 vid = 0; vid < TARN_VLAN_COUNT; vid++)
+        if (bitmap[vid / 32] >> (vid % 32) & 1)
+            vids.push_back(vid);
+    return vids;
+}
+
 std::vector<tarn_if *> all_records() {
     std::vector<tarn_if *> all;
     for (tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;

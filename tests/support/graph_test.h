@@ -32,6 +32,13 @@ inline constexpr u32 DOWN = 0x1002;
 
 inline constexpr u8 ADDRESS[6] = {2, 0, 0, 0, 7, 1};
 
+// VLANs as the daemon names many of them, bit by bit.
+struct Bitmap {
+    u32 words[TARN_VLAN_COUNT / 32] = {};
+    Bitmap(std::initializer_list<u32> vids);
+};
+std::vector<u32> vids_in(const u32 *bitmap);
+
 // Every record that the database ever had, in the order of their ifindexes.
 std::vector<tarn_if *> all_records();
 
