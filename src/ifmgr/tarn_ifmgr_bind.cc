@@ -194,7 +194,7 @@ void tarn_ifmgr_parents_changed(tarn_if *ifp) {
 tarn_if *tarn_ifmgr_get_L2_xmit_port(tarn_if *ifp) {
     if (!ifp || (ifp->type != TARN_IF_TYPE_ETHERNET && ifp->type != TARN_IF_TYPE_SWITCHPORT))
         return nullptr;
-    // The lists hold no references: one that is being destroyed may still stand on them.
+    // The lists hold no references: one that waits for its destructor may still stand on them.
     if (!_is_aggregator(ifp))
         return refcount_inc_not_zero(&ifp->refcnt) ? ifp : nullptr;
 

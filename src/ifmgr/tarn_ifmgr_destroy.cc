@@ -28,12 +28,14 @@ void _unlink(tarn_if *ifp) {
     write_unlock_bh(&tarn_if_db_lock);
 }
 
+// A child may itself wait for its destructor: that one cannot be held any more, and need not be.
 void _remove_child(tarn_if *vlan, tarn_if *child) {
-    tarn_ifmgr_if_ref_get(child);
+    bool held = refcount_inc_not_zero(&child->refcnt);
     pr_warn("Child interface %.16s found while deleting %.16s\n", child->name, vlan->name);
     if (tarn_vlan_unbind_vlan_from_port(vlan, child, 1) < 0)
         pr_err("Failed to remove %.16s from %.16s\n", child->name, vlan->name);
-    tarn_ifmgr_if_ref_put(child);
+    if (held)
+        _tarn_ifmgr_if_put(child);
 }
 
 void _remove_children(tarn_if *vlan) {

@@ -330,6 +330,20 @@ TEST_F(Bind, a_port_or_ethernet_interface_sends_for_itself) {
     }
 }
 
+TEST_F(Bind, a_port_that_waits_for_its_end_sends_nothing) {
+    tarn_if *port = port_with(77, LINK), *lag = aggregator(7001);
+    bind(lag, port);
+    _tarn_ifmgr_if_hold(port);
+    tarn_ifmgr_delete_interface(port);
+    tarn_ifmgr_if_ref_put_later(port); // still on the list of its aggregator
+    EXPECT_EQ(tarn_ifmgr_get_L2_xmit_port(port), nullptr);
+    EXPECT_EQ(tarn_ifmgr_get_L2_xmit_port(lag), nullptr);
+    EXPECT_EQ(refcount_read(&port->refcnt), 0);
+    settle();
+    EXPECT_THAT(log(), IsEmpty());
+    remember();
+}
+
 TEST_F(Bind, a_vlan_or_nothing_sends_through_no_port) {
     EXPECT_EQ(tarn_ifmgr_get_L2_xmit_port(nullptr), nullptr);
     EXPECT_EQ(tarn_ifmgr_get_L2_xmit_port(vlan1()), nullptr);

@@ -172,6 +172,29 @@ TEST_F(Destroy, a_vlan_holds_its_child_while_it_is_taken_off) {
     EXPECT_EQ(held, 2);
 }
 
+// Both end under a lock, so both destructors wait.
+TEST_F(Destroy, a_vlan_may_have_a_child_that_waits_for_its_own_end) {
+    tarn_if *ifp = vlan(10);
+    tarn_if *port = port_with(77, LINK);
+    add_member(port, 10);
+    for (tarn_if *one : {port, ifp}) {
+        _tarn_ifmgr_if_hold(one);
+        tarn_ifmgr_delete_interface(one);
+    }
+    local_bh_disable();
+    tarn_ifmgr_if_ref_put(port);
+    tarn_ifmgr_if_ref_put(ifp); // the last to come is torn down first
+    local_bh_enable();
+    auto calls = seams::calls_of([&] { settle(); });
+    EXPECT_THAT(log(), ElementsAre("4 Child interface p77 found while deleting vlan10\n"));
+    EXPECT_THAT(calls, ElementsAre("unbind_vlan vlan10 p77 1", "unbind vlan10 p77",
+                                   "flags_set vlan10 0x1003", "unconfigure vlan10",
+                                   "delete_all p77", "remove_proc p77"));
+    EXPECT_TRUE(is_gone(port));
+    EXPECT_TRUE(is_gone(ifp));
+    remember();
+}
+
 // Its count goes to 0 on the way, which must not queue what is going away.
 TEST_F(Destroy, a_vlan_with_a_running_port_is_not_queued_again) {
     tarn_if *ifp = vlan(10);
