@@ -42,7 +42,7 @@ void _put(tarn_if *ifp, bool may_sleep) {
         pr_err("Invalid deletion of interface (not valid) %.16s\n", ifp->name);
         return;
     }
-    if (!ifp->destructor)
+    if (!read_once(ifp->destructor))
         BUG();
     tarn_ifmgr_retire(ifp, may_sleep);
 }
@@ -52,6 +52,8 @@ void _put(tarn_if *ifp, bool may_sleep) {
 i32 tarn_ifmgr_init() {
     if (read_once(_finished))
         return 0;
+    // Creations lock before they find that there is no database.
+    tarn_ifmgr_update_init();
 
     auto *db = static_cast<tarn_if_db *>(__kmalloc(sizeof(tarn_if_db), GFP_KERNEL | __GFP_ZERO));
     if (!db)
@@ -66,7 +68,6 @@ i32 tarn_ifmgr_init() {
     db->on_unbind = _module_unbind_del_proc_if;
     tarn_ifmgr_list_node_cache = kmem_cache_create("ifmgr_free_list", sizeof(tarn_ifmgr_list_node),
                                                    0, SLAB_NOLEAKTRACE, nullptr);
-    tarn_ifmgr_update_init();
     p_tarn_if_db = db;
     __atomic_store_n(&_finished, 1, __ATOMIC_RELEASE);
     return 0;

@@ -86,6 +86,23 @@ tarn_if *_new_vlan(u16 vid) {
     return record;
 }
 
+// With its device. On failure the record stays with the caller, and the device goes.
+i32 _install_vlan(tarn_if *record, const u8 *hwaddr, u32 hwaddr_len, tarn_if **out) {
+    u32 ifindex = 0;
+    net_device *device = tarn_os_l3_if_configure(record, hwaddr, hwaddr_len, &ifindex);
+    if (!device)
+        return TARN_ERR_NETDEV;
+    record->netdev = device;
+    record->ifindex = ifindex;
+    if (hwaddr)
+        memcpy(record->hwaddr, hwaddr,
+               hwaddr_len < sizeof(record->hwaddr) ? hwaddr_len : sizeof(record->hwaddr));
+    i32 result = _tarn_ifmgr_if_install(record, out, true);
+    if (result != 0)
+        tarn_os_l3_if_unconfigure(record);
+    return result;
+}
+
 } // namespace
 
 i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
@@ -101,7 +118,9 @@ i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u3
     memcpy(record->hwaddr, hwaddr, _ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
+    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
+    tarn_ifmgr_creation_end();
     if (result != 0) {
         _failed("tarn_ifmgr_ethernet_create", name);
         return result;
@@ -119,7 +138,6 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
         return 0;
     if (!hwaddr)
         return TARN_ERR_BAD_ARG;
-    tarn_ifmgr_retire_waiting(); // a device of that name may be about to go
     tarn_if *record = _template(name, ifindex, TARN_IF_TYPE_SWITCHPORT);
     if (!record)
         return TARN_ERR_NO_MEMORY;
@@ -128,12 +146,14 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
     memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
+    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
-    if (result != 0) {
+    if (result != 0)
         _failed("tarn_ifmgr_switchport_create", name);
-        return result;
-    }
-    if (with_netdev && (result = _add_device(ifp, flags)) != 0)
+    else if (with_netdev)
+        result = _add_device(ifp, flags);
+    tarn_ifmgr_creation_end();
+    if (result != 0)
         return result;
     if ((read_once(ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK)
         tarn_ifmgr_L2_link_up(ifp);
@@ -157,7 +177,9 @@ i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, 
     memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
+    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
+    tarn_ifmgr_creation_end();
     return result < 0 ? result : 0;
 }
 
@@ -165,25 +187,13 @@ i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, 
 i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
     if (!out)
         return TARN_ERR_BAD_ARG;
-    tarn_ifmgr_retire_waiting(); // the device of that name may be about to go
     tarn_if *record = _new_vlan(vid);
     if (!record)
         return TARN_ERR_NO_MEMORY;
-    u32 ifindex = 0;
-    net_device *device = tarn_os_l3_if_configure(record, hwaddr, hwaddr_len, &ifindex);
-    if (!device) {
-        kfree(record);
-        return TARN_ERR_NETDEV;
-    }
-    record->netdev = device;
-    record->ifindex = ifindex;
-    if (hwaddr)
-        memcpy(record->hwaddr, hwaddr,
-               hwaddr_len < sizeof(record->hwaddr) ? hwaddr_len : sizeof(record->hwaddr));
-
-    i32 result = _tarn_ifmgr_if_install(record, out, true);
+    tarn_ifmgr_creation_begin();
+    i32 result = _install_vlan(record, hwaddr, hwaddr_len, out);
+    tarn_ifmgr_creation_end();
     if (result != 0) {
-        tarn_os_l3_if_unconfigure(record);
         kfree(record);
         return result;
     }

@@ -130,9 +130,12 @@ void tarn_ifmgr_if_retire(tarn_if *ifp, bool keeps_device) {
     } else if (ifp->destructor) {
         ifp->destructor(ifp);
     }
-    ifp->destructor = _retired_destructor;
+    write_once(ifp->destructor, _retired_destructor);
+    u32 if_flags = read_once(ifp->if_flags);
+    if (if_flags & TARN_IF_F_DELETED)
+        return; // the database's own reference is gone
     if (refcount_read(&ifp->refcnt) == 0)
         __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
-    else if (!(read_once(ifp->if_flags) & TARN_IF_F_DELETED))
-        tarn_ifmgr_delete_interface(ifp); // the database's own reference
+    else
+        tarn_ifmgr_delete_interface(ifp);
 }

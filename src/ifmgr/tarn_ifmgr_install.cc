@@ -3,7 +3,6 @@
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_destroy.h"
-#include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
 
@@ -31,16 +30,10 @@ bool _is_destroyed(const tarn_if *ifp) {
            !(__atomic_load_n(&ifp->if_flags, __ATOMIC_ACQUIRE) & TARN_IF_F_VALID);
 }
 
-// Whether its destructor is running, somewhere else, at this moment.
-bool _is_being_destroyed(const tarn_if *ifp) {
-    return refcount_read(&ifp->refcnt) == 0 && !_is_destroyed(ifp) &&
-           (read_once(ifp->if_flags) & TARN_IF_F_DELETED);
-}
-
 // Somebody may still hold it: it is taken out of use now, its memory when they let go. The device
 // may be the new record's already.
 void _end(tarn_if *old, const tarn_if *record) {
-    if (!_is_destroyed(old) && !_is_being_destroyed(old))
+    if (!_is_destroyed(old))
         tarn_ifmgr_if_retire(old, old->netdev && old->netdev == record->netdev);
 }
 
@@ -147,8 +140,6 @@ tarn_if *_tarn_ifmgr_if_alloc() {
 i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
     if (!record || !out || !p_tarn_if_db)
         return TARN_ERR_BAD_ARG;
-    // An earlier record of this ifindex may wait for its destructor.
-    tarn_ifmgr_retire_waiting();
     _free_replaced();
 
     tarn_if *ifp = nullptr;

@@ -14,6 +14,8 @@ namespace {
 
 constinit tarn_if *_retired = nullptr; // newest first
 constinit work_item _retire_work{};
+constinit mutex _retire_lock{}; // held while destructors run, and over a creation
+constinit u8 _retire_locked = 0;
 
 tarn_ifmgr_list_node *_take_all() {
     mutex_lock(&update_data.update_lock);
@@ -38,14 +40,49 @@ void _destroy(tarn_if *ifp) {
     __atomic_and_fetch(&ifp->if_flags, ~TARN_IF_F_VALID, __ATOMIC_RELEASE);
 }
 
+void _lock() {
+    mutex_lock(&_retire_lock);
+    write_once(_retire_locked, 1);
+}
+
+void _unlock() {
+    write_once(_retire_locked, 0);
+    mutex_unlock(&_retire_lock);
+}
+
+// A destructor may drop other last references: they join the queue.
+void _run_waiting() {
+    tarn_if *next = nullptr;
+    while ((next = __atomic_exchange_n(&_retired, nullptr, __ATOMIC_ACQUIRE)))
+        while (tarn_if *ifp = next) {
+            next = ifp->retired_next;
+            _destroy(ifp);
+        }
+}
+
+void _retire_now() {
+    _lock();
+    _run_waiting();
+    _unlock();
+}
+
 void _run_retired(work_item *) {
-    tarn_ifmgr_retire_waiting();
+    _retire_now();
+}
+
+void _queue(tarn_if *ifp) {
+    tarn_if *head = read_once(_retired);
+    do {
+        ifp->retired_next = head;
+    } while (!__atomic_compare_exchange_n(&_retired, &head, ifp, true, __ATOMIC_RELEASE,
+                                          __ATOMIC_RELAXED));
 }
 
 } // namespace
 
 void tarn_ifmgr_update_init() {
     mutex_init(&update_data.update_lock, "update_lock");
+    mutex_init(&_retire_lock, "retire_lock");
     work_init(&update_data.work, do_process_work);
     work_init(&_retire_work, _run_retired);
     update_data.list = nullptr;
@@ -72,24 +109,21 @@ void do_process_work(work_item *) {
     }
 }
 
+// Whoever holds the lock may be this very caller, in a destructor: the work item comes after it.
 void tarn_ifmgr_retire(tarn_if *ifp, bool may_sleep) {
-    if (may_sleep && preempt_count() == 0) {
-        _destroy(ifp);
-        return;
-    }
-    tarn_if *head = read_once(_retired);
-    do {
-        ifp->retired_next = head;
-    } while (!__atomic_compare_exchange_n(&_retired, &head, ifp, true, __ATOMIC_RELEASE,
-                                          __ATOMIC_RELAXED));
-    schedule_work_unbound(&_retire_work);
+    _queue(ifp);
+    if (may_sleep && preempt_count() == 0 && !read_once(_retire_locked))
+        _retire_now();
+    else
+        schedule_work_unbound(&_retire_work);
 }
 
-void tarn_ifmgr_retire_waiting() {
-    tarn_if *next;
-    for (tarn_if *ifp = __atomic_exchange_n(&_retired, nullptr, __ATOMIC_ACQUIRE); ifp;
-         ifp = next) {
-        next = ifp->retired_next;
-        _destroy(ifp);
-    }
+void tarn_ifmgr_creation_begin() {
+    _lock();
+    _run_waiting();
+}
+
+void tarn_ifmgr_creation_end() {
+    _run_waiting();
+    _unlock();
 }
