@@ -4,6 +4,8 @@
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/netdev.h"
 
+#include <cstring>
+
 using ::testing::ElementsAre;
 using ::testing::Field;
 using ::testing::IsEmpty;
@@ -695,7 +697,8 @@ TEST_F(Header, of_type_1_has_the_length) {
 
 TEST_F(Header, of_no_destination_is_an_error_and_leaves_those_bytes) {
     sk_buff *skb = payload();
-    std::fill(skb->data - 14, skb->data, u8{0xEE});
+    memset(skb_push(skb, 14), 0xEE, 14);
+    skb_pull(skb, 14);
     EXPECT_EQ(add_eth_header(skb, 0x88CC, nullptr, from_, 0), static_cast<u32>(-EFAULT));
     EXPECT_EQ(bytes_of(skb), (Bytes{0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 7, 8, 9, 10, 11, 12, 0x88,
                                     0xCC, 0xAA, 0xBB}));

@@ -46,7 +46,8 @@ u32 auth_set(net_device *device, u32 on) {
 }
 
 u32 unknown_multicast_flood_set(u32 enable) {
-    record().unknown_multicast.push_back(enable);
+    if (record().keep)
+        record().unknown_multicast.push_back(enable);
     return record().unknown_multicast_result;
 }
 
