@@ -59,11 +59,18 @@ void _carrier(net_device *device, const tarn_if *ifp) {
         netif_carrier_off(device);
 }
 
-// A device has one interface. One that had it before would be left with a pointer to a device that
-// another one destroys.
+// A VLAN that is made anew, whose old record the database is about to replace.
+bool _is_successor(const tarn_if *ifp, const tarn_if *before) {
+    return ifp->type == TARN_IF_TYPE_VLAN && before->type == TARN_IF_TYPE_VLAN &&
+           ifp->vid == before->vid;
+}
+
+// A device has one interface. Another one that had it would be left with a pointer to a device that
+// is not its own to destroy.
 void _take_over(net_device *device, const tarn_if *ifp) {
     tarn_if *before = static_cast<tarn_eth_priv *>(netdev_priv(device))->ifp;
-    if (before && before != ifp && read_once(before->netdev) == device)
+    if (before && before != ifp && !_is_successor(ifp, before) &&
+        read_once(before->netdev) == device)
         write_once(before->netdev, nullptr);
 }
 

@@ -196,13 +196,18 @@ TEST_F(L3Device, that_is_adopted_gets_the_tables_and_the_carrier_of_its_interfac
 
 // Whoever destroys it would leave the other with a pointer to freed memory.
 TEST_F(L3Device, that_is_adopted_leaves_the_interface_that_had_it) {
-    make(vlan_);
+    net_device *device = make(vlan_);
+    EXPECT_EQ(make(vlan_), device);
+    EXPECT_EQ(vlan_.netdev, device) << "by itself it may be adopted";
     Interface again(TARN_IF_TYPE_VLAN, "vlan77", 77);
-    net_device *device = make(again);
-    EXPECT_EQ(vlan_.netdev, nullptr);
-    EXPECT_EQ(again.netdev, device);
     EXPECT_EQ(make(again), device);
-    EXPECT_EQ(again.netdev, device) << "by itself it may be adopted";
+    EXPECT_EQ(vlan_.netdev, device) << "of one that is replaced the database takes it";
+    Interface other(TARN_IF_TYPE_VLAN, "vlan77", 78), port(TARN_IF_TYPE_SWITCHPORT, "vlan77", 5);
+    EXPECT_EQ(make(other), device);
+    EXPECT_EQ(again.netdev, nullptr);
+    EXPECT_EQ(make(port), device);
+    EXPECT_EQ(other.netdev, nullptr);
+    EXPECT_EQ(port.netdev, device);
 }
 
 TEST_F(L3Device, of_a_port_by_the_name_of_a_vlan_leaves_the_vlan_none) {
@@ -221,9 +226,8 @@ TEST_F(L3Device, of_a_port_by_the_name_of_a_vlan_leaves_the_vlan_none) {
 }
 
 // The destructor of the last one waits for a context that may sleep when its VLAN comes back.
-TEST_F(L3Device, of_a_vlan_that_comes_back_before_its_destructor_ran_stays) {
+TEST_F(L3Device, of_a_vlan_that_comes_back_before_its_destructor_ran_is_another) {
     tarn_if *vlan = add_vlan(20);
-    net_device *device = vlan->netdev;
     configure([&] {
         local_bh_disable();
         tarn_ifmgr_if_ref_get(vlan);
@@ -233,10 +237,9 @@ TEST_F(L3Device, of_a_vlan_that_comes_back_before_its_destructor_ran_stays) {
         tarn_if *again = nullptr;
         EXPECT_EQ(tarn_ifmgr_vlan_create(nullptr, 0, &again, 20, 0), 0);
         userlevel::work_run();
-        EXPECT_EQ(again->netdev, device);
+        EXPECT_TRUE(is_registered(again->netdev));
+        EXPECT_EQ(priv(again->netdev)->ifp, again);
     });
-    EXPECT_TRUE(is_registered(device));
-    EXPECT_THAT(log(), ElementsAre("3 netdevice for vlan20 not found\n"));
 }
 
 TEST_F(L3Device, of_somebody_else_is_not_adopted) {
