@@ -8,6 +8,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "../module/core_functions.h"
+
 /* Both streams, every word, and what the input holds. */
 static int echo(int count, char **words)
 {
@@ -30,7 +32,8 @@ static int fill(void)
 /* Jumps to an address that is not mapped: tarn_lab calls the addresses that it is given. */
 static int oops(void)
 {
-	static const char wrong[] = "alloc=8 install=8 lookup=8 put=8 print=8 enable=8";
+#define LAB_WRONG(name, symbol) #name "=8 "
+	static const char wrong[] = LAB_CORE_FUNCTIONS(LAB_WRONG);
 	int file = open("/lab/tarn_lab.ko", O_RDONLY | O_CLOEXEC);
 	char text[16];
 

@@ -6,16 +6,28 @@
  * tarnfwd exports what its driver needs and nothing else, so the addresses of the other functions come
  * as module parameters, read from /proc/kallsyms by the test that loads this module.
  *
- * /proc/tarn_lab, one command a write:
- *   port IFINDEX             a switch port, up and running, member of no VLAN
- *   vlan VID                 a VLAN interface, MAC 02:00:00:00:00:01
- *   member IFINDEX VID       makes the port a member
+ * /proc/tarn_lab, one command a write; what the core refuses is the error of the write:
+ *   port IFINDEX NAME MAC [routed]    a switch port, up, without link; routed: with a device
+ *   ethernet IFINDEX NAME MAC         an interface whose device is the kernel's
+ *   aggregator IFINDEX NAME MAC TYPE
+ *   attach AGGREGATOR PORT
+ *   vlan VID MAC [OPTIONS]            a VLAN interface with its device
+ *   member VID IFINDEX tagged|untagged
+ *                                     untagged: and the VLAN of the port's untagged frames
+ *   nomember VID IFINDEX
+ *   stp IFINDEX STATE                 in every instance
+ *   link IFINDEX up|down              the port gained or lost its link
+ *   delete IFINDEX
+ *   show IFINDEX                      what reading shows beside the counters from now on
  *   enable NAME | disable NAME
  *   frames COUNT IFINDEX VID LOCAL HEX
- *                            COUNT copies of the frame, delivered from process context; HEX "-" is a
- *                            frame of no bytes
- * Reading gives the counters of the chain.
+ *                                     COUNT copies of the frame, delivered from process context;
+ *                                     HEX "-" is a frame of no bytes
+ *   leak BYTES                        memory that is lost, for who looks for such
+ * Reading gives the counters of the chain, and a line of the interface that "show" named:
+ *   if: IFINDEX NAME flags HEX below RUNNING_PORTS device 0|1
  */
+#include <linux/etherdevice.h>
 #include <linux/module.h>
 #include <linux/proc_fs.h>
 #include <linux/seq_file.h>
@@ -28,12 +40,10 @@
 
 struct lab_core lab_core;
 
-module_param_named(alloc, lab_core.alloc, ulong, 0);
-module_param_named(install, lab_core.install, ulong, 0);
-module_param_named(lookup, lab_core.lookup, ulong, 0);
-module_param_named(put, lab_core.put, ulong, 0);
-module_param_named(print, lab_core.print, ulong, 0);
-module_param_named(enable, lab_core.enable, ulong, 0);
+#define LAB_CORE_PARAMETER(name, symbol) module_param_named(name, lab_core.name, ulong, 0);
+LAB_CORE_FUNCTIONS(LAB_CORE_PARAMETER)
+
+static unsigned int shown;
 
 static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u32 local)
 {
@@ -66,28 +76,81 @@ static int frames(const char *arguments, char *hex)
 	return result;
 }
 
+/* Full of 'Z', so that it is known when it is found. */
+static int lose(unsigned int bytes)
+{
+	void *lost = kmalloc(bytes, GFP_KERNEL);
+
+	if (!lost)
+		return -ENOMEM;
+	memset(lost, 'Z', bytes);
+	barrier_data(lost);
+	return 0;
+}
+
+/* Words with a name and an address in them. */
+static int declare(const char *line)
+{
+	unsigned int ifindex, type;
+	char name[24], mac[18], routed[8] = "";
+	u8 address[ETH_ALEN];
+
+	if (sscanf(line, "port %u %23s %17s %7s", &ifindex, name, mac, routed) >= 3)
+		return mac_pton(mac, address) ? lab_port(ifindex, name, address, *routed) : -EINVAL;
+	if (sscanf(line, "ethernet %u %23s %17s", &ifindex, name, mac) == 3)
+		return mac_pton(mac, address) ? lab_ethernet(ifindex, name, address) : -EINVAL;
+	if (sscanf(line, "aggregator %u %23s %17s %u", &ifindex, name, mac, &type) == 4)
+		return mac_pton(mac, address) ? lab_aggregator(ifindex, name, address, type) : -EINVAL;
+	type = 0;
+	if (sscanf(line, "vlan %u %17s %u", &ifindex, mac, &type) >= 2)
+		return mac_pton(mac, address) ? lab_vlan(ifindex, address, type) : -EINVAL;
+	return -ENOMSG;
+}
+
+/* Words with a number or two, and perhaps a choice. */
+static int set(const char *line)
+{
+	char choice[12], name[24];
+	unsigned int a, b;
+
+	if (sscanf(line, "attach %u %u", &a, &b) == 2)
+		return lab_attach(a, b);
+	if (sscanf(line, "member %u %u %11s", &a, &b, choice) == 3)
+		return lab_member(a, b, strcmp(choice, "tagged") == 0);
+	if (sscanf(line, "nomember %u %u", &a, &b) == 2)
+		return lab_no_member(a, b);
+	if (sscanf(line, "stp %u %u", &a, &b) == 2)
+		return lab_stp(a, b);
+	if (sscanf(line, "link %u %11s", &a, choice) == 2)
+		return lab_link(a, strcmp(choice, "up") == 0);
+	if (sscanf(line, "delete %u", &a) == 1)
+		return lab_delete(a);
+	if (sscanf(line, "enable %23s", name) == 1)
+		return lab_enable(name, 1);
+	if (sscanf(line, "disable %23s", name) == 1)
+		return lab_enable(name, 0);
+	return -ENOMSG;
+}
+
 static int command(char *line)
 {
-	unsigned int a, b;
-	char name[24];
+	unsigned int number;
 	char *hex;
+	int result;
 
 	if (strncmp(line, "frames ", 7) == 0) {
 		hex = strrchr(line, ' ');
 		*hex = '\0';
 		return frames(line + 7, hex + 1);
 	}
-	if (sscanf(line, "port %u", &a) == 1)
-		return lab_port(a);
-	if (sscanf(line, "vlan %u", &a) == 1)
-		return lab_vlan(a);
-	if (sscanf(line, "member %u %u", &a, &b) == 2)
-		return lab_member(a, b);
-	if (sscanf(line, "enable %23s", name) == 1)
-		return lab_enable(name, 1);
-	if (sscanf(line, "disable %23s", name) == 1)
-		return lab_enable(name, 0);
-	return -EINVAL;
+	if (sscanf(line, "show %u", &number) == 1) {
+		shown = number;
+		return 0;
+	}
+	if (sscanf(line, "leak %u", &number) == 1)
+		return lose(number);
+	result = declare(line);
+	return result == -ENOMSG ? set(line) : result;
 }
 
 static ssize_t lab_write(struct file *file, const char __user *text, size_t length, loff_t *at)
@@ -102,15 +165,16 @@ static ssize_t lab_write(struct file *file, const char __user *text, size_t leng
 	return result < 0 ? result : (ssize_t)length;
 }
 
-static int lab_show(struct seq_file *view, void *unused)
+static int show(struct seq_file *view, void *unused)
 {
 	lab_counters(view);
+	lab_show(view, shown);
 	return 0;
 }
 
 static int lab_open(struct inode *inode, struct file *file)
 {
-	return single_open(file, lab_show, NULL);
+	return single_open(file, show, NULL);
 }
 
 static const struct proc_ops lab_ops = {
@@ -122,26 +186,21 @@ static const struct proc_ops lab_ops = {
 };
 
 /* Bit 0 of a Thumb function's address says what it is; /proc/kallsyms leaves it out. */
-static void call_as_thumb(void)
-{
 #ifdef CONFIG_THUMB2_KERNEL
-	lab_core.alloc |= 1;
-	lab_core.install |= 1;
-	lab_core.lookup |= 1;
-	lab_core.put |= 1;
-	lab_core.print |= 1;
-	lab_core.enable |= 1;
+#define CALLABLE 1
+#else
+#define CALLABLE 0
 #endif
-}
 
 static int __init lab_init(void)
 {
-	if (!lab_core.alloc || !lab_core.install || !lab_core.lookup || !lab_core.put ||
-	    !lab_core.print || !lab_core.enable) {
-		pr_err("tarn_lab: the address of a function of tarnfwd is missing\n");
-		return -EINVAL;
-	}
-	call_as_thumb();
+#define LAB_CORE_CHECK(name, symbol)                                                               \
+	if (!lab_core.name) {                                                                      \
+		pr_err("tarn_lab: the address of " #name " is missing\n");                         \
+		return -EINVAL;                                                                    \
+	}                                                                                          \
+	lab_core.name |= CALLABLE;
+	LAB_CORE_FUNCTIONS(LAB_CORE_CHECK)
 	return proc_create("tarn_lab", 0600, NULL, &lab_ops) ? 0 : -ENOMEM;
 }
 

@@ -1,7 +1,12 @@
 /* SPDX-License-Identifier: GPL-2.0 */
-/* What the lab asks of the loaded core. Results are 0 or a negative errno. */
+/*
+ * What the lab asks of the loaded core, as a control daemon will. Results are 0, or what the core says:
+ * a negative errno or an error of its interface manager. An interface that is not there is -203.
+ */
 #ifndef TARN_LAB_SWITCH_CONTROL_H
 #define TARN_LAB_SWITCH_CONTROL_H
+
+#include "core_functions.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -11,20 +16,28 @@ struct seq_file;
 
 /* Addresses of functions of tarnfwd. */
 struct lab_core {
-	unsigned long alloc;
-	unsigned long install;
-	unsigned long lookup;
-	unsigned long put;
-	unsigned long print;
-	unsigned long enable;
+#define LAB_CORE_FIELD(name, symbol) unsigned long name;
+	LAB_CORE_FUNCTIONS(LAB_CORE_FIELD)
+#undef LAB_CORE_FIELD
 };
 extern struct lab_core lab_core;
 
-int lab_port(unsigned int ifindex);
-int lab_vlan(unsigned int vid);
-int lab_member(unsigned int ifindex, unsigned int vid);
+/* Addresses are 6 bytes. */
+int lab_port(unsigned int ifindex, const char *name, const unsigned char *address, int routed);
+int lab_ethernet(unsigned int ifindex, const char *name, const unsigned char *address);
+int lab_aggregator(unsigned int ifindex, const char *name, const unsigned char *address,
+		   unsigned int type);
+int lab_vlan(unsigned int vid, const unsigned char *address, unsigned int options);
+int lab_delete(unsigned int ifindex);
+int lab_attach(unsigned int aggregator, unsigned int port);
+int lab_member(unsigned int vid, unsigned int ifindex, int tagged);
+int lab_no_member(unsigned int vid, unsigned int ifindex);
+int lab_stp(unsigned int ifindex, unsigned int state); /* in every instance */
+int lab_link(unsigned int ifindex, int up);
 int lab_enable(const char *name, int value);
+
 void lab_counters(struct seq_file *view);
+void lab_show(struct seq_file *view, unsigned int ifindex);
 
 #ifdef __cplusplus
 }

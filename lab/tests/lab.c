@@ -6,7 +6,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "../module/core_functions.h"
+
 #define CONTROL "/proc/tarn_lab"
+
+int lab_failures;
 
 static void give_up(const char *what)
 {
@@ -14,17 +18,13 @@ static void give_up(const char *what)
 	exit(1);
 }
 
-/* The parameter of tarn_lab and the (mangled) name of the function of tarnfwd whose address it wants. */
+/* The parameter of tarn_lab and the name of the function of tarnfwd whose address it wants. */
 static const struct {
 	const char *parameter;
 	const char *symbol;
 } wanted[] = {
-	{ "alloc", "_Z20_tarn_ifmgr_if_allocv" },
-	{ "install", "_Z22_tarn_ifmgr_if_installP7tarn_ifPS0_b" },
-	{ "lookup", "_Z26tarn_ifmgr_lookup_by_indexj" },
-	{ "put", "_Z21tarn_ifmgr_if_ref_putP7tarn_if" },
-	{ "print", "_Z23print_redirect_countersjP8seq_file" },
-	{ "enable", "_Z23enable_redirect_by_namePKch" },
+#define LAB_WANTED(name, symbol) { #name, symbol },
+	LAB_CORE_FUNCTIONS(LAB_WANTED)
 };
 
 static void find_addresses(char *parameters, size_t size)
@@ -49,20 +49,37 @@ static void find_addresses(char *parameters, size_t size)
 	fclose(symbols);
 }
 
-void lab_setup(void)
+static void load(const char *module, const char *parameters)
 {
-	char parameters[512];
+	char path[64];
 	int file;
 
-	if (access(CONTROL, F_OK) == 0)
-		return;
-	find_addresses(parameters, sizeof(parameters));
-	file = open("/lab/tarn_lab.ko", O_RDONLY | O_CLOEXEC);
-	if (file < 0 || syscall(SYS_finit_module, file, parameters, 0) != 0)
-		give_up("cannot load tarn_lab.ko");
+	snprintf(path, sizeof(path), "/lab/%s.ko", module);
+	file = open(path, O_RDONLY | O_CLOEXEC);
+	if (file < 0 || (syscall(SYS_finit_module, file, parameters, 0) != 0 && errno != EEXIST))
+		give_up(path);
 	close(file);
-	if (lab_command("port 5001") != 0 || lab_command("vlan 1") != 0 ||
-	    lab_command("member 5001 1") != 0)
+}
+
+void lab_load(const char *module)
+{
+	char parameters[2048] = "";
+
+	if (strcmp(module, "tarn_lab") == 0 && access(CONTROL, F_OK) != 0)
+		find_addresses(parameters, sizeof(parameters));
+	load(module, parameters);
+}
+
+void lab_setup(void)
+{
+	struct lab_if port;
+
+	lab_load("tarn_lab");
+	if (lab_show(5001, &port) == 0)
+		return;
+	if (lab_command("port 5001 if5001 02:00:00:00:50:01") != 0 ||
+	    lab_command("vlan 1 02:00:00:00:00:01") != 0 ||
+	    lab_command("member 1 5001 untagged") != 0 || lab_command("link 5001 up") != 0)
 		give_up("cannot declare the switch");
 }
 
@@ -119,6 +136,16 @@ long lab_stops(const char *redirect, int reason)
 	rest = line_of(CONTROL, start);
 	rest = rest ? strstr(rest, pair) : NULL;
 	return rest ? atol(rest + strlen(pair)) : 0;
+}
+
+int lab_show(unsigned int ifindex, struct lab_if *interface)
+{
+	const char *rest = lab_command("show %u", ifindex) == 0 ? line_of(CONTROL, "if: ") : NULL;
+
+	if (!rest || sscanf(rest, "%*u %*s flags %x below %d device %d", &interface->flags,
+			    &interface->below, &interface->has_device) != 3)
+		return -203;
+	return 0;
 }
 
 long lab_meminfo(const char *name)
