@@ -77,6 +77,7 @@ int tarn_k_inet_any_address(const struct net_device *dev,
 int tarn_k_inet6_has_record(const struct net_device *dev);
 int tarn_k_ipv6_chk_prefix(const unsigned char *address, struct net_device *dev);
 void tarn_k_neigh_flush(int family, struct net_device *dev);
+void tarn_k_neigh_flush_mac(int family, int vid, struct net_device *dev, const unsigned char *mac);
 
 #ifdef __cplusplus
 }

@@ -58,6 +58,9 @@ static_assert(REFCOUNT_DEC_LEAK == TARN_REFCOUNT_DEC_LEAK);
 
 static_assert(EPERM == TARN_EPERM);
 static_assert(ENOENT == TARN_ENOENT);
+static_assert(ESRCH == TARN_ESRCH);
+static_assert(EBUSY == TARN_EBUSY);
+static_assert(EMSGSIZE == TARN_EMSGSIZE);
 static_assert(ENOMEM == TARN_ENOMEM);
 static_assert(EFAULT == TARN_EFAULT);
 static_assert(EEXIST == TARN_EEXIST);

@@ -141,10 +141,11 @@ void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority
 void netdev_send_event(net_device *device, unsigned long event);
 
 struct neigh_flush {
-    const char *table; // "arp" or "ndisc"
+    const char *table; // "arp" or "ndisc"; "moved": both
     i32 vid;
     net_device *device;
     u32 ifindex;
+    std::vector<u8> mac; // empty: any
 };
 // The flushes since the last call.
 std::vector<neigh_flush> neigh_flushes_take();

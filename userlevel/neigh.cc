@@ -23,11 +23,21 @@ void keep(const userlevel::neigh_flush &flush) {
 } // namespace
 
 void arp_flush_dev_and_port(i32 vid, net_device *device, u32 ifindex) {
-    keep({"arp", vid, device, ifindex});
+    keep({"arp", vid, device, ifindex, {}});
 }
 
 void ndisc_flush_dev_and_port(i32 vid, net_device *device, u32 ifindex) {
-    keep({"ndisc", vid, device, ifindex});
+    keep({"ndisc", vid, device, ifindex, {}});
+}
+
+i32 arp_flush_vlan_and_mac(i32 vid, net_device *device, const u8 *mac) {
+    keep({"arp", vid, device, 0, {mac, mac + 6}});
+    return 0;
+}
+
+void neigh_moved(net_device *device, const u8 *mac) {
+    if (device)
+        keep({"moved", -1, device, 0, {mac, mac + 6}});
 }
 
 std::vector<userlevel::neigh_flush> userlevel::neigh_flushes_take() {

@@ -172,6 +172,10 @@ void skb_orphan(sk_buff *skb) {
     skb->sk = nullptr;
 }
 
+sk_buff *__alloc_skb(unsigned size, gfp_t flags, int, int) {
+    return alloc_skb(size, flags, __builtin_return_address(0));
+}
+
 sk_buff *__netdev_alloc_skb(net_device *device, unsigned length, gfp_t flags) {
     const void *site = __builtin_return_address(0);
     u64 size = u64{length} + NET_SKB_PAD;

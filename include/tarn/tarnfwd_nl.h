@@ -379,13 +379,13 @@ struct tarnfwd_upstream {
 
 /* AUTH_FWD_RULES and AUTH_GUEST_FWD_RULES: what a station may reach before it is admitted. */
 struct tarnfwd_fwd_rule {
-    uint32_t family;     /* 2: IPv4 */
+    uint32_t family;     /* 2 IPv4, 10 IPv6 */
     uint8_t prefix_len;  /* of the address */
     uint8_t reserved1[7];
-    uint8_t ipv4[4];     /* as in a packet */
-    uint8_t reserved2[12];
-    uint16_t port;       /* host byte order */
-    uint16_t protocol;   /* 6 TCP, 17 UDP; below 256 */
+    uint8_t address[16]; /* as in a packet; an IPv4 address is the first 4 bytes */
+    uint16_t port;       /* host byte order; 0: any */
+    uint8_t protocol;    /* 6 TCP, 17 UDP; 0: any */
+    uint8_t reserved2;
 };
 
 /* --- the switch's own results -------------------------------------------------------------------- */

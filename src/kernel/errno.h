@@ -4,12 +4,15 @@
 
 #define EPERM 1
 #define ENOENT 2
+#define ESRCH 3
 #define ENOMEM 12
 #define EFAULT 14
+#define EBUSY 16
 #define EEXIST 17
 #define ENODEV 19
 #define EINVAL 22
 #define ERANGE 34
+#define EMSGSIZE 90
 #define EOPNOTSUPP 95
 #define EADDRNOTAVAIL 99
 #define ENETDOWN 100

@@ -47,6 +47,7 @@ void kfree_skb(sk_buff *skb);
 void consume_skb(sk_buff *skb);
 
 extern "C" {
+sk_buff *__alloc_skb(unsigned size, gfp_t flags, int clone_flags, int node);
 sk_buff *__netdev_alloc_skb(net_device *device, unsigned length, gfp_t flags);
 void *skb_pull(sk_buff *skb, unsigned length);
 void *skb_push(sk_buff *skb, unsigned length);

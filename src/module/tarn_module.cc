@@ -2,6 +2,7 @@
 
 #include "containers/tarn_avl.h"
 #include "control/control.h"
+#include "control/tarnfwd_netlink.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_event.h"
 #include "pkt/pkt_debug.h"
@@ -29,5 +30,6 @@ i32 tarn_init() {
 i32 tarn_os_init() {
     tarn_avl_cache_init();
     tarn_pkt_debug_init();
+    tarnfwd_netlink_init();
     return redirects_init();
 }

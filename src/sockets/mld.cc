@@ -30,3 +30,10 @@ bool tarn_ipv6_mc_is_rtr_alert_present(const frame_bytes &frame, u32 offset) {
     return at + 1 < end && frame.byte(at) == _OPTION_ROUTER_ALERT &&
            frame.byte(at + 1) == _ROUTER_ALERT_LENGTH;
 }
+
+// The settings of MLD snooping take effect with it.
+i32 tarn_af_mlds_l3_multicast_enable(u32, u32) {
+    return 0;
+}
+
+void tarn_ipv6_mc_software_routing_enabled_set(u8) {}

@@ -23,3 +23,18 @@ i32 tarn_af_isis_sock_init();       // isis.cc
 i32 tarn_mrp_sock_init();           // mrp.cc
 i32 tarn_af_profinet_sock_init();   // profinet.cc
 i32 tarn_af_mlds_sock_init();       // mld.cc
+
+// What the control family sets of them.
+// igmp.cc: router modes of VRFs; op as enum tarnfwd_mc_router_op. A VRF without a record has none.
+void tarn_mc_router_mode_handler(u32 vrf, u32 op, u32 mode, u32 group_bit);
+void tarn_mc_router_mode_db_handler(u32 vrf, bool add);
+i32 tarn_af_igs_l3_multicast_enable(u32 ifindex, u32 on); // always 0
+void tarn_ipv4_mc_software_routing_enabled_set(u8 on);
+// mld.cc
+i32 tarn_af_mlds_l3_multicast_enable(u32 ifindex, u32 on);
+void tarn_ipv6_mc_software_routing_enabled_set(u8 on);
+// ryke.cc: -EINVAL above 4094
+i32 tarn_ryke_set_ctrl_vlan(u32 vid, u8 on);
+// udld.cc
+void tarn_udld_enable(u8 on);
+i32 tarn_udld_set_hw_filter(u32 ifindex, u8 on);

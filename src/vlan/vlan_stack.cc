@@ -9,3 +9,12 @@ i32 tarn_vlan_stack_init() {
 u32 tarn_vlan_stack_outer_vlan_get(u32) {
     return 0;
 }
+
+// Its rules take effect with it; until then none is kept.
+i32 tarn_vlan_stack_rule_add(u16, u16) {
+    return 0;
+}
+
+i32 tarn_vlan_stack_rule_delete(u16, u16) {
+    return 0;
+}

@@ -4,3 +4,11 @@
 i32 tarn_vxlan_sock_init() {
     return 0;
 }
+
+i32 tarn_vxlan_add(u32, u32, u32, u32) {
+    return 0;
+}
+
+i32 tarn_vxlan_del(u32, u32, u32, u32) {
+    return 0;
+}

@@ -11,6 +11,6 @@ _Static_assert(offsetof(struct tarnfwd_upstream, ifindex) == 8, "in order");
 
 _Static_assert(sizeof(struct tarnfwd_fwd_rule) == 32, "no gap");
 _Static_assert(offsetof(struct tarnfwd_fwd_rule, prefix_len) == 4, "behind the family");
-_Static_assert(offsetof(struct tarnfwd_fwd_rule, ipv4) == 12, "aligned as for longer addresses");
-_Static_assert(offsetof(struct tarnfwd_fwd_rule, port) == 28, "behind the longest address");
+_Static_assert(offsetof(struct tarnfwd_fwd_rule, address) == 12, "behind a word of the switch's own");
+_Static_assert(offsetof(struct tarnfwd_fwd_rule, port) == 28, "behind the address");
 _Static_assert(offsetof(struct tarnfwd_fwd_rule, protocol) == 30, "last");

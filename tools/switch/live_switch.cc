@@ -10,6 +10,7 @@
 #include "kernel/netdev.h"
 #include "machine/machine.h"
 #include "module/tarn_module.h"
+#include "netlink.h"
 #include "pkt/pkt_debug.h"
 #include "pkt/pkt_redirect.h"
 #include "userlevel/chip_home.h"
@@ -29,8 +30,6 @@ namespace {
 constexpr u32 FIRST_PORT_IFINDEX = 5000;
 constexpr u32 PORT_FLAGS = IFF_UP | IFF_BROADCAST;
 
-// Configuration is serial, as it is over the command family.
-std::mutex config_mutex;
 std::vector<PortOption> ports;
 std::vector<unsigned> vids;
 
@@ -73,7 +72,7 @@ void tell_link(tarn_if *port, bool up) {
 }
 
 void on_link(const std::string &device, bool up) {
-    std::lock_guard guard(config_mutex);
+    std::lock_guard guard(userlevel::netlink_serial());
     for (const PortOption &port : ports) {
         if (port.device != device)
             continue;
@@ -157,7 +156,7 @@ void prepare_devices(bool in_process) {
 
 // The first that fails ends it.
 std::string configure(const Options &options) {
-    std::lock_guard guard(config_mutex);
+    std::lock_guard guard(userlevel::netlink_serial());
     ports = options.ports;
     std::string wrong;
     for (const PortOption &port : options.ports)
@@ -197,7 +196,7 @@ std::string show_interface(const tarn_if *ifp) {
 }
 
 std::string show_interfaces() {
-    std::lock_guard guard(config_mutex);
+    std::lock_guard guard(userlevel::netlink_serial());
     std::string text;
     std::vector<u32> all;
     for (const PortOption &port : ports)
@@ -251,7 +250,7 @@ std::string command(const std::string &line, bool *ok) {
 
 void stop() {
     chip_home_stop();
-    std::lock_guard guard(config_mutex);
+    std::lock_guard guard(userlevel::netlink_serial());
     for (unsigned vid : vids)
         remove(TARN_IF_VLAN_BASE + vid);
     for (const PortOption &port : ports)

@@ -1,3 +1,4 @@
+#include "machine/netlink_server.h"
 #include "switch/control_socket.h"
 #include "switch/live_switch.h"
 #include "switch/options.h"
@@ -30,6 +31,8 @@ int run(const live::Options &options) {
     std::string wrong = live::start(options);
     if (wrong.empty() && !options.control.empty())
         wrong = live::control_serve(options.control);
+    if (wrong.empty() && !options.netlink.empty())
+        wrong = machine::netlink_serve(options.netlink);
     if (!wrong.empty()) {
         live::stop();
         return fail(wrong);
@@ -38,6 +41,7 @@ int run(const live::Options &options) {
     std::fflush(stdout);
     int signal;
     sigwait(&signals, &signal);
+    machine::netlink_end();
     live::control_end();
     live::stop();
     std::puts("stopped");
@@ -64,6 +68,9 @@ int main(int argc, char **argv) {
     app.add_option("--enable", options.enable, "turns a redirect on")->type_name("NAME");
     app.add_option("--disable", options.disable, "turns a redirect off")->type_name("NAME");
     app.add_option("--control", options.control, "serves commands on a Unix socket at this path")
+        ->type_name("PATH");
+    app.add_option("--netlink", options.netlink,
+                   "serves the control family (netlink) on a Unix socket at this path")
         ->type_name("PATH");
     app.add_flag("--devices-in-process", options.devices_in_process,
                  "makes no TAP devices: what goes to the IP stack ends in the process");

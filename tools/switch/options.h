@@ -26,6 +26,7 @@ struct Options {
     std::vector<std::string> chip; // more words for the chip, a line each
     std::string address = "02:00:00:00:00:01";
     std::string control;             // path of the socket; empty: none
+    std::string netlink;             // path of the control family's socket; empty: none
     bool devices_in_process = false; // no TAP devices
     std::vector<std::string> enable, disable;
     unsigned debug_log = 0; // 1 receive, 2 transmit

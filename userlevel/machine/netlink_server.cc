@@ -1,0 +1,171 @@
+#include "machine/netlink_server.h"
+
+#include "netlink.h"
+#include "tarn/tarnfwd_socket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/netlink.h>
+#include <memory>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace machine {
+
+namespace {
+
+using packet = std::vector<std::uint8_t>;
+
+constexpr int ANSWER_PATIENCE_MS = 5000;
+
+std::string served; // the path, for the end
+
+// One client. Answers are its own to wait for, within reason; events may be lost.
+class connection {
+public:
+    explicit connection(int fd)
+        : fd_(fd), socket_([this](std::span<const std::uint8_t> message) { write(message); }) {}
+    ~connection() { close(fd_); }
+    connection(const connection &) = delete;
+    connection &operator=(const connection &) = delete;
+
+    int fd() const { return fd_; }
+
+    // Whether there is more to come.
+    bool serve_one() {
+        packet datagram(TARNFWD_SOCKET_PACKET_MAX);
+        ssize_t length = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
+        if (length < 0)
+            return errno == EAGAIN || errno == EINTR;
+        if (length == 0)
+            return false;
+        datagram.resize(static_cast<std::size_t>(length));
+        answering_ = true;
+        if (!is_option(datagram))
+            socket_.send(datagram);
+        else
+            set_option(datagram);
+        answering_ = false;
+        return !lost_;
+    }
+
+private:
+    static bool is_option(const packet &datagram) {
+        nlmsghdr header;
+        if (datagram.size() < sizeof(header) + sizeof(tarnfwd_socket_option))
+            return false;
+        std::memcpy(&header, datagram.data(), sizeof(header));
+        return header.nlmsg_type == TARNFWD_SOCKET_OPTION && (header.nlmsg_flags & NLM_F_REQUEST) &&
+               header.nlmsg_len == sizeof(header) + sizeof(tarnfwd_socket_option);
+    }
+
+    void set_option(const packet &datagram) {
+        struct {
+            nlmsghdr header;
+            nlmsgerr error;
+        } answer{};
+        tarnfwd_socket_option wanted;
+        std::memcpy(&answer.error.msg, datagram.data(), sizeof(answer.error.msg));
+        std::memcpy(&wanted, datagram.data() + sizeof(nlmsghdr), sizeof(wanted));
+        answer.error.error = socket_.set_option(wanted.protocol, wanted.option, wanted.value);
+        answer.header = {.nlmsg_len = sizeof(answer),
+                         .nlmsg_type = NLMSG_ERROR,
+                         .nlmsg_flags = NLM_F_CAPPED,
+                         .nlmsg_seq = answer.error.msg.nlmsg_seq,
+                         .nlmsg_pid = socket_.portid()};
+        auto *bytes = reinterpret_cast<const std::uint8_t *>(&answer);
+        write({bytes, sizeof(answer)});
+    }
+
+    // From the server's thread an answer, from others an event: the path of frames waits for
+    // nobody.
+    void write(std::span<const std::uint8_t> message) {
+        bool sent = ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+        if (sent || errno != EAGAIN || std::this_thread::get_id() != server() || !answering_)
+            return;
+        pollfd writable{.fd = fd_, .events = POLLOUT, .revents = 0};
+        lost_ = poll(&writable, 1, ANSWER_PATIENCE_MS) <= 0 ||
+                ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0;
+    }
+
+    static std::thread::id server();
+
+    int fd_;
+    bool answering_ = false; // the server's thread alone
+    bool lost_ = false;
+    userlevel::netlink_socket socket_;
+};
+
+std::thread::id server_thread;
+
+std::thread::id connection::server() {
+    return server_thread;
+}
+
+void accept_one(int listener, std::vector<std::unique_ptr<connection>> &connections) {
+    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0)
+        connections.push_back(std::make_unique<connection>(fd));
+}
+
+// One message at a time over all clients.
+void serve(int listener) {
+    server_thread = std::this_thread::get_id();
+    std::vector<std::unique_ptr<connection>> connections;
+    for (;;) {
+        std::vector<pollfd> waiting{{.fd = listener, .events = POLLIN, .revents = 0}};
+        for (const auto &each : connections)
+            waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
+        if (poll(waiting.data(), waiting.size(), -1) < 0)
+            continue;
+        for (std::size_t i = waiting.size() - 1; i > 0; i--)
+            if (waiting[i].revents && !connections[i - 1]->serve_one())
+                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
+        if (waiting[0].revents)
+            accept_one(listener, connections);
+    }
+}
+
+bool is_served(const sockaddr_un &address) {
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    bool answers = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    close(fd);
+    return answers;
+}
+
+} // namespace
+
+std::string netlink_serve(const std::string &path) {
+    std::string where = "netlink socket '" + path + "': ";
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.empty() || path.size() >= sizeof(address.sun_path))
+        return where + "the path must have 1 to 107 characters";
+    path.copy(address.sun_path, path.size());
+    if (is_served(address))
+        return where + "another switch serves it; stop it, or choose another";
+    unlink(path.c_str());
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    mode_t old = umask(0077);
+    bool bound = fd >= 0 &&
+                 bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+                 listen(fd, 16) == 0;
+    umask(old);
+    if (!bound)
+        return where + std::strerror(errno);
+    served = path;
+    std::thread(serve, fd).detach();
+    return "";
+}
+
+void netlink_end() {
+    if (!served.empty())
+        unlink(served.c_str());
+}
+
+} // namespace machine

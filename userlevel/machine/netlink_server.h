@@ -1,0 +1,12 @@
+// The process's netlink sockets, for other processes: a Unix socket, see tarn/tarnfwd_socket.h.
+#pragma once
+
+#include <string>
+
+namespace machine {
+
+// Serves at the path on a thread of its own. "" or what failed, in words. Once a process.
+std::string netlink_serve(const std::string &path);
+void netlink_end();
+
+} // namespace machine
