@@ -11,7 +11,7 @@
 #include "genl_glue.h"
 
 /* The kernel keeps pointers to them: they stand here for ever. */
-static const struct tarn_k_family *spec;
+static const struct tarn_k_family *core_family;
 static struct nla_policy policy[U8_MAX + 1];
 static struct genl_small_ops ops[U8_MAX];
 static struct genl_multicast_group group;
@@ -27,7 +27,7 @@ static struct genl_family family = {
 
 static int doit(struct sk_buff *skb, struct genl_info *info)
 {
-	return spec->doit(info->genlhdr->cmd, (const struct nlattr *const *)info->attrs);
+	return core_family->doit(info->genlhdr->cmd, (const struct nlattr *const *)info->attrs);
 }
 
 int tarn_k_genl_register_family(const struct tarn_k_family *from)
@@ -35,7 +35,7 @@ int tarn_k_genl_register_family(const struct tarn_k_family *from)
 	u8 last = 0;
 	int i;
 
-	spec = from;
+	core_family = from;
 	strscpy(family.name, from->name, sizeof(family.name));
 	strscpy(group.name, from->group, sizeof(group.name));
 	family.version = from->version;

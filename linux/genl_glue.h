@@ -4,10 +4,10 @@
 #define TARN_LINUX_GENL_GLUE_H
 
 #ifdef __cplusplus
-struct genl_family_spec;
+struct genl_family_record;
 struct sk_buff;
 struct sock;
-#define TARN_K_FAMILY genl_family_spec
+#define TARN_K_FAMILY genl_family_record
 extern "C" {
 #else
 struct sk_buff;

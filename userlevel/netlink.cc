@@ -40,7 +40,7 @@ std::mutex sockets_mutex;
 std::vector<netlink_socket::state *> sockets;
 u32 last_portid = 0;
 
-const genl_family_spec *family;
+const genl_family_record *family;
 
 int deliver(u32 protocol, u32 group, std::span<const u8> message) {
     std::lock_guard guard(sockets_mutex);
@@ -248,12 +248,12 @@ int netlink_socket::set_option(u32 protocol, u32 option, u32 value) {
 
 using namespace userlevel;
 
-i32 genl_register_family(const genl_family_spec *spec) {
-    family = spec;
+i32 genl_register_family(const genl_family_record *record) {
+    family = record;
     return 0;
 }
 
-void *genlmsg_put(sk_buff *skb, u32 portid, u32 sequence, const genl_family_spec *of, int flags,
+void *genlmsg_put(sk_buff *skb, u32 portid, u32 sequence, const genl_family_record *of, int flags,
                   u8 command) {
     if (skb_tailroom(skb) < NLMSG_HDRLEN + GENL_HDRLEN)
         return nullptr;
@@ -275,7 +275,7 @@ void genlmsg_end(sk_buff *skb, void *header) {
     std::memcpy(message, &length, sizeof(length));
 }
 
-i32 genlmsg_multicast_allns(const genl_family_spec *, sk_buff *skb, u32, u32, gfp_t) {
+i32 genlmsg_multicast_allns(const genl_family_record *, sk_buff *skb, u32, u32, gfp_t) {
     i32 result = deliver(NETLINK_GENERIC, GROUP_ID, {skb_data(skb), skb_len(skb)});
     consume_skb(skb);
     return result;

@@ -48,7 +48,7 @@ int check(const nlattr *attribute) {
 
 } // namespace
 
-int control_getfamily(const control_question &question, const genl_family_spec *family,
+int control_getfamily(const control_question &question, const genl_family_record *family,
                       u16 family_id, u32 group_id, nl_complaint &complaint,
                       std::vector<u8> &answer) {
     const nlattr *by_id = nullptr, *by_name = nullptr;

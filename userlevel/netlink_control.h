@@ -15,7 +15,7 @@ struct control_question {
 };
 
 // 0 with the answer, or a negative errno. `family` may be null: there is none.
-int control_getfamily(const control_question &question, const genl_family_spec *family,
+int control_getfamily(const control_question &question, const genl_family_record *family,
                       u16 family_id, u32 group_id, nl_complaint &complaint,
                       std::vector<u8> &answer);
 

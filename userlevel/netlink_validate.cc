@@ -39,7 +39,7 @@ int validate(const nlattr *attribute, const nla_policy_row &row, nl_complaint &c
 
 } // namespace
 
-int nl_parse(std::span<const u8> bytes, const genl_family_spec &family, const nlattr **table,
+int nl_parse(std::span<const u8> bytes, const genl_family_record &family, const nlattr **table,
              nl_complaint &complaint) {
     int result = 0;
     int rest = nl_each_attribute(bytes, [&](const nlattr *attribute) {

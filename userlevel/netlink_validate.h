@@ -13,7 +13,7 @@ struct nl_complaint {
 };
 
 // The attributes in these bytes by number; of several with one number, the last. 0 or negative.
-int nl_parse(std::span<const u8> bytes, const genl_family_spec &family, const nlattr **table,
+int nl_parse(std::span<const u8> bytes, const genl_family_record &family, const nlattr **table,
              nl_complaint &complaint);
 
 // Calls with each attribute that is whole; how many bytes are left over, or less than none.

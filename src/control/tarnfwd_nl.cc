@@ -310,7 +310,7 @@ i32 _doit(u8 number, nlattr_table attributes) {
 
 } // namespace
 
-const genl_family_spec tarnfwd_nl_family = {
+const genl_family_record tarnfwd_nl_family = {
     .name = TARNFWD_NL_FAMILY,
     .version = TARNFWD_NL_VERSION,
     .maxattr = TARNFWD_ATTR_MAX,

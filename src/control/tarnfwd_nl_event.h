@@ -6,9 +6,9 @@
 
 #include "kernel/types.h"
 
-struct genl_family_spec;
+struct genl_family_record;
 
-extern const genl_family_spec tarnfwd_nl_family; // tarnfwd_nl.cc
+extern const genl_family_record tarnfwd_nl_family; // tarnfwd_nl.cc
 
 // The chip's table needs to know of an address. `event` is an enum tarnfwd_fdb_event; the last two
 // are of the tunnel that brought the frame, or the chip's exception pair.

@@ -56,7 +56,7 @@ struct nla_policy_row {
     u16 length; // the most bytes of NLA_BINARY and NLA_STRING; 0: no bound
 };
 
-struct genl_family_spec {
+struct genl_family_record {
     const char *name;
     u8 version;
     u8 maxattr;
@@ -70,12 +70,12 @@ struct genl_family_spec {
 inline constexpr int NETLINK_USERSOCK = 2;
 
 // The one family of the module. 0 or a negative errno.
-i32 genl_register_family(const genl_family_spec *family);
+i32 genl_register_family(const genl_family_record *family);
 
-void *genlmsg_put(sk_buff *skb, u32 portid, u32 sequence, const genl_family_spec *family, int flags,
-                  u8 command);
+void *genlmsg_put(sk_buff *skb, u32 portid, u32 sequence, const genl_family_record *family,
+                  int flags, u8 command);
 void genlmsg_end(sk_buff *skb, void *header);
-i32 genlmsg_multicast_allns(const genl_family_spec *family, sk_buff *skb, u32 portid, u32 group,
+i32 genlmsg_multicast_allns(const genl_family_record *family, sk_buff *skb, u32 portid, u32 group,
                             gfp_t flags);
 
 // Whether a pointer is one of the errors that functions return in a pointer's place.
