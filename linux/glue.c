@@ -52,6 +52,19 @@ void tarn_k_ratelimit_init(void *state, int interval, int burst)
 	ratelimit_state_init(state, interval, burst);
 }
 
+/* A word of the limiter, under its lock; 0 when somebody has that. */
+int tarn_k_ratelimit_try_store(void *state, int *word, int value)
+{
+	struct ratelimit_state *limiter = state;
+	unsigned long flags;
+
+	if (!raw_spin_trylock_irqsave(&limiter->lock, flags))
+		return 0;
+	WRITE_ONCE(*word, value);
+	raw_spin_unlock_irqrestore(&limiter->lock, flags);
+	return 1;
+}
+
 void tarn_k_bug(const char *file, int line)
 {
 	pr_crit("tarnfwd: broken invariant at %s:%d\n", file, line);

@@ -14,6 +14,7 @@ void tarn_k_local_bh_disable(void);
 void tarn_k_local_bh_enable(void);
 void tarn_k_rwlock_init(void *lock, const char *name, void *key);
 void tarn_k_ratelimit_init(void *state, int interval, int burst);
+int tarn_k_ratelimit_try_store(void *state, int *word, int value);
 void tarn_k_bug(const char *file, int line);
 unsigned int tarn_k_skb_tailroom(const struct sk_buff *skb);
 int tarn_k_skb_cloned(const struct sk_buff *skb);

@@ -165,4 +165,24 @@ private:
     seq_file *file_;
 };
 
+// --- files under /proc -------------------------------------------------------------------------
+
+// The process has a tree of its own. A path is relative to /proc, as "tarn/ifdb". Modes are shown
+// and not asked: the process is root here.
+
+struct proc_result {
+    long result; // 0 or a negative errno
+    std::string text;
+};
+proc_result proc_read(const std::string &path);
+// The store's result, or a negative errno. From a null address no byte can be copied.
+long proc_write(const std::string &path, const std::string &text);
+long proc_write(const std::string &path, const void *from, unsigned long count);
+
+struct proc_name {
+    std::string name;
+    u32 mode; // with the file type, as stat gives it
+};
+std::vector<proc_name> proc_list(const std::string &path); // by name
+
 } // namespace userlevel

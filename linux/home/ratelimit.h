@@ -25,3 +25,11 @@ inline void ratelimit_set_interval(ratelimit_state *state, int interval) {
 inline void ratelimit_set_burst(ratelimit_state *state, int burst) {
     __atomic_store_n(&home::field<int>(state, TARN_RATELIMIT_BURST), burst, __ATOMIC_RELAXED);
 }
+inline bool ratelimit_try_set_interval(ratelimit_state *state, int interval) {
+    return tarn_k_ratelimit_try_store(state, &home::field<int>(state, TARN_RATELIMIT_INTERVAL),
+                                      interval) != 0;
+}
+inline bool ratelimit_try_set_burst(ratelimit_state *state, int burst) {
+    return tarn_k_ratelimit_try_store(state, &home::field<int>(state, TARN_RATELIMIT_BURST),
+                                      burst) != 0;
+}

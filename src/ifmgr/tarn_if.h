@@ -7,6 +7,7 @@
 
 #include "containers/tarn_avl.h"
 #include "kernel/once.h"
+#include "kernel/proc.h"
 #include "kernel/refcount.h"
 #include "kernel/types.h"
 
@@ -48,6 +49,9 @@ inline constexpr u32 TARN_IF_VLAN_BASE = 300;
 inline constexpr u32 TARN_VLAN_COUNT = 4096;
 
 inline constexpr unsigned TARN_STP_INSTANCES = 64;
+
+// Files that a port has under /proc.
+inline constexpr unsigned TARN_IF_PROC_FILES = 7;
 enum tarn_stp_state : u32 {
     TARN_STP_DISABLED = 0,
     TARN_STP_LISTENING = 1,
@@ -136,6 +140,12 @@ struct tarn_if {
     tarn_if *aggregator;    // the first parent when that is one, for readers without the lock
     tarn_if *retired_next;  // in the queue of records whose destructor waits for process context
     tarn_if *replaced_next; // among the records out of the tree that somebody may still hold
+    // Of control/tarn_proc_if.cc: what has been made of "tarn/<name>", and the list of all records
+    // that have a directory.
+    proc_dir_entry *proc_directory;
+    proc_dir_entry *proc_members;
+    proc_file proc_files[TARN_IF_PROC_FILES];
+    tarn_if *proc_next;
 };
 
 // The one test of what is a layer 3 interface.

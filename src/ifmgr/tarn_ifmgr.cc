@@ -68,7 +68,8 @@ i32 tarn_ifmgr_init() {
     db->on_unbind = _module_unbind_del_proc_if;
     tarn_ifmgr_list_node_cache = kmem_cache_create("ifmgr_free_list", sizeof(tarn_ifmgr_list_node),
                                                    0, SLAB_NOLEAKTRACE, nullptr);
-    p_tarn_if_db = db;
+    // The views of the database may be read from now on, before any lookup succeeds.
+    __atomic_store_n(&p_tarn_if_db, db, __ATOMIC_RELEASE);
     __atomic_store_n(&_finished, 1, __ATOMIC_RELEASE);
     return 0;
 }

@@ -1,8 +1,10 @@
+#include "security/auth_state.h"
 #include "security/security.h"
 
 // What an unauthenticated port may pass: takes effect when it lands; nothing is registered until
 // then.
 i32 tarn_auth_init() {
+    tarn_auth_state_init();
     return 0;
 }
 

@@ -129,7 +129,31 @@ TEST(Start, redirects_are_there_before_the_database) {
 
 // Whatever allocation fails, the load goes on with what is left. Each start is a process of its
 // own; the first that does not come to the n-th allocation ends the loop.
-TEST(Start, survives_every_failed_allocation) {
+// The directory "tarn" and its files come first, and alone may fail the load.
+constexpr u64 PROC_ALLOCATIONS = 24;
+
+TEST(Start, a_failed_proc_entry_fails_the_load_and_leaves_nothing) {
+    for (u64 n = 1; n <= PROC_ALLOCATIONS; n++) {
+        userlevel::snapshot before = userlevel::take_snapshot();
+        userlevel::fail_allocation(n);
+        EXPECT_EQ(init_module(), -1) << n;
+        EXPECT_TRUE(userlevel::proc_list("").empty()) << n;
+        EXPECT_EQ(userlevel::describe(userlevel::leaked_since(before)), "") << n;
+        std::vector<userlevel::log_line> log = userlevel::log_take();
+        EXPECT_EQ(log.size(), n == 1 ? 0u : 1u) << n; // that of the directory is silent
+    }
+    EXPECT_EQ(packet_redirects[0], nullptr);
+    userlevel::fail_allocation(PROC_ALLOCATIONS);
+    EXPECT_EQ(init_module(), -1);
+    std::vector<userlevel::log_line> log = userlevel::log_take();
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0].level, 2);
+    EXPECT_EQ(log[0].text, "Failed to create proc entry /proc/tarn/txmodifycounts\n");
+    EXPECT_EQ(init_module(), 0);
+    EXPECT_EQ(userlevel::proc_list("tarn").size(), 23u);
+}
+
+TEST(Start, survives_every_failed_allocation_after_the_proc_entries) {
     constexpr int survived = 0, never_failed = 3;
     auto start = [](u64 n) {
         userlevel::fail_allocation(n);
@@ -147,12 +171,13 @@ TEST(Start, survives_every_failed_allocation) {
         status = WEXITSTATUS(code);
         return status == survived || status == never_failed;
     };
-    u64 n = 0;
+    u64 n = PROC_ALLOCATIONS;
     while (status != never_failed && n < 1000) {
         n++;
         ASSERT_EXIT(start(n), ended, "") << "allocation " << n;
     }
-    EXPECT_GT(n, std::size(CATALOGUE) + 3); // the records, the caches, the database
+    EXPECT_GT(n,
+              PROC_ALLOCATIONS + std::size(CATALOGUE) + 3); // the records, the caches, the database
 }
 
 TEST(Start, the_result_of_the_last_redirect_is_the_result) {
@@ -184,7 +209,7 @@ TEST(Start, records_are_had_where_the_load_may_sleep) {
 }
 
 TEST(Start, without_the_node_cache_no_interface_can_be_installed) {
-    userlevel::fail_allocation(1); // the cache is the first thing that the start asks for
+    userlevel::fail_allocation(PROC_ALLOCATIONS + 1);
     ASSERT_EQ(init_module(), 0);
     EXPECT_EXIT(plain_switch::add_port(1), ::testing::ExitedWithCode(1), "error -206");
 }

@@ -37,3 +37,19 @@ inline void ratelimit_set_interval(ratelimit_state *state, int interval) {
 inline void ratelimit_set_burst(ratelimit_state *state, int burst) {
     __atomic_store_n(&state->burst, burst, __ATOMIC_RELAXED);
 }
+
+inline bool ratelimit_try_set_interval(ratelimit_state *state, int interval) {
+    if (pthread_mutex_trylock(&state->lock) != 0)
+        return false;
+    ratelimit_set_interval(state, interval);
+    pthread_mutex_unlock(&state->lock);
+    return true;
+}
+
+inline bool ratelimit_try_set_burst(ratelimit_state *state, int burst) {
+    if (pthread_mutex_trylock(&state->lock) != 0)
+        return false;
+    ratelimit_set_burst(state, burst);
+    pthread_mutex_unlock(&state->lock);
+    return true;
+}
