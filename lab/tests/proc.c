@@ -60,6 +60,8 @@ int main(void)
 	      "the directory of the port");
 	CHECK(access(ROOT "/if5011/members", F_OK) != 0, "a port has no members");
 	CHECK(proc_run_all(ROOT) == 0, "all files print and take what they must");
+	/* A mounted tree of a process is not told of such. */
+	CHECK(proc_write_file(ROOT "/if5011/auth", "") == -EFAULT, "a write of no bytes is parsed");
 	an_open_view_is_printed_anew_from_its_start();
 	bytes_that_cannot_be_copied_are_refused();
 	return lab_result();

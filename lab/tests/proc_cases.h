@@ -111,7 +111,6 @@ static const struct proc_case proc_cases[] = {
 	{ PROC_READS, "if5011/auth", "state=Uncontrolled\nmethod=None\nguest-vlan=17\n", 0 },
 	{ PROC_WRITE, "if5011/auth", "3,0", -14 },
 	{ PROC_WRITE, "if5011/auth", "3", -14 },
-	{ PROC_WRITE, "if5011/auth", "", -14 },
 	{ PROC_WRITE, "if5011/auth", "3,0,1234567890123456", 16 },
 	{ PROC_WRITE, "if5011/auth", "3,0,65537\n", 10 },
 	{ PROC_READS, "if5011/auth", "state=Uncontrolled\nmethod=None\nguest-vlan=1\n", 0 },

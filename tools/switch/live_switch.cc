@@ -9,6 +9,7 @@
 #include "kernel/log.h"
 #include "kernel/netdev.h"
 #include "machine/machine.h"
+#include "machine/proc_fuse.h"
 #include "module/tarn_module.h"
 #include "netlink.h"
 #include "pkt/pkt_debug.h"
@@ -27,6 +28,7 @@ namespace live {
 
 namespace {
 
+constexpr const char *PROC_DIRECTORY = "tarn";
 constexpr u32 FIRST_PORT_IFINDEX = 5000;
 constexpr u32 PORT_FLAGS = IFF_UP | IFF_BROADCAST;
 
@@ -212,6 +214,36 @@ std::string show_interfaces() {
     return text;
 }
 
+std::string mount_proc(const std::string &path) {
+    std::string wrong = machine::proc_mount(path, PROC_DIRECTORY);
+    return wrong.empty() ? "" : "files of the switch at " + wrong;
+}
+
+std::string proc_failed(const std::string &name, long result, bool *ok) {
+    *ok = false;
+    return fmt::format("{}: {} (error {})\n", name, std::strerror(static_cast<int>(-result)),
+                       -result);
+}
+
+std::string proc_path(const std::string &name) {
+    return std::string(PROC_DIRECTORY) + "/" + name;
+}
+
+std::string proc_read(const std::string &name, bool *ok) {
+    userlevel::proc_result got = userlevel::proc_read(proc_path(name));
+    return got.result < 0 ? proc_failed(name, got.result, ok) : got.text;
+}
+
+// The text goes with a newline, as echo writes it.
+std::string proc_write(const std::string &words, bool *ok) {
+    std::size_t end = words.find(' ');
+    std::string name = words.substr(0, end);
+    std::string text = end == std::string::npos ? "" : words.substr(end + 1);
+    std::lock_guard guard(config_mutex);
+    long result = userlevel::proc_write(proc_path(name), text + "\n");
+    return result < 0 ? proc_failed(name, result, ok) : fmt::format("{}\n", result);
+}
+
 } // namespace
 
 std::string start(const Options &options) {
@@ -226,6 +258,8 @@ std::string start(const Options &options) {
         return wrong;
     prepare_devices(options.devices_in_process);
     wrong = configure(options);
+    if (wrong.empty() && !options.proc.empty())
+        wrong = mount_proc(options.proc);
     // When the ports are there: the first report says which of them have link.
     return wrong.empty() ? machine::watch(on_link) : wrong;
 }
@@ -242,13 +276,18 @@ std::string command(const std::string &line, bool *ok) {
         return show_counters(REDIRECT_COUNTERS_MODIFY_TX);
     if (line == "show interfaces")
         return show_interfaces();
+    if (line.starts_with("proc read "))
+        return proc_read(line.substr(10), ok);
+    if (line.starts_with("proc write "))
+        return proc_write(line.substr(11), ok);
     *ok = false;
     return "unknown word '" + line +
-           "': say 'show interfaces', 'show counters [modify_rx|modify_tx]' or 'chip WORDS...' "
-           "('chip help' lists those)\n";
+           "': say 'show interfaces', 'show counters [modify_rx|modify_tx]', 'proc read NAME', "
+           "'proc write NAME TEXT' or 'chip WORDS...' ('chip help' lists those)\n";
 }
 
 void stop() {
+    machine::proc_unmount();
     chip_home_stop();
     std::lock_guard guard(userlevel::netlink_serial());
     for (unsigned vid : vids)

@@ -72,6 +72,9 @@ int main(int argc, char **argv) {
     app.add_option("--netlink", options.netlink,
                    "serves the control family (netlink) on a Unix socket at this path")
         ->type_name("PATH");
+    app.add_option("--proc", options.proc,
+                   "mounts at this path what the kernel module has as /proc/tarn (FUSE)")
+        ->type_name("PATH");
     app.add_flag("--devices-in-process", options.devices_in_process,
                  "makes no TAP devices: what goes to the IP stack ends in the process");
     app.add_option("--debug", options.debug_log, "logs frames: 1 received, 2 sent, 3 both")
@@ -81,7 +84,8 @@ int main(int argc, char **argv) {
     CLI::App *ask =
         app.add_subcommand("ask", "sends one line to a running switch's control socket");
     ask->add_option("PATH", path)->required();
-    ask->add_option("LINE", line, "'show interfaces', 'show counters', 'chip show', ...")
+    ask->add_option("LINE", line,
+                    "'show interfaces', 'show counters', 'proc read ifdb', 'chip show', ...")
         ->required();
 
     try {

@@ -1,0 +1,241 @@
+#define FUSE_USE_VERSION 31
+
+#include "machine/proc_fuse.h"
+
+#include "control.h"
+#include "proc.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fuse3/fuse.h>
+#include <fuse3/fuse_lowlevel.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/eventfd.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+std::string served;    // path of the mount
+std::string directory; // of the tree
+bool made_path = false;
+fuse *mounted = nullptr;
+int stop_event = -1;
+std::thread server;
+
+// --- what is asked -------------------------------------------------------------------------------
+
+std::string in_tree(const char *path) {
+    return path[1] == '\0' ? directory : directory + path;
+}
+
+int get_status(const char *path, struct stat *status, fuse_file_info *) {
+    std::optional<userlevel::proc_status> found = userlevel::proc_stat(in_tree(path));
+    if (!found)
+        return -ENOENT;
+    *status = {};
+    status->st_mode = found->mode;
+    status->st_nlink = found->links;
+    status->st_uid = geteuid();
+    status->st_gid = getegid();
+    clock_gettime(CLOCK_REALTIME, &status->st_mtim);
+    status->st_atim = status->st_ctim = status->st_mtim;
+    return 0;
+}
+
+int list(const char *path, void *buffer, fuse_fill_dir_t fill, off_t, fuse_file_info *,
+         fuse_readdir_flags) {
+    for (const char *always : {".", ".."})
+        fill(buffer, always, nullptr, 0, fuse_fill_dir_flags{});
+    for (const userlevel::proc_name &entry : userlevel::proc_list(in_tree(path))) {
+        struct stat status {};
+        status.st_mode = entry.mode;
+        fill(buffer, entry.name.c_str(), &status, 0, fuse_fill_dir_flags{});
+    }
+    return 0;
+}
+
+userlevel::proc_open_file *opened(fuse_file_info *info) {
+    return reinterpret_cast<userlevel::proc_open_file *>(static_cast<std::uintptr_t>(info->fh));
+}
+
+int open_file(const char *path, fuse_file_info *info) {
+    std::unique_ptr<userlevel::proc_open_file> file =
+        userlevel::proc_open_file::open(in_tree(path));
+    if (!file)
+        return -ENOENT;
+    info->fh = reinterpret_cast<std::uintptr_t>(file.release());
+    info->direct_io = 1; // it has no size, and is another at every read
+    return 0;
+}
+
+int close_file(const char *, fuse_file_info *info) {
+    delete opened(info);
+    return 0;
+}
+
+int read_file(const char *, char *to, size_t size, off_t offset, fuse_file_info *info) {
+    return static_cast<int>(opened(info)->read(to, size, static_cast<std::size_t>(offset)));
+}
+
+int write_file(const char *, const char *from, size_t size, off_t, fuse_file_info *info) {
+    return static_cast<int>(opened(info)->write(from, size));
+}
+
+// Shells truncate what they write to.
+int truncate_file(const char *, off_t, fuse_file_info *) {
+    return 0;
+}
+
+int refuse_file(const char *, mode_t, fuse_file_info *) {
+    return -EACCES;
+}
+
+void *begin(fuse_conn_info *, fuse_config *config) {
+    config->attr_timeout = 0; // interfaces come and go
+    config->entry_timeout = 0;
+    config->negative_timeout = 0;
+    return nullptr;
+}
+
+const fuse_operations &operations() {
+    static const fuse_operations all = [] {
+        fuse_operations made{};
+        made.getattr = get_status;
+        made.readdir = list;
+        made.open = open_file;
+        made.release = close_file;
+        made.read = read_file;
+        made.write = write_file;
+        made.truncate = truncate_file;
+        made.create = refuse_file;
+        made.init = begin;
+        return made;
+    }();
+    return all;
+}
+
+// --- serving -------------------------------------------------------------------------------------
+
+void serve(fuse_session *session) {
+    fuse_buf buffer{};
+    pollfd waits[] = {{fuse_session_fd(session), POLLIN, 0}, {stop_event, POLLIN, 0}};
+    while (!fuse_session_exited(session)) {
+        if (poll(waits, 2, -1) < 0 && errno != EINTR)
+            break;
+        if (waits[1].revents != 0)
+            break;
+        int length = fuse_session_receive_buf(session, &buffer);
+        if (length == -EINTR || length == -EAGAIN)
+            continue;
+        if (length <= 0)
+            break; // somebody has unmounted it
+        fuse_session_process_buf(session, &buffer);
+    }
+    std::free(buffer.mem);
+}
+
+fuse *make() {
+    std::string options = "default_permissions,fsname=tarn,subtype=tarn";
+    if (geteuid() == 0)
+        options += ",allow_other";
+    const char *words[] = {"tarn", "-o", options.c_str(), nullptr};
+    fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char **>(words));
+    fuse *made = fuse_new(&arguments, &operations(), sizeof(fuse_operations), nullptr);
+    fuse_opt_free_args(&arguments);
+    return made;
+}
+
+std::string start(const std::string &path) {
+    mounted = make();
+    if (!mounted)
+        return "'" + path + "': libfuse refused to start";
+    if (fuse_mount(mounted, path.c_str()) != 0) {
+        fuse_destroy(mounted);
+        mounted = nullptr;
+        return "'" + path +
+               "': it cannot be mounted; that takes /dev/fuse, and root or the package fuse3";
+    }
+    fuse_session *session = fuse_get_session(mounted);
+    int fd = fuse_session_fd(session);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    stop_event = eventfd(0, EFD_CLOEXEC);
+    server = std::thread(serve, session);
+    return "";
+}
+
+// --- the path ------------------------------------------------------------------------------------
+
+// What a process that was killed has left behind.
+void unmount_stale(const std::string &path) {
+    if (umount2(path.c_str(), MNT_DETACH) == 0)
+        return;
+    const char *words[] = {"fusermount3", "-u", "-z", path.c_str(), nullptr};
+    pid_t child;
+    if (posix_spawnp(&child, words[0], nullptr, nullptr, const_cast<char **>(words), environ) == 0)
+        waitpid(child, nullptr, 0);
+}
+
+std::string failed(const std::string &path) {
+    return "'" + path + "': " + std::strerror(errno);
+}
+
+std::string prepare(const std::string &path) {
+    struct stat here, above;
+    if (stat(path.c_str(), &here) != 0 && errno == ENOTCONN)
+        unmount_stale(path);
+    made_path = mkdir(path.c_str(), 0755) == 0;
+    if (stat(path.c_str(), &here) != 0)
+        return failed(path);
+    if (!S_ISDIR(here.st_mode))
+        return "'" + path + "': it is no directory";
+    if (stat((path + "/..").c_str(), &above) != 0)
+        return failed(path);
+    if (here.st_dev != above.st_dev)
+        return "'" + path + "': a file system is mounted there; unmount it, or choose another path";
+    return "";
+}
+
+void give_back_path() {
+    if (made_path)
+        rmdir(served.c_str());
+    served.clear();
+}
+
+} // namespace
+
+std::string proc_mount(const std::string &path, const std::string &of_tree) {
+    if (mounted)
+        return "'" + path + "': the tree is mounted already";
+    std::string wrong = prepare(path);
+    if (!wrong.empty())
+        return wrong;
+    served = path;
+    directory = of_tree;
+    wrong = start(path);
+    if (!wrong.empty())
+        give_back_path();
+    return wrong;
+}
+
+void proc_unmount() {
+    if (!mounted)
+        return;
+    eventfd_write(stop_event, 1);
+    server.join();
+    fuse_unmount(mounted);
+    fuse_destroy(mounted);
+    mounted = nullptr;
+    close(stop_event);
+    give_back_path();
+}
+
+} // namespace machine
