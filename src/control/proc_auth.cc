@@ -128,7 +128,7 @@ int authglobal_show(seq_file *view, void *) {
 // purpose. A write tests its own syntax and nothing else.
 long authglobal_store(const proc_text &written, void *) {
     char *fields[4];
-    return proc_split(written.text, fields, 4) ? long{written.length} : -EFAULT;
+    return proc_split(written.text, fields, 4) ? static_cast<long>(written.length) : -EFAULT;
 }
 
 int if_auth_show(seq_file *view, void *data) {
@@ -190,5 +190,5 @@ long if_auth_supp_store(const proc_text &written, void *data) {
     }
     u16 vid = static_cast<u16>(tarn_atoi(fields[3]));
     i32 result = tarn_auth_supp_set_state(port, mac, vid, tarn_atoi(fields[2]) != 0);
-    return result == 0 ? long{written.length} : -EFAULT;
+    return result == 0 ? static_cast<long>(written.length) : -EFAULT;
 }
