@@ -1,5 +1,6 @@
 // Commands on port authentication.
 #include "control/nl_command.h"
+#include "security/auth_state.h"
 #include "security/security.h"
 
 namespace {

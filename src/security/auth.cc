@@ -13,16 +13,6 @@ tarn_auth_supp *tarn_auth_find_supp(tarn_if *, const u8 *) {
     return nullptr;
 }
 
-i32 tarn_auth_supp_set_state(tarn_if *, const u8 *, u16, bool) {
-    return 0;
-}
-
-void tarn_auth_remove_supp(tarn_if *, const u8 *) {}
-
-i32 tarn_auth_set_port_state(tarn_if *, u32, u32) {
-    return 0;
-}
-
 void tarn_auth_set_fwd_config(tarn_if *, bool, const u8 *, u8) {}
 
 void tarn_auth_set_fwd_config_guest_vlan(tarn_if *, u16, const u8 *, u8) {}

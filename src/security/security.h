@@ -12,16 +12,10 @@ i32 tarn_init_arp_sec();        // arp_sec.cc; last in the start order
 
 // auth.cc: who may use a port.
 //
-// A station that has asked to; the record lives under the lock of its table.
-struct tarn_auth_supp {
-    u8 ageout_incomplete; // its ageing has not been concluded: as good as unknown
-    i8 ageout_count;      // frames until it has
-};
+// A station that has asked to (auth_state.h); the record lives under the lock of its table.
+struct tarn_auth_supp;
 
 tarn_auth_supp *tarn_auth_find_supp(tarn_if *ifp, const u8 *mac); // null: unknown
-i32 tarn_auth_supp_set_state(tarn_if *ifp, const u8 *mac, u16 vid, bool authed);
-void tarn_auth_remove_supp(tarn_if *ifp, const u8 *mac);
-i32 tarn_auth_set_port_state(tarn_if *ifp, u32 state, u32 method);
 // Rules are 32 bytes each, struct tarnfwd_fwd_rule, at any address; ports are u16 likewise.
 void tarn_auth_set_fwd_config(tarn_if *ifp, bool forward_arp, const u8 *rules, u8 count);
 void tarn_auth_set_fwd_config_guest_vlan(tarn_if *ifp, u16 guest_vid, const u8 *rules, u8 count);

@@ -79,12 +79,13 @@ TEST_F(Aggregator, a_port_that_cannot_join_is_told_of) {
     EXPECT_THAT(log(), ElementsAre("3 Failed to bind port p77 to trunk lag7001, error = -204\n"));
     EXPECT_EQ(lag->flags, LINK); // taken before
     tarn_ifmgr_l3_switchport_set(77, 0);
-    userlevel::fail_allocation(1);
+    userlevel::fail_allocation(2); // the first is the file "members"
     EXPECT_EQ(attach_result(7001, 77), TARN_ERR_NO_MEMORY);
     EXPECT_THAT(log(), ElementsAre("3 Failed to bind port p77 to trunk lag7001, error = -205\n"));
     EXPECT_EQ(port->parents, nullptr);
     EXPECT_EQ(refcount_read(&port->refcnt), 1);
     EXPECT_EQ(refcount_read(&lag->refcnt), 1);
+    remember(); // that file stays
 }
 
 TEST_F(Aggregator, the_vlans_of_a_port_move_up) {

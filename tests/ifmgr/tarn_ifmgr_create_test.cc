@@ -510,7 +510,7 @@ TEST_F(Create, a_vlan_that_is_there_is_replaced_with_its_device) {
     EXPECT_THAT(named_by(port1()->parents), ElementsAre(vlan1()));
     // One record goes with the next creation, and one has come; the binding's two nodes are gone.
     EXPECT_EQ(userlevel::live().size(), alive + 1 - 2);
-    EXPECT_EQ(tarn_ifmgr_aggregator_add("lag", ADDRESS, 3, 7001), 0);
+    EXPECT_EQ(tarn_ifmgr_ethernet_create("eth", ADDRESS, 0, 7001, 2), 0);
     EXPECT_EQ(userlevel::live().size(), alive - 2 + 2); // a record and its place in the tree
     remember();
 }
@@ -559,9 +559,10 @@ TEST_F(Create, the_memory_of_a_replaced_vlan_is_given_back_when_nobody_holds_it)
     EXPECT_EQ(userlevel::live().size(), alive + 1); // both records
     tarn_ifmgr_if_ref_put(held);
     EXPECT_EQ(userlevel::live().size(), alive + 1);
-    aggregator(7001);                               // the next creation of any kind
+    EXPECT_EQ(tarn_ifmgr_ethernet_create("eth", ADDRESS, 0, 7001, 2), 0); // the next of any kind
     EXPECT_EQ(userlevel::live().size(), alive + 2); // its record and place, without the old one
     EXPECT_EQ(found(310), again);
+    remember();
 }
 
 // A daemon may have given a port the number of a VLAN.

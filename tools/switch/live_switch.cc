@@ -239,7 +239,7 @@ std::string proc_write(const std::string &words, bool *ok) {
     std::size_t end = words.find(' ');
     std::string name = words.substr(0, end);
     std::string text = end == std::string::npos ? "" : words.substr(end + 1);
-    std::lock_guard guard(config_mutex);
+    std::lock_guard guard(userlevel::netlink_serial());
     long result = userlevel::proc_write(proc_path(name), text + "\n");
     return result < 0 ? proc_failed(name, result, ok) : fmt::format("{}\n", result);
 }
