@@ -13,7 +13,7 @@
 #define FLOWS 4
 #define PING 56
 #define AT_LEAST_EVERY_MS 10
-#define BURST 4000
+#define BURST 2000
 
 static const struct {
 	int from;
