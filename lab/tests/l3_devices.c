@@ -88,6 +88,14 @@ static void the_address_can_be_changed(void)
 	CHECK(memcmp(device_of("vlan30").address, virtual, 6) == 0, "it stays as it was");
 }
 
+/* A work item tells the device. */
+static int carrier_becomes(const char *name, int carrier)
+{
+	for (int tries = 0; tries < 50 && device_of(name).carrier != carrier; tries++)
+		net_pause(100);
+	return device_of(name).carrier == carrier;
+}
+
 static void the_carrier_is_that_of_its_ports(void)
 {
 	CHECK(lab_command("port %d xe1 02:00:00:00:52:01 routed", PORT) == 0,
@@ -96,14 +104,22 @@ static void the_carrier_is_that_of_its_ports(void)
 	CHECK((device_of("xe1").flags & IFF_UP) && !device_of("xe1").carrier, "it is up, without carrier");
 	CHECK(lab_command("member %d %d tagged", VLAN, PORT) == 0, "VLAN %d has that port", VLAN);
 	CHECK(lab_command("link %d up", PORT) == 0 && device_of("xe1").carrier, "its link comes");
-	/* Told by a work item. */
-	for (int tries = 0; tries < 50 && !device_of("vlan30").carrier; tries++)
-		net_pause(100);
-	CHECK(device_of("vlan30").carrier, "and with it the carrier of vlan30");
+	CHECK(carrier_becomes("vlan30", 1), "and with it the carrier of vlan30");
 	CHECK(lab_command("link %d down", PORT) == 0 && !device_of("xe1").carrier, "its link goes");
-	for (int tries = 0; tries < 50 && device_of("vlan30").carrier; tries++)
-		net_pause(100);
-	CHECK(!device_of("vlan30").carrier, "and with it the carrier of vlan30");
+	CHECK(carrier_becomes("vlan30", 0), "and with it the carrier of vlan30");
+}
+
+static void it_is_also_that_of_an_aggregator(void)
+{
+	CHECK(lab_command("aggregator 5210 ag1 02:00:00:00:52:10 3") == 0 &&
+		      lab_command("port 5211 xe11 02:00:00:00:52:11") == 0 &&
+		      lab_command("attach 5210 5211") == 0,
+	      "a static aggregator has port xe11");
+	CHECK(lab_command("member %d 5210 tagged", VLAN) == 0, "VLAN %d has the aggregator", VLAN);
+	CHECK(lab_command("link 5211 up") == 0 && carrier_becomes("vlan30", 1),
+	      "the link of xe11 is the carrier of vlan30");
+	CHECK(lab_command("link 5211 down") == 0 && carrier_becomes("vlan30", 0), "as long as it lasts");
+	CHECK(lab_command("delete 5211") == 0 && lab_command("delete 5210") == 0, "both go");
 }
 
 /* --- ethtool and time stamps ----------------------------------------------------------------------- */
@@ -179,6 +195,9 @@ static void a_device_of_somebody_else_is_left_alone(void)
 	CHECK(lab_command("vlan 40 02:00:00:00:40:01") == 0 && device_of("vlan40").index == 340,
 	      "then VLAN 40 can come");
 	CHECK(lab_command("delete 340") == 0 && !is_there("vlan40"), "and go");
+	CHECK(lab_command("port 5202 xe2 02:00:00:00:52:02 routed") == 0 && is_there("xe2"),
+	      "and the port under another name");
+	CHECK(lab_command("delete 5202") == 0 && !is_there("xe2"), "which goes too");
 }
 
 static void its_own_device_is_taken_over(void)
@@ -228,6 +247,19 @@ static void an_ethernet_interface_lets_its_device_go(void)
 	CHECK(lab_command("delete %d", number) == 0, "until it is deleted");
 }
 
+static void also_under_another_number(void)
+{
+	struct lab_if eth;
+
+	CHECK(net_pair("eth8", "far8", NET_HERE) == 0 &&
+		      lab_command("ethernet 5301 eth8 02:00:00:00:08:08") == 0,
+	      "eth8 is declared, under a number of its own");
+	CHECK(lab_show(5301, &eth) == 0 && eth.has_device, "its interface has the device");
+	CHECK(net_delete(NET_HERE, "eth8") == 0 && !is_there("eth8"), "the device goes");
+	CHECK(lab_show(5301, &eth) == 0 && !eth.has_device, "and the interface lives without");
+	CHECK(lab_command("delete 5301") == 0, "until it is deleted");
+}
+
 static void a_device_goes_with_its_interface(void)
 {
 	CHECK(lab_command("delete %d", PORT) == 0 && !is_there("xe1"), "xe1 goes");
@@ -241,11 +273,13 @@ int main(void)
 	the_mtu_stays_in_its_bounds();
 	the_address_can_be_changed();
 	the_carrier_is_that_of_its_ports();
+	it_is_also_that_of_an_aggregator();
 	ethtool_is_answered();
 	time_stamps_are_answered();
 	a_device_of_somebody_else_is_left_alone();
 	its_own_device_is_taken_over();
 	an_ethernet_interface_lets_its_device_go();
+	also_under_another_number();
 	a_device_goes_with_its_interface();
 	return lab_result();
 }
