@@ -69,8 +69,9 @@ static void read_reports(int *planted, int *others)
 	}
 }
 
-static void start_looking(void)
+void vlan_start(void)
 {
+	lab_setup();
 	if (!looks_for_leaks()) {
 		printf("       this kernel does not look for leaks: --debug does\n");
 		return;
@@ -82,7 +83,7 @@ static void start_looking(void)
 		lab_command("leak 512");
 }
 
-static void check_nothing_is_lost(void)
+void vlan_end(void)
 {
 	int planted, others;
 	long long start;
@@ -173,8 +174,6 @@ void vlan_rounds(int rounds, unsigned int first, unsigned int last)
 {
 	long before, after;
 
-	lab_setup();
-	start_looking();
 	one_round(1, first, last); /* records stay, for the next of their number */
 	net_pause(1000);
 	before = lab_meminfo("MemAvailable");
@@ -185,5 +184,48 @@ void vlan_rounds(int rounds, unsigned int first, unsigned int last)
 	if (rounds > 1)
 		CHECK(before - after < 8192, "%ld kB less are free after %d rounds more",
 		      before - after, rounds - 1);
-	check_nothing_is_lost();
+}
+
+static int runs(unsigned int vid)
+{
+	struct net_link link;
+	struct lab_if vlan;
+	char name[16];
+
+	snprintf(name, sizeof(name), "vlan%u", vid);
+	for (int tries = 0; tries < 100; tries++) {
+		if (lab_show(300 + vid, &vlan) == 0 && vlan.has_device && vlan.below == 1 &&
+		    net_link(NET_HERE, name, &link) == 0 && link.index == 300 + (int)vid &&
+		    link.carrier)
+			return 0;
+		net_pause(100);
+	}
+	return -1;
+}
+
+void vlan_returns(int times, unsigned int first, unsigned int last)
+{
+	unsigned int vlans = last - first + 1, created = 0;
+	int devices = net_count(NET_HERE);
+
+	for (int i = 0; i < times; i++)
+		for (unsigned int vid = first; vid <= last; vid++) {
+			int result;
+
+			/* Half of them while they still have their port. */
+			if (i > 0 && vid % 2)
+				lab_command("delete %u", 300 + vid);
+			else if (i > 0)
+				delete(vid);
+			result = lab_command("vlan %u 02:00:00:00:%02x:%02x", vid, vid >> 8, vid & 255);
+			if (result == 0)
+				result = lab_command("member %u %d tagged", vid, PORT);
+			created += result == 0;
+		}
+	CHECK(created == vlans * times, "%u VLANs came, and came back %d times (%u)", vlans, times - 1,
+	      created);
+	CHECK(all("run", runs, first, last) == vlans, "each has its device, and its port runs");
+	CHECK(devices_become(devices + vlans, vlans), "no other device is left");
+	CHECK(all("delete", delete, first, last) == vlans && devices_become(devices, vlans),
+	      "and all can go");
 }

@@ -4,6 +4,9 @@
 
 int main(void)
 {
+	vlan_start();
 	vlan_rounds(2, 201, 264);
+	vlan_returns(4, 201, 264);
+	vlan_end();
 	return lab_result();
 }

@@ -4,6 +4,8 @@
 
 int main(void)
 {
+	vlan_start();
 	vlan_rounds(10, 1, 4094);
+	vlan_end();
 	return lab_result();
 }
