@@ -201,6 +201,7 @@ std::string show_interfaces() {
     std::lock_guard guard(userlevel::netlink_serial());
     std::string text;
     std::vector<u32> all;
+    all.reserve(ports.size() + vids.size());
     for (const PortOption &port : ports)
         all.push_back(ifindex_of(port.name));
     for (unsigned vid : vids)

@@ -239,8 +239,11 @@ std::string watch_interfaces(std::function<void(const link_state &)> link,
                            std::move(address)};
     if (!to->socket ||
         mnl_socket_bind(to->socket, RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR,
-                        MNL_SOCKET_AUTOPID) != 0)
-        return std::string("the machine's interfaces cannot be watched: ") + std::strerror(errno);
+                        MNL_SOCKET_AUTOPID) != 0) {
+        std::string why = std::strerror(errno);
+        delete to;
+        return "the machine's interfaces cannot be watched: " + why;
+    }
     std::thread([to] {
         dump(*to, RTM_GETLINK);
         dump(*to, RTM_GETADDR);
