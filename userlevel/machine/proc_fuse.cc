@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <fuse3/fuse.h>
 #include <fuse3/fuse_lowlevel.h>
+#include <memory>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
@@ -19,6 +20,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace machine {
 
@@ -30,6 +32,11 @@ bool made_path = false;
 fuse *mounted = nullptr;
 int stop_event = -1;
 std::thread server;
+
+// The kernel gives back a file some time after it was closed, and never once the connection ended:
+// those that are still here then go with the mount.
+std::unordered_map<std::uint64_t, std::unique_ptr<userlevel::proc_open_file>> open_files;
+std::uint64_t opens = 0;
 
 // --- what is asked -------------------------------------------------------------------------------
 
@@ -64,7 +71,7 @@ int list(const char *path, void *buffer, fuse_fill_dir_t fill, off_t, fuse_file_
 }
 
 userlevel::proc_open_file *opened(fuse_file_info *info) {
-    return reinterpret_cast<userlevel::proc_open_file *>(static_cast<std::uintptr_t>(info->fh));
+    return open_files.at(info->fh).get();
 }
 
 int open_file(const char *path, fuse_file_info *info) {
@@ -72,13 +79,14 @@ int open_file(const char *path, fuse_file_info *info) {
         userlevel::proc_open_file::open(in_tree(path));
     if (!file)
         return -ENOENT;
-    info->fh = reinterpret_cast<std::uintptr_t>(file.release());
+    info->fh = ++opens;
     info->direct_io = 1; // it has no size, and is another at every read
+    open_files.emplace(info->fh, std::move(file));
     return 0;
 }
 
 int close_file(const char *, fuse_file_info *info) {
-    delete opened(info);
+    open_files.erase(info->fh);
     return 0;
 }
 
@@ -234,6 +242,7 @@ void proc_unmount() {
     fuse_unmount(mounted);
     fuse_destroy(mounted);
     mounted = nullptr;
+    open_files.clear();
     close(stop_event);
     give_back_path();
 }
