@@ -31,6 +31,10 @@ inline std::vector<Class> all() {
         {"pppoe", Frame().type(0x8863).padded()},
         {"l2drop", Frame().from("ff:ff:ff:ff:ff:ff").padded()},
         {"runt", Frame().cut(8)},
+        {"arp",
+         Frame().to("ff:ff:ff:ff:ff:ff").type(0x0806).bytes({0, 1, 8, 0, 6, 4, 0, 1}).padded()},
+        {"multicast-ipv4",
+         Frame().to("01:00:5e:01:02:03").ipv4({.destination = {239, 1, 2, 3}}).padded()},
     };
 }
 

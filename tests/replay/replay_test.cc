@@ -402,6 +402,17 @@ TEST_F(Replay, shows_all_who_were_asked) {
                       HasSubstr("slot 47 pppoe                no\n"), Not(HasSubstr("ptp"))));
 }
 
+TEST_F(Replay, explains_each_decision) {
+    // Of a frame with the switch's own source address, and of neighbour discovery over its limit.
+    fs::path path = file(pcap({frame(Bytes{2, 0, 0, 0, 0, 1}, 0x0800)}));
+    EXPECT_THAT(replay(path, "--explain").output,
+                HasSubstr("why: gate: the source MAC is the switch's own\n"));
+    EXPECT_THAT(replay(path, "").output, Not(HasSubstr("why:")));
+    auto lines = replay_json(path, "--explain");
+    EXPECT_EQ(lines[0]["chain"][0]["why"], "gate: the source MAC is the switch's own");
+    EXPECT_TRUE(lines[0]["notes"].empty());
+}
+
 TEST_F(Replay, lists_the_redirects_in_the_order_they_are_asked) {
     Result result = run_tool(TARN_REPLAY, "--list");
     EXPECT_EQ(result.status, 0);

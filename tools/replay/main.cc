@@ -34,6 +34,7 @@ int run(int argc, char **argv) {
     app.add_option("--queue", options.queue, "receive queue");
     app.add_flag("--json", options.json, "one JSON object a line for each frame");
     app.add_flag("--verbose,-v", options.verbose, "also the redirects that were asked and said no");
+    app.add_flag("--explain", options.explain, "why: the rule that decided, and its numbers");
     app.add_flag("--debug", options.debug_log, "turn the core's frame log on, and show it");
     try {
         app.parse(argc, argv);

@@ -166,7 +166,8 @@ int replay(const Options &options) {
     trace_start();
     if (options.debug_log)
         tarn_pkt_debug = TARN_PKT_DEBUG_RX;
-    auto report = options.json ? json_report() : text_report(options.verbose);
+    auto report =
+        options.json ? json_report(options.explain) : text_report(options.verbose, options.explain);
     try {
         sinks_start();
         build_switch(options.file);

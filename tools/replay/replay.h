@@ -19,6 +19,7 @@ struct Options {
     bool json = false;
     bool verbose = false; // every redirect that was asked
     bool debug_log = false;
+    bool explain = false; // why each redirect decided as it did
 };
 
 enum class Fate { stopped, unclaimed, refused, taken };
@@ -45,8 +46,8 @@ public:
     virtual void end(const std::map<Fate, std::size_t> &fates) = 0;
 };
 
-std::unique_ptr<Report> text_report(bool verbose);
-std::unique_ptr<Report> json_report();
+std::unique_ptr<Report> text_report(bool verbose, bool explain);
+std::unique_ptr<Report> json_report(bool explain);
 
 // Loads the module, builds the plainest switch that the file asks for and replays the file. 0; 1
 // after a message on standard error; 3 where memory was lost, which would be a defect of ours.

@@ -12,6 +12,8 @@ using json = nlohmann::ordered_json;
 
 class JsonReport : public Report {
 public:
+    explicit JsonReport(bool explain) : explain_(explain) {}
+
     void frame(const Outcome &outcome) override {
         json line{{"frame", outcome.number},
                   {"len", outcome.frame.bytes.size()},
@@ -30,6 +32,8 @@ public:
                                      {"name", decision.name},
                                      {"flags", decision.flags},
                                      {"reason", decision.reason}});
+        if (explain_)
+            put_reasons(line, outcome.trace);
         line["sent"] = json::array();
         for (const Sent &one : outcome.ends.sent)
             line["sent"].push_back({{"port", one.port},
@@ -45,12 +49,26 @@ public:
     }
 
     void end(const std::map<Fate, std::size_t> &) override {}
+
+private:
+    // "why" of each decision and, in "notes", of those who took none.
+    static void put_reasons(json &line, const Trace &trace) {
+        for (std::size_t i = 0; i < trace.decisions.size(); i++)
+            line["chain"][i]["why"] = trace.decisions[i].why;
+        line["notes"] = json::array();
+        for (const Note &note : trace.notes)
+            line["notes"].push_back({{"slot", note.slot},
+                                     {"name", packet_redirects[note.slot]->name},
+                                     {"why", note.why}});
+    }
+
+    bool explain_;
 };
 
 } // namespace
 
-std::unique_ptr<Report> json_report() {
-    return std::make_unique<JsonReport>();
+std::unique_ptr<Report> json_report(bool explain) {
+    return std::make_unique<JsonReport>(explain);
 }
 
 } // namespace replay

@@ -1,6 +1,6 @@
 // The outcome of each frame, for people.
+#include "explain/words.h"
 #include "replay/replay.h"
-#include "replay/words.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -8,6 +8,10 @@
 #include <fmt/format.h>
 
 namespace replay {
+
+using explain::ethertype_words;
+using explain::flag_words;
+using explain::reason_words;
 
 namespace {
 
@@ -96,7 +100,7 @@ void print_ends(const Outcome &outcome) {
 
 class TextReport : public Report {
 public:
-    explicit TextReport(bool verbose) : verbose_(verbose) {}
+    TextReport(bool verbose, bool explain) : verbose_(verbose), explain_(explain) {}
 
     void frame(const Outcome &outcome) override {
         print_head(outcome);
@@ -139,12 +143,27 @@ private:
                                          [&](const Decision &one) { return one.slot == slot; });
             if (decision != trace.decisions.end())
                 print_decision(*decision);
-            else if (verbose_)
-                fmt::print("      slot {:>2} {:<20} no\n", slot, packet_redirects[slot]->name);
+            else
+                print_refusal(slot, trace);
         }
     }
 
-    static void print_decision(const Decision &decision) {
+    void print_refusal(u32 slot, const Trace &trace) const {
+        auto note = std::find_if(trace.notes.begin(), trace.notes.end(),
+                                 [&](const Note &one) { return one.slot == slot; });
+        bool has_word = explain_ && note != trace.notes.end();
+        if (has_word || verbose_)
+            fmt::print("      slot {:>2} {:<20} no\n", slot, packet_redirects[slot]->name);
+        if (has_word)
+            print_why(note->why);
+    }
+
+    static void print_why(const std::string &why) {
+        if (!why.empty())
+            fmt::print("{:35}why: {}\n", "", why);
+    }
+
+    void print_decision(const Decision &decision) const {
         fmt::print("      slot {:>2} {:<20} {}", decision.slot, decision.name,
                    flag_words(decision.flags));
         if (decision.flags & REDIRECT_STOP) {
@@ -152,6 +171,8 @@ private:
             fmt::print("; reason {}{}{}", decision.reason, meaning.empty() ? "" : ": ", meaning);
         }
         fmt::print("\n");
+        if (explain_)
+            print_why(decision.why);
     }
 
     // Only redirects that did something: all others were asked and said no.
@@ -173,13 +194,13 @@ private:
         }
     }
 
-    bool verbose_;
+    bool verbose_, explain_;
 };
 
 } // namespace
 
-std::unique_ptr<Report> text_report(bool verbose) {
-    return std::make_unique<TextReport>(verbose);
+std::unique_ptr<Report> text_report(bool verbose, bool explain) {
+    return std::make_unique<TextReport>(verbose, explain);
 }
 
 } // namespace replay

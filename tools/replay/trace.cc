@@ -1,5 +1,8 @@
 #include "replay/trace.h"
 
+#include "control.h"
+#include "explain/event.h"
+
 #include <array>
 #include <cstring>
 #include <utility>
@@ -18,13 +21,19 @@ i32 traced(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (current.consulted.empty())
         current.info = *info;
     current.consulted.push_back(Slot);
-    i32 result = asked_for[Slot](info, instruct);
-    if (instruct->flags != 0) {
-        const char *name = packet_redirects[Slot]->name;
-        current.decisions.push_back(
-            {Slot, {name, strnlen(name, REDIRECT_NAME_SIZE)}, instruct->flags, instruct->reason});
-    }
-    return result;
+    return asked_for[Slot](info, instruct);
+}
+
+// Events without a redirect say what the outcome shows.
+void remember(const redirect_event &told) {
+    explain::Event event = explain::copy_of(told);
+    if (event.redirect.empty())
+        return;
+    std::string why = explain::why_text(event.rule, event.number, event.measured, event.limit);
+    if (event.flags != 0)
+        current.decisions.push_back({event.slot, event.redirect, event.flags, event.reason, why});
+    else
+        current.notes.push_back({event.slot, why});
 }
 
 template <u32... Slots>
@@ -40,6 +49,7 @@ void lead_through(std::integer_sequence<u32, Slots...>) {
 } // namespace
 
 void trace_start() {
+    static userlevel::trace_watch watch(remember);
     lead_through(std::make_integer_sequence<u32, REDIRECT_SLOTS>{});
 }
 

@@ -1,5 +1,6 @@
 #include "switch/control_socket.h"
 
+#include "explain/stream.h"
 #include "switch/live_switch.h"
 
 #include <algorithm>
@@ -59,17 +60,50 @@ std::string read_line(int fd) {
     return line;
 }
 
+void trace(int fd, const std::string &line) {
+    std::string wrong = explain::trace_stream(fd, line);
+    write_all(fd, wrong + (wrong.empty() ? "ok\n" : "error\n"));
+    close(fd);
+}
+
 void answer(int fd) {
     // A client that says nothing does not keep others waiting for ever.
     timeval patience{.tv_sec = 5, .tv_usec = 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    std::string line = read_line(fd);
+    if (explain::trace_is_order(line)) {
+        // It may last: others are answered meanwhile.
+        std::thread(trace, fd, line).detach();
+        return;
+    }
     bool ok = false;
-    std::string reply = command(read_line(fd), &ok);
+    std::string reply = command(line, &ok);
     if (!reply.empty() && reply.back() != '\n')
         reply += '\n';
     write_all(fd, reply + (ok ? "ok\n" : "error\n"));
     close(fd);
+}
+
+// The last line says how it went, and with that where the others belong. A trace is printed as it
+// comes.
+int print_reply(int fd, bool as_it_comes) {
+    std::string held;
+    char buffer[4096];
+    for (ssize_t length; (length = read(fd, buffer, sizeof(buffer))) > 0;) {
+        held.append(buffer, static_cast<std::size_t>(length));
+        std::size_t last = held.rfind('\n', held.size() < 2 ? 0 : held.size() - 2);
+        if (!as_it_comes || last == std::string::npos)
+            continue;
+        std::fwrite(held.data(), 1, last + 1, stdout);
+        std::fflush(stdout);
+        held.erase(0, last + 1);
+    }
+    close(fd);
+    bool ok = held == "ok\n" || held.ends_with("\nok\n");
+    held.resize(held.size() - std::min(held.size(), ok ? std::size_t{3} : std::size_t{6}));
+    std::fputs(held.c_str(), ok ? stdout : stderr);
+    return ok ? 0 : 1;
 }
 
 } // namespace
@@ -114,15 +148,7 @@ int control_ask(const std::string &path, const std::string &line) {
                      std::strerror(errno));
         return 2;
     }
-    std::string reply;
-    char buffer[4096];
-    for (ssize_t length; (length = read(fd, buffer, sizeof(buffer))) > 0;)
-        reply.append(buffer, static_cast<std::size_t>(length));
-    close(fd);
-    bool ok = reply.ends_with("ok\n") && (reply.size() == 3 || reply[reply.size() - 4] == '\n');
-    reply.resize(reply.size() - std::min(reply.size(), ok ? std::size_t{3} : std::size_t{6}));
-    std::fputs(reply.c_str(), ok ? stdout : stderr);
-    return ok ? 0 : 1;
+    return print_reply(fd, explain::trace_is_order(line));
 }
 
 } // namespace live

@@ -284,7 +284,8 @@ std::string command(const std::string &line, bool *ok) {
     *ok = false;
     return "unknown word '" + line +
            "': say 'show interfaces', 'show counters [modify_rx|modify_tx]', 'proc read NAME', "
-           "'proc write NAME TEXT' or 'chip WORDS...' ('chip help' lists those)\n";
+           "'proc write NAME TEXT', 'trace [drops] ...' or 'chip WORDS...' ('chip help' lists "
+           "those)\n";
 }
 
 void stop() {

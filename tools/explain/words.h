@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace replay {
+namespace explain {
 
 // "stop, flood"; "none" for 0.
 std::string flag_words(u32 flags);
@@ -16,4 +16,4 @@ std::string reason_words(const std::string &redirect, u32 reason);
 // "IPv4" for 0x0800; "" for a type without a name here.
 std::string ethertype_words(u32 ethertype);
 
-} // namespace replay
+} // namespace explain

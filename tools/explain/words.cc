@@ -1,4 +1,4 @@
-#include "replay/words.h"
+#include "explain/words.h"
 
 #include "pkt/pkt_info.h"
 
@@ -6,7 +6,7 @@
 #include <array>
 #include <string_view>
 
-namespace replay {
+namespace explain {
 
 namespace {
 
@@ -200,4 +200,4 @@ std::string ethertype_words(u32 ethertype) {
     return found == std::end(TYPE_WORDS) ? "" : std::string(found->word);
 }
 
-} // namespace replay
+} // namespace explain
