@@ -23,6 +23,7 @@
  *   frames COUNT IFINDEX VID LOCAL HEX
  *                                     COUNT copies of the frame, delivered from process context;
  *                                     HEX "-" is a frame of no bytes
+ *   meta CODE FLAGS EXTRA             what the chip says of frames from now on; 0 0 0 at first
  *   leak BYTES                        memory that is lost, for who looks for such
  * Reading gives the counters of the chain, and a line of the interface that "show" named:
  *   if: IFINDEX NAME flags HEX below RUNNING_PORTS device 0|1
@@ -44,11 +45,13 @@ struct lab_core lab_core;
 LAB_CORE_FUNCTIONS(LAB_CORE_PARAMETER)
 
 static unsigned int shown;
+static u32 code, flags, extra;
 
 static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u32 local)
 {
 	struct tarn_rx_meta meta = {
 		.debug = 1, .flood_except = { ~0u, 0 }, .local = local, .local_post_kernel = 0,
+		.code = code, .flags = flags, .extra = extra,
 	};
 	struct sk_buff *skb = __netdev_alloc_skb(NULL, length, GFP_KERNEL);
 
@@ -147,6 +150,8 @@ static int command(char *line)
 		shown = number;
 		return 0;
 	}
+	if (sscanf(line, "meta %u %i %i", &code, &flags, &extra) == 3)
+		return 0;
 	if (sscanf(line, "leak %u", &number) == 1)
 		return lose(number);
 	result = declare(line);
