@@ -469,4 +469,23 @@ TEST_F(Replay, real_captures_are_accounted_for_frame_by_frame) {
     EXPECT_GT(files, 0u);
 }
 
+TEST_F(Replay, real_captures_of_ip_end_where_they_belong) {
+    fs::path folder = fs::path(SOURCE_FOLDER).parent_path() / "shared" / "captures";
+    if (!fs::is_directory(folder))
+        GTEST_SKIP() << "there are no captures in " << folder;
+    struct Row {
+        const char *file, *by;
+        unsigned reason, frames;
+    };
+    for (Row row : {Row{"PIMv2_hellos.pcap", "ipv4", 4, 6}, Row{"dhcp-rfc3004.pcap", "ipv4", 4, 4},
+                    Row{"icmpv6-ra-pref64.pcap", "ipv6", 6, 4}, Row{"eapon1.pcap", "arp", 12, 5}}) {
+        unsigned stopped = 0;
+        for (const json &line : replay_json(folder / row.file))
+            stopped += line.value("by", "") == row.by && line["reason"] == row.reason;
+        EXPECT_EQ(stopped, row.frames) << row.file;
+    }
+    for (const json &line : replay_json(folder / "PIMv2_hellos.pcap"))
+        EXPECT_EQ(line["chain"][0]["name"], "pim"); // replicated, then decided on as IPv4
+}
+
 } // namespace
