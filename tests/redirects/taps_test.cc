@@ -142,6 +142,17 @@ TEST_F(Taps, narrow_headroom_grows_by_64) {
     kfree_skb(posted);
 }
 
+TEST_F(Taps, shared_bytes_are_copied_with_the_headroom_they_have) {
+    tarn_post_info info{.rx_port = port1(), .code = 8, .tag = 0x10005};
+    sk_buff *skb = userlevel::frame_make(PLAIN, 40);
+    sk_buff *held = skb_clone(skb, GFP_ATOMIC);
+    sk_buff *posted = redirect("sflow").post(skb, &info);
+    EXPECT_EQ(posted, skb);
+    EXPECT_EQ(skb_headroom(posted), 40u - 4 - 28);
+    kfree_skb(posted);
+    kfree_skb(held);
+}
+
 TEST_F(Taps, a_sampled_frame_comes_back_with_its_message_before_it) {
     tarn_post_info info{.rx_port = port1(), .code = 8, .tag = 1};
     sk_buff *posted = redirect("sflow").post(userlevel::frame_make(PLAIN), &info);

@@ -224,6 +224,42 @@ TEST_F(Unicast, the_slot_is_the_documented_hash_of_the_flow) {
     }
 }
 
+// Every bit of a flow is either in the hash, and leads to another slot, or not, and leads to the
+// same one: there the first flow is forgotten, and passes again.
+TEST_F(Unicast, the_hash_takes_these_bits_and_no_others) {
+    u64 now = 2000000;
+    u32 in_hash = 0;
+    auto expect_shared = [&](Flow other) {
+        at(now += 1000);
+        const Flow one;
+        unicast(one);
+        unicast(other);
+        bool shared = slot_of(one) == slot_of(other);
+        in_hash += !shared;
+        EXPECT_EQ(unicast(one), shared);
+    };
+    for (u32 bit = 0; bit < 96; bit++) {
+        Flow other;
+        other.macs[bit / 8] ^= static_cast<u8>(1 << bit % 8);
+        expect_shared(other);
+    }
+    for (u32 bit = 0; bit < 32; bit++) {
+        Flow other;
+        other.source[bit / 8] ^= static_cast<u8>(1 << bit % 8);
+        expect_shared(other);
+        other = {};
+        other.destination[bit / 8] ^= static_cast<u8>(1 << bit % 8);
+        expect_shared(other);
+        other = {};
+        other.vid ^= 1u << bit;
+        expect_shared(other);
+        other = {};
+        other.code ^= 1u << bit;
+        expect_shared(other);
+    }
+    EXPECT_EQ(in_hash, 32u + 32 + 32 + 9 + 32 + 32);
+}
+
 using Multicast = Throttle;
 
 // Of what each limit makes; see tarn_update_mcast_limits.
