@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <shared_mutex>
 
 namespace userlevel {
 
@@ -38,6 +39,9 @@ bool recording = false;
 
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
+
+// Held for reading by what the IP stack sends.
+std::shared_mutex transmitting;
 
 const netdev_back *the_back = nullptr;
 
@@ -198,6 +202,7 @@ void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority
     if (!skb)
         return;
     skb->priority = priority;
+    std::shared_lock hold(transmitting);
     local_bh_disable();
     device->ops->start_xmit(skb, device);
     local_bh_enable();
@@ -222,6 +227,12 @@ void rtnl_lock(void) {
 void rtnl_unlock(void) {
     rtnl_depth--;
     rtnl.unlock();
+}
+
+void synchronize_net(void) {
+    if (preempt_count() != 0)
+        BUG();
+    std::lock_guard wait(transmitting);
 }
 
 net_device *alloc_etherdev_mqs(int private_size, unsigned, unsigned) {

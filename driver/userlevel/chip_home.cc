@@ -135,8 +135,10 @@ void chip_home_stop() {
     chip_stop();
     stopping = true;
     wake_up();
-    receiver.join();
-    close(wake);
+    if (receiver.joinable())
+        receiver.join();
+    if (wake >= 0)
+        close(wake);
     wake = -1;
 }
 

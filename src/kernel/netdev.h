@@ -25,6 +25,8 @@
 //   result eth_type_trans(skb, device)
 //                              takes the Ethernet header off and sets the device; the protocol
 //   netif_rx_ni(skb)           into the IP stack, from any context; consumes it
+//   synchronize_net()          returns when every transmit that was under way in a device has
+//                              ended; sleeps, under the RTNL lock or not
 //   macvlan_parent_xmit(skb, device)
 //                              1 when a macvlan above the device took the frame
 #pragma once
@@ -155,6 +157,7 @@ void netif_carrier_off(net_device *device);
 u16 eth_type_trans(sk_buff *skb, net_device *device); // network order
 void rtnl_lock(void);
 void rtnl_unlock(void);
+void synchronize_net(void);
 }
 
 // --- addresses of the IP stack -----------------------------------------------------------------

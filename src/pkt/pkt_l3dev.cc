@@ -32,8 +32,8 @@ void _fill(net_device *device, tarn_if *ifp, bool is_new) {
     bool is_port = ifp->type == TARN_IF_TYPE_SWITCHPORT;
     bool is_vlan = ifp->type == TARN_IF_TYPE_VLAN;
     auto *own = static_cast<tarn_eth_priv *>(netdev_priv(device));
-    own->ifp = ifp;
-    own->vid = is_vlan ? ifp->vid : 0;
+    write_once(own->ifp, ifp);
+    write_once(own->vid, is_vlan ? ifp->vid : 0u);
 
     netdev_set_priv_flags(device, netdev_priv_flags(device) | IFF_NO_QUEUE);
     netdev_set_ops(device, is_port ? &tarn_eth_port_ops : &tarn_eth_other_ops,
@@ -84,6 +84,8 @@ net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwadd
     _fill(device, ifp, false);
     _set_address(device, hwaddr, hwaddr_len);
     _carrier(device, ifp);
+    // Transmits that have read the old interface hold no reference to it.
+    synchronize_net();
     rtnl_unlock();
     dev_put(device);
     return device;

@@ -72,7 +72,7 @@ bool _is_zero(const u8 *address) {
 
 bool _on_management_vlan(const tarn_eth_priv *own) {
     u32 vid;
-    return tarn_stack_mgmt_vlan_get_vid(&vid) == 0 && vid == own->vid;
+    return tarn_stack_mgmt_vlan_get_vid(&vid) == 0 && vid == read_once(own->vid);
 }
 
 // Only answers: nothing is programmed.

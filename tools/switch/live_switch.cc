@@ -68,8 +68,8 @@ std::string chip(const std::string &line, bool *ok = nullptr) {
 
 // The link of a port, as a control daemon tells it.
 void tell_link(tarn_if *port, bool up) {
-    u32 old = port->flags;
-    port->flags = up ? old | IFF_RUNNING : old & ~IFF_RUNNING;
+    u32 old = read_once(port->flags);
+    write_once(port->flags, up ? old | IFF_RUNNING : old & ~IFF_RUNNING);
     tarn_ifmgr_L2_link_state_check(port, (old & TARN_IF_LINK) == TARN_IF_LINK);
 }
 

@@ -96,6 +96,7 @@ int main(int argc, char **argv) {
             options.ports.push_back(live::parse_port(port));
         for (const std::string &vlan : vlans)
             options.vlans.push_back(live::parse_vlan(vlan));
+        live::refuse_twice(options);
     } catch (const CLI::ParseError &error) {
         int result = app.exit(error);
         return result == 0 ? 0 : 2;

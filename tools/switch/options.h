@@ -36,5 +36,7 @@ struct Options {
 // Each throws CLI::ValidationError with what was wrong and what to write.
 PortOption parse_port(const std::string &text); // NAME=DEVICE
 VlanOption parse_vlan(const std::string &text); // VID=PORT[:tagged],...
+// A port or a VLAN that was given twice: the second would take the place of the first.
+void refuse_twice(const Options &options);
 
 } // namespace live

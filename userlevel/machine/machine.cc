@@ -96,24 +96,26 @@ void set_address(net_device *device) {
         interface_set_address(name_of(device), device->dev_addr);
 }
 
-// A frame that the machine has no room for is lost, as one is on a full queue.
-void receive(net_device *device, sk_buff *skb) {
-    ssize_t written = write(of(device)->fd, skb_data(skb), skb_len(skb));
-    if (written == static_cast<ssize_t>(skb_len(skb)))
+// Consumes the frame: whether the machine took it. One that it has no room for is lost, as one is
+// on a full queue; so is one of a device that has just gone.
+bool hand_to_machine(net_device *device, sk_buff *skb) {
+    std::lock_guard guard(table_mutex);
+    bool taken = of(device) && write(of(device)->fd, skb_data(skb), skb_len(skb)) ==
+                                   static_cast<ssize_t>(skb_len(skb));
+    if (taken)
         consume_skb(skb);
     else
         kfree_skb(skb);
+    return taken;
+}
+
+void receive(net_device *device, sk_buff *skb) {
+    hand_to_machine(device, skb);
 }
 
 int transmit(net_device *device, sk_buff *skb) {
     constexpr int dropped = 1; // NET_XMIT_DROP
-    ssize_t written = write(of(device)->fd, skb_data(skb), skb_len(skb));
-    bool sent = written == static_cast<ssize_t>(skb_len(skb));
-    if (sent)
-        consume_skb(skb);
-    else
-        kfree_skb(skb);
-    return sent ? 0 : dropped;
+    return hand_to_machine(device, skb) ? 0 : dropped;
 }
 
 void take_state(net_device *device, const link_state &state) {
