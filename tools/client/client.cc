@@ -5,6 +5,7 @@
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 #include <tarn/tarnfwd_nl.h>
+#include <tarn/tarnfwd_socket.h>
 
 namespace client {
 
@@ -142,14 +143,14 @@ std::optional<Event> Client::next_event(int milliseconds) {
 }
 
 std::unique_ptr<Client> find(const std::string &path) {
-    const char *variable = std::getenv(SOCKET_VARIABLE);
+    const char *variable = std::getenv(TARNFWD_SOCKET_VARIABLE);
     std::string given = !path.empty() ? path : variable ? variable : "";
     std::string tried;
     std::unique_ptr<Client> found;
     if (!given.empty())
         found = try_socket(given, tried);
     else if (found = try_kernel(tried); !found)
-        found = try_socket(DEFAULT_SOCKET, tried);
+        found = try_socket(TARNFWD_SOCKET_PATH, tried);
     if (!found)
         throw Error("no switch answers; tried:" + tried);
     return found;

@@ -42,11 +42,9 @@ private:
     std::deque<Event> events_;
 };
 
-inline constexpr const char *DEFAULT_SOCKET = "/run/tarn/netlink";
-inline constexpr const char *SOCKET_VARIABLE = "TARN_NETLINK";
-
 // The switch that is there: that of `path` alone if one is given (the caller's, else of
-// $TARN_NETLINK), else the kernel's, else the one behind the default socket.
+// $TARN_NETLINK), else the kernel's, else the one behind the default socket of
+// tarn/tarnfwd_socket.h.
 std::unique_ptr<Client> find(const std::string &path = "");
 
 } // namespace client

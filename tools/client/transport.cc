@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <tarn/tarnfwd_socket.h>
 #include <unistd.h>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace client {
 namespace {
 
 constexpr std::size_t DATAGRAM_MAX = 256 * 1024; // an error may carry back the longest message
+constexpr int PATIENCE = 10000;                  // milliseconds
 
 std::string failed(const std::string &what) {
     return what + ": " + std::strerror(errno);
@@ -70,14 +72,54 @@ private:
     mnl_socket *socket_;
 };
 
+// Socket options are messages here.
 class Socket : public Datagrams {
 public:
     Socket(int fd, std::string path) : Datagrams(fd), path_(std::move(path)) {}
     ~Socket() override { close(fd_); }
     std::string name() const override { return "the socket '" + path_ + "'"; }
-    std::string join(std::uint32_t) override { return ""; }
+
+    std::string join(std::uint32_t group) override {
+        return set_option(NETLINK_ADD_MEMBERSHIP, group) == 0
+                   ? ""
+                   : failed("the group of events cannot be joined");
+    }
+
+    // 0, or -1 and errno.
+    int set_option(std::uint32_t option, std::uint32_t value) {
+        struct {
+            nlmsghdr header;
+            tarnfwd_socket_option option;
+        } asked{{.nlmsg_len = sizeof(asked),
+                 .nlmsg_type = TARNFWD_SOCKET_OPTION,
+                 .nlmsg_flags = NLM_F_REQUEST,
+                 .nlmsg_seq = 0,
+                 .nlmsg_pid = 0},
+                {.protocol = NETLINK_GENERIC, .option = option, .value = value}};
+        if (::send(fd_, &asked, sizeof(asked), MSG_NOSIGNAL) < 0)
+            return -1;
+        return acknowledged();
+    }
 
 private:
+    // Events that come before the answer are lost.
+    int acknowledged() {
+        for (std::string wrong; wrong.empty();) {
+            Bytes packet = receive(PATIENCE, wrong);
+            if (packet.empty())
+                break;
+            for (const Received &received : messages_of(packet)) {
+                auto answer = answer_of(received, {});
+                if (answer && answer->error != 0)
+                    errno = -answer->error;
+                if (answer)
+                    return answer->error == 0 ? 0 : -1;
+            }
+        }
+        errno = ETIMEDOUT;
+        return -1;
+    }
+
     std::string path_;
 };
 
@@ -130,7 +172,14 @@ std::unique_ptr<Transport> open_socket(const std::string &path, std::string &wro
             close(fd);
         return nullptr;
     }
-    return std::make_unique<Socket>(fd, path);
+    auto opened = std::make_unique<Socket>(fd, path);
+    // As on the kernel's socket; one that has gone at once is told of.
+    if (opened->set_option(NETLINK_EXT_ACK, 1) != 0 ||
+        opened->set_option(NETLINK_CAP_ACK, 1) != 0) {
+        wrong = failed("the socket '" + path + "': no switch answers as one should");
+        return nullptr;
+    }
+    return opened;
 }
 
 std::unique_ptr<Transport> in_process(Function function) {

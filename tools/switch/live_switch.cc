@@ -1,6 +1,7 @@
 #include "switch/live_switch.h"
 
 #include "chip.h"
+#include "config/config.h"
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_create.h"
@@ -22,7 +23,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
-#include <mutex>
 
 namespace live {
 
@@ -259,6 +259,9 @@ std::string start(const Options &options) {
         return wrong;
     prepare_devices(options.devices_in_process);
     wrong = configure(options);
+    if (wrong.empty() && !options.config.empty())
+        wrong = config::apply(options.config,
+                              [](const std::string &line, bool &ok) { return chip(line, &ok); });
     if (wrong.empty() && !options.proc.empty())
         wrong = mount_proc(options.proc);
     // When the ports are there: the first report says which of them have link.

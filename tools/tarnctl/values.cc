@@ -207,12 +207,12 @@ Bytes ports_of(const std::string &text) {
     return bytes;
 }
 
-std::uint16_t protocol_of(const std::string &text) {
+std::uint8_t protocol_of(const std::string &text) {
     if (text == "tcp")
         return 6;
     if (text == "udp")
         return 17;
-    return static_cast<std::uint16_t>(number_between(text, 0, 255));
+    return static_cast<std::uint8_t>(number_between(text, 0, 255));
 }
 
 // ADDRESS/LENGTH[:PORT[/PROTOCOL]], as the switch shows them.
@@ -226,14 +226,14 @@ tarnfwd_fwd_rule rule_of(const std::string &text) {
     rule.prefix_len =
         static_cast<std::uint8_t>(subnet.size() == 2 ? number_between(subnet[1], 0, 32) : 32);
     Bytes address = ipv4_of(subnet[0]);
-    std::copy(address.begin(), address.end(), rule.ipv4);
+    std::copy(address.begin(), address.end(), rule.address);
     if (sides.size() == 1)
         return rule;
     auto service = split(sides[1], '/');
     if (service.size() > 2)
         throw Wrong("");
     rule.port = static_cast<std::uint16_t>(number_between(service[0], 0, 65535));
-    rule.protocol = service.size() == 2 ? protocol_of(service[1]) : 0;
+    rule.protocol = service.size() == 2 ? protocol_of(service[1]) : std::uint8_t{0};
     return rule;
 }
 
