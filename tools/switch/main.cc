@@ -106,7 +106,8 @@ int main(int argc, char **argv) {
     }
     if (ask->parsed())
         return live::control_ask(path, line);
-    if (options.ports.empty())
-        return fail("no port: give at least one --port NAME=DEVICE");
+    if (options.ports.empty() && options.netlink.empty() && options.config.empty())
+        return fail("no port: give at least one --port NAME=DEVICE, or --netlink or --config, by "
+                    "which tarnctl declares them");
     return run(options);
 }
