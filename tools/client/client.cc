@@ -11,7 +11,7 @@ namespace client {
 
 namespace {
 
-constexpr int PATIENCE = 10000; // milliseconds: a command may wait for others, but not for ever
+constexpr int PATIENCE = 60000; // milliseconds: 4094 VLANs at once may take a slow kernel long
 
 std::string as_text(View value) {
     const auto *text = reinterpret_cast<const char *>(value.data());
