@@ -28,6 +28,7 @@ struct Options {
     std::string control;             // path of the socket; empty: none
     std::string netlink;             // path of the control family's socket; empty: none
     std::string proc;                // where to mount the files of /proc/tarn; empty: nowhere
+    std::string config;              // a batch of tarnctl, run at the end; empty: none
     bool devices_in_process = false; // no TAP devices
     std::vector<std::string> enable, disable;
     unsigned debug_log = 0; // 1 receive, 2 transmit
