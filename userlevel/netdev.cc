@@ -13,6 +13,7 @@
 #include "netdev.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 
@@ -40,6 +41,8 @@ std::mutex chain_mutex;
 notifier_block *chain = nullptr;
 
 const netdev_back *the_back = nullptr;
+
+std::atomic<packet_type *> packet_types = nullptr; // grows at its head, and only grows
 
 // The kernel tells of a changed carrier from a work item of its own.
 std::mutex changed_mutex;
@@ -129,6 +132,18 @@ int open_or_stop(net_device *device, bool up) {
     if (result == 0)
         device->opened = up;
     return result;
+}
+
+// Each gets a hold of its own on the frame.
+void offer_to_packet_types(sk_buff *skb) {
+    for (packet_type *type = packet_types; type; type = type->next) {
+        if (type->ethertype != skb->protocol)
+            continue;
+        __atomic_fetch_add(&skb->users, 1, __ATOMIC_RELAXED);
+        local_bh_disable();
+        type->handler(skb, skb->dev, type, skb->dev);
+        local_bh_enable();
+    }
 }
 
 int change_flags(net_device *device, u32 flags, bool tell_back) {
@@ -390,8 +405,15 @@ u16 eth_type_trans(sk_buff *skb, net_device *device) {
     return type;
 }
 
+void dev_add_pack(packet_type *type) {
+    type->next = packet_types;
+    while (!packet_types.compare_exchange_weak(type->next, type)) {
+    }
+}
+
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
+    offer_to_packet_types(skb);
     skb_push(skb, skb->link_header);
     if (the_back && device->back) {
         the_back->receive(device, skb);
