@@ -25,13 +25,21 @@ struct socket_home {
 	/* *namelen: in its room, out its length; *flags: in those of the call, out those of the message */
 	long (*receive)(int fd, void *name, unsigned *namelen, void *data, unsigned size, int *flags);
 	int (*readable)(int fd, int milliseconds);
-	void (*deliver)(unsigned ifindex, unsigned vid, const unsigned char *frame, unsigned length);
+	/* flags: those of the frame's meta data */
+	void (*deliver)(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
+			unsigned length);
+	/* the last frame that has left by port 5001 since the last question: its length, or -1 after
+	 * that time */
+	long (*sent)(unsigned char *frame, unsigned size, int milliseconds);
+	/* the settings of UDLD: on, and what becomes of the frames of port 5001 */
+	void (*udld)(int on, int filter);
 	/* the newest line of the log since the last question, "<level> text", or "" */
 	const char *(*said)(void);
 	void (*rights)(int net_raw); /* of the caller */
 	void (*check)(int holds, const char *what, const char *detail);
 };
 
+/* Frames that the cases send come from 02:00:00:00:00:07. */
 #define CASE_PORT 5001u
 #define CASE_VLAN_INTERFACE 301u
 #define CASE_NOBODY 9999u
@@ -88,6 +96,9 @@ static inline void case_address(const struct family_case *family, unsigned ifind
 		memcpy(address + 20, &vid, sizeof(vid));
 }
 
+/* Data that begins with the header and a tag of VLAN 1, in place of `pull`. */
+#define CASE_TAGGED 1000u
+
 /* --- received frames ---------------------------------------------------------------------------- */
 
 struct receive_case {
@@ -100,8 +111,10 @@ struct receive_case {
 };
 
 #define SRC "020000000099"
+#define SRCEND "0000"  /* of its bytes, those that cfm does not clear */
 #define CLEAR16 "0000"
 #define PORT "89130000" /* 5001 */
+#define FILTERED 8u     /* the chip has picked the frame out */
 
 static const struct receive_case receive_cases[] = {
 	{ 46, "an LACPDU", "0180c2000002" SRC "8809 0102", "0180c2000002" SRC PORT, 14, 46 },
@@ -119,10 +132,21 @@ static const struct receive_case receive_cases[] = {
 	  "0180c2000000" SRC "88cc" CLEAR16 PORT "0100" "0000000000000000000000000000", 0, 60 },
 	{ 53, "LLDP in SNAP", "0180c200000e" SRC "002e aaaa0300000088cc",
 	  "0180c200000e" SRC "002e" CLEAR16 PORT "0100" "0000000000000000000000000000", 0, 60 },
+	{ 54, "ring protection, with a tag of its VLAN", "00e02b000004" SRC "8899 0102",
+	  "00e02b000004" SRC "8100" CLEAR16 PORT "0100" "0000000000000000000000000000",
+	  CASE_TAGGED, 64 },
 	{ 55, "a loop test frame", "020000000001" SRC "9000 01",
 	  "020000000001" SRC "9000" CLEAR16 PORT "0100" "020000000001" SRC "9000", 14, 46 },
 	{ 57, "our own loop detection frame", "0000f4277101" "@own@" "8899 01",
 	  "0000f4277101" "@own@" "8899" CLEAR16 PORT "0100" "0000f4277101" "@own@" "8899", 14, 46 },
+	{ 61, "UDLD", "01000ccccccc" SRC "0020 aaaa0300000c0111",
+	  "01000ccccccc" SRC "0020" CLEAR16 PORT "0100" "01000ccccccc" SRC "0020", 14, 46 },
+	{ 66, "an untagged continuity check", "0180c2000030" SRC "8902 6001",
+	  "0180c2000030" SRC "8902" CLEAR16 PORT "0100" "0180" "000000000000" SRCEND "00000000", 14, 46 },
+	{ 66, "a tagged one", "0180c2000030" SRC "8100e001 8902 6001",
+	  "0180c2000030" SRC "8902" CLEAR16 PORT "01f0" "0180" "000000000000" SRCEND "00000000", 18, 42 },
+	{ 66, "a tagged ring frame", "0180c2000030" SRC "8100e001 8902 6028",
+	  "0180c2000030" SRC "8902" CLEAR16 PORT "01f0" "0180" "000000000000" SRCEND "00000000", 18, 42 },
 	{ 67, "fault detection", "000c250a8c01" SRC "aaaa 01", "000c250a8c01" SRC PORT, 14, 46 },
 	{ 69, "MRP", "01154e000001" SRC "88e3 01",
 	  "01154e000001" SRC "88e3" CLEAR16 PORT "0100" "01154e000001" SRC "88e3", 14, 46 },
@@ -169,12 +193,17 @@ static inline unsigned case_frame(const char *hex, unsigned char frame[256])
 	return length < 60 ? 60 : length;
 }
 
-static inline void case_deliver(const struct socket_home *home, const char *hex)
+static inline void case_deliver_flags(const struct socket_home *home, const char *hex, unsigned flags)
 {
 	unsigned char frame[256];
 	unsigned length = case_frame(hex, frame);
 
-	home->deliver(CASE_PORT, 1, frame, length);
+	home->deliver(CASE_PORT, 1, flags, frame, length);
+}
+
+static inline void case_deliver(const struct socket_home *home, const char *hex)
+{
+	case_deliver_flags(home, hex, 0);
 }
 
 /* One read, of a name and data with enough room. */
@@ -217,29 +246,47 @@ static inline void case_opening(const struct socket_home *home)
 
 /* --- receiving ---------------------------------------------------------------------------------- */
 
+/* What the data of the frame has to be. */
+static inline unsigned case_data(const struct receive_case *one, unsigned char data[300])
+{
+	static const unsigned char tag[4] = { 0x81, 0x00, 0x00, 0x01 };
+	unsigned char frame[256];
+
+	case_frame(one->frame, frame);
+	if (one->pull != CASE_TAGGED) {
+		memcpy(data, frame + one->pull, one->length);
+		return one->length;
+	}
+	memcpy(data, frame, 12);
+	memcpy(data + 12, tag, sizeof(tag));
+	memcpy(data + 16, frame + 12, one->length - 16);
+	return one->length;
+}
+
 static inline void case_addresses(const struct socket_home *home)
 {
+	home->udld(1, 1);
 	for (unsigned i = 0; i < RECEIVE_CASES; i++) {
 		const struct receive_case *one = &receive_cases[i];
-		unsigned char frame[256], expected[64], name[64], data[256];
-		unsigned namelen = sizeof(name);
-		unsigned size = case_bytes(one->address, expected);
+		unsigned char expected[64], name[64], data[256], expected_data[300];
+		unsigned namelen = sizeof(name), size = case_bytes(one->address, expected);
+		unsigned length = case_data(one, expected_data);
 		int flags = MSG_DONTWAIT, fd = home->open(one->family, SOCK_RAW, 0);
 		long result;
 
 		memset(name, 0xee, sizeof(name));
-		case_deliver(home, one->frame);
-		case_frame(one->frame, frame);
+		case_deliver_flags(home, one->frame, one->family == TARN_AF_CFM ? FILTERED : 0);
 		home->check(home->readable(fd, 0), "a frame wakes the socket", one->what);
 		result = home->receive(fd, name, &namelen, data, sizeof(data), &flags);
-		home->check(result == (long)one->length, "the data is as long", one->what);
-		home->check(result > 0 && memcmp(data, frame + one->pull, (size_t)result) == 0,
+		home->check(result == (long)length, "the data is as long", one->what);
+		home->check(result > 0 && memcmp(data, expected_data, (size_t)result) == 0,
 			    "the data is the frame's", one->what);
 		home->check(namelen == size, "the address is as long", one->what);
 		home->check(memcmp(name, expected, size) == 0, "the address is this", one->what);
 		home->check(!home->readable(fd, 0), "and that was all", one->what);
 		home->close(fd);
 	}
+	home->udld(0, 0);
 }
 
 static inline void case_reading(const struct socket_home *home)
@@ -395,6 +442,65 @@ static inline void case_send_checks(const struct socket_home *home)
 	}
 }
 
+struct send_case {
+	int family;
+	const char *what;
+	const char *address; /* hexadecimal */
+	const char *payload;
+	const char *frame; /* that leaves by the port; null: none does */
+	long result;
+};
+
+#define TO "0180c2000002"
+#define FROM "020000000007"
+#define IFINDEX(vid) TO FROM "00000000" PORT vid "0000" "00000000" "0000" "00" "00" "00000000"
+#define WHOLE "0180c2000009" FROM "8899 0102"
+
+static const struct send_case send_cases[] = {
+	{ 46, "an LACPDU", TO FROM PORT, "0102", TO FROM "8809 0102", 16 },
+	{ 46, "with room behind its address", TO FROM PORT "ffff", "0102", TO FROM "8809 0102", 16 },
+	{ 46, "of no data", TO FROM PORT, "", TO FROM "8809", 14 },
+	{ 48, "a BPDU", IFINDEX("0000"), "424203", TO FROM "0003 424203", 17 },
+	{ 50, "GVRP", IFINDEX("0000"), "424203", TO FROM "0003 424203", 17 },
+	{ 50, "GVRP to all but this port", "81" "80c2000021" FROM "00000000" PORT "0100" "0000"
+	  "00000000" "0000" "00" "00" "00000000", "424203", NULL, 17 },
+	{ 53, "LLDP", IFINDEX("0000"), "0207", TO FROM "88cc 0207", 16 },
+	{ 54, "ring protection", IFINDEX("0100"), WHOLE, WHOLE, 16 },
+	{ 55, "a loop test frame", IFINDEX("0000"), WHOLE, WHOLE, 16 },
+	{ 56, "any frame", IFINDEX("0100"), WHOLE, WHOLE, 16 },
+	{ 57, "loop detection", IFINDEX("0100"), WHOLE, WHOLE, 16 },
+	{ 61, "UDLD", IFINDEX("0000"), WHOLE, WHOLE, 16 },
+	{ 66, "a continuity check", IFINDEX("0000"), "6001", TO FROM "8902 6001", 16 },
+	{ 66, "with a priority alone", IFINDEX("00e0"), "6001", TO FROM "8902 6001", 16 },
+	{ 66, "with a tag", IFINDEX("05a0"), "6001", TO FROM "8100a005 8902 6001", 20 },
+	{ 67, "fault detection", TO FROM PORT, "01", TO FROM "aaaa 01", 15 },
+	{ 68, "IS-IS, whose length is short of its LLC", TO FROM PORT, "83", TO FROM "0001 fefe03 83", 18 },
+	{ 69, "MRP", IFINDEX("0000"), WHOLE, WHOLE, 16 },
+	{ 70, "PROFINET", IFINDEX("0000"), WHOLE, WHOLE, 16 },
+};
+
+static inline void case_sent_frames(const struct socket_home *home)
+{
+	for (unsigned i = 0; i < sizeof(send_cases) / sizeof(send_cases[0]); i++) {
+		const struct send_case *one = &send_cases[i];
+		unsigned char address[64], payload[64], expected[64], frame[2048];
+		unsigned namelen = case_bytes(one->address, address);
+		unsigned length = case_bytes(one->payload, payload);
+		int fd = home->open(one->family, SOCK_RAW, 0);
+		long size;
+
+		home->sent(frame, sizeof(frame), 0);
+		home->check(home->send(fd, address, namelen, payload, length) == one->result,
+			    "the frame's length is the answer", one->what);
+		size = home->sent(frame, sizeof(frame), one->frame ? 2000 : 20);
+		length = one->frame ? case_bytes(one->frame, expected) : 0;
+		home->check(size == (one->frame ? (long)length : -1), "a frame leaves by the port",
+			    one->what);
+		home->check(size < 0 || memcmp(frame, expected, length) == 0, "it is this", one->what);
+		home->close(fd);
+	}
+}
+
 static inline void case_frame_reads_nothing(const struct socket_home *home)
 {
 	unsigned char data[64], address[CASE_VLAN] = { 0 };
@@ -423,6 +529,7 @@ static const struct socket_case socket_cases[] = {
 	{ "a_slow_daemon", case_a_slow_daemon },
 	{ "frames_that_are_not_taken", case_not_taken },
 	{ "send_checks", case_send_checks },
+	{ "sent_frames", case_sent_frames },
 	{ "frame_reads_nothing", case_frame_reads_nothing },
 };
 

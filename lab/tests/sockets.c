@@ -1,6 +1,6 @@
 /* The sockets of the protocols, as any program opens them: the cases that the tests in a process run too. */
 #define _GNU_SOURCE
-#include "lab.h"
+#include "switch.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <linux/capability.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
 
 #include "socket_cases.h"
 
@@ -62,13 +64,71 @@ static int home_readable(int fd, int milliseconds)
 	return poll(&one, 1, milliseconds) == 1 && (one.revents & POLLIN);
 }
 
-static void home_deliver(unsigned ifindex, unsigned vid, const unsigned char *frame, unsigned length)
+static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
+			 unsigned length)
 {
 	char hex[1024];
 
 	for (unsigned i = 0; i < length; i++)
 		snprintf(hex + 2 * i, 3, "%02x", frame[i]);
-	if (lab_command("frames 1 %u %u 0 %s", ifindex, vid, hex) != 0)
+	if (lab_command("frames 1 %u %u 0 %u %s", ifindex, vid, flags, hex) != 0)
+		lab_failures++;
+}
+
+static int tap = -1; /* at the other end of the port's cable */
+
+static int is_from_a_daemon(const unsigned char *frame)
+{
+	static const unsigned char from[6] = { 2, 0, 0, 0, 0, 7 };
+
+	return memcmp(frame + 6, from, sizeof(from)) == 0;
+}
+
+/* The receiving device takes the tag off and tells it beside the frame. */
+static long put_tag_back(struct msghdr *msg, unsigned char *frame, long length)
+{
+	struct tpacket_auxdata aux;
+	unsigned char tag[4] = { 0x81, 0x00 };
+
+	for (struct cmsghdr *one = CMSG_FIRSTHDR(msg); one; one = CMSG_NXTHDR(msg, one)) {
+		if (one->cmsg_level != SOL_PACKET || one->cmsg_type != PACKET_AUXDATA)
+			continue;
+		memcpy(&aux, CMSG_DATA(one), sizeof(aux));
+		if (!(aux.tp_status & TP_STATUS_VLAN_VALID))
+			return length;
+		tag[2] = (unsigned char)(aux.tp_vlan_tci >> 8);
+		tag[3] = (unsigned char)aux.tp_vlan_tci;
+		memmove(frame + 16, frame + 12, (size_t)length - 12);
+		memcpy(frame + 12, tag, sizeof(tag));
+		return length + 4;
+	}
+	return length;
+}
+
+static long home_sent(unsigned char *frame, unsigned size, int milliseconds)
+{
+	struct pollfd one = { .fd = tap, .events = POLLIN };
+	unsigned char bytes[2048];
+	char control[256];
+	long found = -1;
+
+	while (poll(&one, 1, found < 0 ? milliseconds : 0) == 1) {
+		struct iovec buffer = { bytes, sizeof(bytes) - 4 };
+		struct msghdr msg = { .msg_iov = &buffer, .msg_iovlen = 1, .msg_control = control,
+				      .msg_controllen = sizeof(control) };
+		long length = recvmsg(tap, &msg, MSG_DONTWAIT);
+
+		if (length < 14 || length + 4 > (long)size || !is_from_a_daemon(bytes))
+			continue;
+		found = put_tag_back(&msg, bytes, length);
+		memcpy(frame, bytes, (size_t)found);
+	}
+	return found;
+}
+
+static void home_udld(int on, int filter)
+{
+	if (lab_command("udld %u %d %d", CASE_PORT, on, filter) != 0)
 		lab_failures++;
 }
 
@@ -135,6 +195,8 @@ static const struct socket_home home = {
 	.receive = home_receive,
 	.readable = home_readable,
 	.deliver = home_deliver,
+	.sent = home_sent,
+	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,
 	.check = home_check,
@@ -169,7 +231,7 @@ static void a_reader_is_woken(void)
 		_exit(recv(fd, data, sizeof(data), 0) == 46 ? 0 : 1);
 	}
 	usleep(200000);
-	home_deliver(CASE_PORT, 1, frame, length);
+	home_deliver(CASE_PORT, 1, 0, frame, length);
 	waitpid(child, &status, 0);
 	CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0, "a reader that waits is woken");
 	close(fd);
@@ -180,7 +242,7 @@ static void read_needs_no_name(void)
 	unsigned char frame[256], data[256];
 	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0);
 
-	home_deliver(CASE_PORT, 1, frame, case_frame(LACPDU, frame));
+	home_deliver(CASE_PORT, 1, 0, frame, case_frame(LACPDU, frame));
 	CHECK(read(fd, data, sizeof(data)) == 46, "read() will do");
 	close(fd);
 }
@@ -202,11 +264,37 @@ static void what_no_family_has(void)
 	close(fd);
 }
 
+/* Port 5001 gets a cable, whose other end is in a namespace that says little itself. */
+static int plug_in(void)
+{
+	int far, on = 1;
+
+	lab_load("tarn_chip");
+	far = net_namespace();
+	CHECK(net_pair("s1", "t1", far) == 0 && net_up(NET_HERE, "s1", 1) == 0 &&
+		      net_up(far, "t1", 1) == 0 && chip("port 5001 s1\nvlan 5001 1 untagged\n") == 0 &&
+		      lab_command("stp 5001 3") == 0,
+	      "the port has a cable");
+	tap = net_tap(far, "t1", ETH_P_ALL);
+	CHECK(setsockopt(tap, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0,
+	      "which is listened to");
+	return far;
+}
+
+static void unplug(int far)
+{
+	CHECK(chip("noport 5001\n") == 0 && lab_command("stp 5001 0") == 0 &&
+		      net_delete(NET_HERE, "s1") == 0, "the cable is gone");
+	close(tap);
+	close(far);
+}
+
 int main(void)
 {
-	int limit;
+	int limit, far;
 
 	lab_setup();
+	far = plug_in();
 	limit = open("/proc/sys/kernel/printk_devkmsg", O_WRONLY | O_CLOEXEC);
 	CHECK(write(limit, "on\n", 3) == 3, "the log takes any number of marks");
 	close(limit);
@@ -224,5 +312,6 @@ int main(void)
 	a_reader_is_woken();
 	read_needs_no_name();
 	what_no_family_has();
+	unplug(far);
 	return lab_result();
 }

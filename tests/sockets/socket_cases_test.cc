@@ -1,6 +1,8 @@
 // The cases that both homes share, in a process.
 #include "sockets/socket_test.h"
 
+#include "sockets/sockets.h"
+
 #include "../../lab/tests/socket_cases.h"
 
 namespace {
@@ -51,8 +53,23 @@ public:
             *namelen = msg.msg_namelen;
         return result;
     }
-    static void deliver_one(unsigned ifindex, unsigned vid, const u8 *frame, unsigned length) {
-        current->receive(Bytes(frame, frame + length), {.port = ifindex - 5000, .vid = vid});
+    static void deliver_one(unsigned ifindex, unsigned vid, unsigned flags, const u8 *frame,
+                            unsigned length) {
+        Arrival arrival{.port = ifindex - 5000, .vid = vid};
+        arrival.meta.flags = flags;
+        current->receive(Bytes(frame, frame + length), arrival);
+    }
+    static long sent_last(u8 *frame, unsigned size, int) {
+        auto sent = std::exchange(current->driver().sent, {});
+        if (sent.empty())
+            return -1;
+        const Bytes &bytes = sent.back().bytes;
+        std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), size), frame);
+        return static_cast<long>(bytes.size());
+    }
+    static void set_udld(int on, int filter) {
+        tarn_udld_enable(static_cast<u8>(on));
+        tarn_udld_set_hw_filter(CASE_PORT, static_cast<u8>(filter));
     }
     static const char *said_last() {
         std::vector<std::string> lines = current->log();
@@ -70,6 +87,8 @@ TEST_P(SocketCases, holds) {
         .readable = [](int fd,
                        int wait) { return int{userlevel::socket_poll(at(fd), POLLIN, wait)}; },
         .deliver = deliver_one,
+        .sent = sent_last,
+        .udld = set_udld,
         .said = said_last,
         .rights = [](int net_raw) { userlevel::socket_caller(net_raw != 0, true); },
         .check = [](int good, const char *what,
