@@ -13,6 +13,7 @@
 #include "netdev.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <shared_mutex>
@@ -44,6 +45,8 @@ notifier_block *chain = nullptr;
 std::shared_mutex transmitting;
 
 const netdev_back *the_back = nullptr;
+
+std::atomic<packet_type *> packet_types = nullptr; // grows at its head, and only grows
 
 // The kernel tells of a changed carrier from a work item of its own.
 std::mutex changed_mutex;
@@ -133,6 +136,18 @@ int open_or_stop(net_device *device, bool up) {
     if (result == 0)
         device->opened = up;
     return result;
+}
+
+// Each gets a hold of its own on the frame.
+void offer_to_packet_types(sk_buff *skb) {
+    for (packet_type *type = packet_types; type; type = type->next) {
+        if (type->ethertype != skb->protocol)
+            continue;
+        __atomic_fetch_add(&skb->users, 1, __ATOMIC_RELAXED);
+        local_bh_disable();
+        type->handler(skb, skb->dev, type, skb->dev);
+        local_bh_enable();
+    }
 }
 
 int change_flags(net_device *device, u32 flags, bool tell_back) {
@@ -401,8 +416,15 @@ u16 eth_type_trans(sk_buff *skb, net_device *device) {
     return type;
 }
 
+void dev_add_pack(packet_type *type) {
+    type->next = packet_types;
+    while (!packet_types.compare_exchange_weak(type->next, type)) {
+    }
+}
+
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
+    offer_to_packet_types(skb);
     skb_push(skb, skb->link_header);
     if (the_back && device->back) {
         the_back->receive(device, skb);

@@ -197,4 +197,16 @@ bool netdev_in_init_net(const net_device *device);
 
 extern "C" int register_netdevice_notifier(notifier_block *block);
 
+// --- frames that the IP stack takes --------------------------------------------------------------
+
+// Who gets the received frames of an Ethernet type (network order) too, from softirq, without their
+// Ethernet header. Has static storage. The handler ends the frame; others may hold it as well.
+struct packet_type;
+using packet_handler = i32 (*)(sk_buff *skb, net_device *device, packet_type *type,
+                               net_device *original);
+void packet_type_init(packet_type *type, u16 ethertype, packet_handler handler);
+u16 packet_type_type(const packet_type *type);
+
+extern "C" void dev_add_pack(packet_type *type);
+
 #include "home/netdev.h"

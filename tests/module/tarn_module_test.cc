@@ -59,6 +59,7 @@ struct Row {
     const char *name;
     u32 skip;
     bool enabled, posts, modifies_rx, modifies_tx;
+    u32 replication = STACK_REPL_DEFAULT;
 };
 
 constexpr u32 ALL_L3 = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6;
@@ -67,10 +68,23 @@ const Row CATALOGUE[] = {
     {3, "remote-mirror", 0, false, false, false, false},
     {7, "l2drop", 0, true, false, false, false},
     {11, "pbrMark", 0, true, false, true, false},
+    {14, "testd", SKIP_IPV4, true, true, false, false},
+    {16, "befd", ALL_L3, true, true, false, false},
+    {17, "stp", ALL_L3, true, true, false, false, STACK_REPL_STP},
+    {18, "lacp", ALL_L3, true, true, false, false, STACK_REPL_LACP},
+    {19, "lldp", ALL_L3, true, true, false, false},
+    {20, "udld", ALL_L3, true, true, false, false},
+    {21, "ryke", SKIP_ARP, true, true, false, true, STACK_REPL_RYKE},
+    {22, "mrp", ALL_L3, true, true, false, false, STACK_REPL_MRP},
+    {23, "profinet", ALL_L3, true, true, false, false, STACK_REPL_PROFINET},
+    {24, "cfm", ALL_L3, true, true, false, false, STACK_REPL_CFM},
+    {25, "isis", ALL_L3, false, true, true, false, STACK_REPL_ISIS},
     {26, "grasp", SKIP_ARP | SKIP_IPV4, true, false, false, false},
     {28, "dos", 0, true, true, false, false},
+    {29, "ldf", ALL_L3, true, true, false, false},
     {30, "l3drop", 0, false, false, false, true},
     {31, "filterMatchCpuCode", 0, true, false, true, false},
+    {34, "garp", ALL_L3, true, true, false, false},
     {37, "pim", SKIP_ARP, true, false, false, false},
     {38, "vrrp", SKIP_ARP, true, false, false, false},
     {47, "pppoe", ALL_L3, true, false, false, false},
@@ -91,7 +105,7 @@ TEST(Start, fills_the_catalogue) {
         EXPECT_STREQ(redirect->name, row.name);
         EXPECT_EQ(redirect->skip_protocols, row.skip) << row.name;
         EXPECT_EQ(redirect->enabled, row.enabled) << row.name;
-        EXPECT_EQ(redirect->stack_repl_type, STACK_REPL_DEFAULT) << row.name;
+        EXPECT_EQ(redirect->stack_repl_type, row.replication) << row.name;
         EXPECT_EQ(redirect->post != tarn_pkt_packet_post_dummy, row.posts) << row.name;
         EXPECT_EQ(redirect->modify_rx != nullptr, row.modifies_rx) << row.name;
         EXPECT_EQ(redirect->modify_tx != nullptr, row.modifies_tx) << row.name;
@@ -113,9 +127,10 @@ TEST(Start, registers_in_the_order_of_the_start_sequence) {
     std::vector<std::string> names;
     for (auto &[serial, name] : started)
         names.push_back(name);
-    EXPECT_THAT(names, ElementsAre("vrrp", "pim", "pppoe", "orvo-bridge", "remote-mirror", "l2drop",
-                                   "l3drop", "filterMatchCpuCode", "pbrMark", "dos", "grasp",
-                                   "vlan_local", "ptp"));
+    EXPECT_THAT(names, ElementsAre("lacp", "stp", "garp", "ryke", "ldf", "lldp", "testd", "udld",
+                                   "vrrp", "pim", "pppoe", "orvo-bridge", "remote-mirror", "l2drop",
+                                   "l3drop", "filterMatchCpuCode", "pbrMark", "dos", "cfm", "befd",
+                                   "isis", "mrp", "profinet", "grasp", "vlan_local", "ptp"));
 }
 
 TEST(Start, redirects_are_there_before_the_database) {

@@ -213,7 +213,8 @@ TEST_F(Registry, modify_rx_counters_print_one_line_each) {
     redirect("pbrMark").modify_rx_inspects = 3;
     redirect("filterMatchCpuCode").modify_rx_inspects = 4;
     EXPECT_EQ(counters(REDIRECT_COUNTERS_MODIFY_RX), "filterMatchCpuCode_modify_rx_inspects: 4\n"
-                                                     "pbrMark_modify_rx_inspects: 3\n");
+                                                     "pbrMark_modify_rx_inspects: 3\n"
+                                                     "isis_inspects: 0 DISABLED\n");
     enable_redirect(11, 0);
     redirect("pbrMark").inspects = 9;
     EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_RX), HasSubstr("pbrMark_inspects: 9 DISABLED\n"));
@@ -229,6 +230,7 @@ TEST_F(Registry, modify_tx_counters_print_one_line_each) {
     redirect("orvo-bridge").modify_tx_inspects = 5;
     redirect("l3drop").inspects = 6;
     EXPECT_EQ(counters(REDIRECT_COUNTERS_MODIFY_TX), "orvo-bridge_modify_tx_inspects: 5\n"
+                                                     "ryke_modify_tx_inspects: 0\n"
                                                      "l3drop_inspects: 6 DISABLED\n");
 }
 

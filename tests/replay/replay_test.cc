@@ -144,10 +144,10 @@ TEST_F(Replay, prints_one_json_object_a_line) {
 }
 
 TEST_F(Replay, names_who_stopped_a_frame_only_where_somebody_did) {
-    Result result = replay(file(pcap({frame(host, 0x9000)})), "--json");
+    Result result = replay(file(pcap({frame(host, 0x88B5)})), "--json");
     EXPECT_EQ(
         result.output,
-        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x9000","fate":"unclaimed",)"
+        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x88b5","fate":"unclaimed",)"
         R"("chain":[],"sent":[],"kernel":[],"sockets":[]})"
         "\n");
 }
@@ -411,7 +411,7 @@ TEST_F(Replay, a_wrong_line_of_the_batch_is_told_by_its_number) {
 }
 
 TEST_F(Replay, the_metadata_can_be_set) {
-    fs::path path = file(pcap({frame(host, 0x9000)}));
+    fs::path path = file(pcap({frame(host, 0x88B5)}));
     EXPECT_THAT(replay_json(path, "--flags 8")[0]["chain"], IsEmpty());
     auto lines = replay_json(path, "--flags 8 --code 10");
     EXPECT_EQ(lines[0]["by"], "filterMatchCpuCode");
@@ -423,7 +423,7 @@ TEST_F(Replay, the_metadata_can_be_set) {
 }
 
 TEST_F(Replay, shows_all_who_were_asked) {
-    Result result = replay(file(pcap({frame(host, 0x9000)})), "--verbose");
+    Result result = replay(file(pcap({frame(host, 0x88B5)})), "--verbose");
     EXPECT_THAT(result.output,
                 AllOf(HasSubstr("slot 49 vlan_local           no\n"),
                       HasSubstr("slot 47 pppoe                no\n"), Not(HasSubstr("ptp"))));
@@ -455,7 +455,7 @@ TEST_F(Replay, the_projects_own_capture_shows_every_kind_of_frame) {
     for (const json &line : lines)
         fates.push_back(line.contains("by") ? line["by"].get<std::string>() : "-");
     EXPECT_THAT(fates, ElementsAre("-", "l2drop", "l2drop", "l2drop", "-", "-", "-", "vrrp",
-                                   "pppoe", "grasp", "-", "-", "-", "-", "-", "-", "-"));
+                                   "pppoe", "grasp", "-", "-", "-", "lacp", "-", "-", "-"));
     EXPECT_EQ(lines[6]["chain"][0]["name"], "pim");
     EXPECT_EQ(lines[11]["chain"][0]["name"], "dos");
     EXPECT_EQ(lines[4]["vid"], 10);
