@@ -5,9 +5,12 @@
 #pragma once
 
 #include "kernel/seq.h"
+#include "kernel/trace.h"
 #include "kernel/types.h"
 
 #include <array>
+#include <functional>
+#include <list>
 #include <map>
 #include <span>
 #include <string>
@@ -98,6 +101,22 @@ struct skb_ends {
     u64 irq;      // __dev_kfree_skb_irq
 };
 skb_ends skbs_ended(); // since the start of the process
+
+// --- the chain of redirects, watched -----------------------------------------------------------
+
+// Told of each event while the object lives, on the thread of the frame: one at a time. It may not
+// come or go from within, and should be quick.
+using trace_watcher = std::function<void(const redirect_event &event)>;
+class trace_watch {
+public:
+    explicit trace_watch(trace_watcher watcher);
+    ~trace_watch();
+    trace_watch(const trace_watch &) = delete;
+    trace_watch &operator=(const trace_watch &) = delete;
+
+private:
+    std::list<trace_watcher>::iterator at_;
+};
 
 // --- work --------------------------------------------------------------------------------------
 

@@ -41,7 +41,11 @@ struct tarn_rx_meta {
 };
 
 /* Bits of tarn_rx_meta.flags. */
+#define TARN_RX_NEW_SOURCE 0x001u   /* the source address is new to the chip */
+#define TARN_RX_MOVED_SOURCE 0x002u /* the source address was behind another port */
+#define TARN_RX_NO_LEARNING 0x004u  /* addresses of this frame are not to be learned */
 #define TARN_RX_FILTER_MATCH 0x008u /* a filter rule of the chip matched */
+#define TARN_RX_DESTINATION 0x010u  /* the destination address is to be reported */
 #define TARN_RX_SUBNET_VLAN 0x020u  /* subnet VLAN lookup wanted */
 #define TARN_RX_DOS 0x040u          /* denial-of-service match, reason in extra */
 #define TARN_RX_POLICY_ROUTE 0x080u /* policy route mark in extra */

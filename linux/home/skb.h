@@ -40,6 +40,8 @@ inline u32 skb_mark(const sk_buff *skb) {
 inline void skb_set_mark(sk_buff *skb, u32 mark) {
     home::field<u32>(skb, TARN_SKB_MARK) = mark;
 }
+// A stock kernel keeps no bit for it and its IP stack does not ask.
+inline void skb_set_icmp_trapped(sk_buff *) {}
 inline u32 skb_priority(const sk_buff *skb) {
     return home::field<u32>(skb, TARN_SKB_PRIORITY);
 }

@@ -37,6 +37,7 @@ bool skb_is_linear(const sk_buff *skb); // all of skb_len lies at skb_data
 u8 *skb_cb(sk_buff *skb);
 u32 skb_mark(const sk_buff *skb);
 void skb_set_mark(sk_buff *skb, u32 mark);
+void skb_set_icmp_trapped(sk_buff *skb); // for an IP stack that asks: a rule on ICMP trapped it
 u32 skb_priority(const sk_buff *skb);
 void skb_set_protocol(sk_buff *skb, u16 protocol); // network order
 net_device *skb_dev(const sk_buff *skb);

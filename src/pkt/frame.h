@@ -21,6 +21,7 @@ inline constexpr u32 VLAN_TYPE_OFFSET = 16;
 // EtherType numbers (IEEE registry).
 inline constexpr u16 ETH_P_IP = 0x0800;
 inline constexpr u16 ETH_P_ARP = 0x0806;
+inline constexpr u16 ETH_P_RARP = 0x8035;
 inline constexpr u16 ETH_P_8021Q = 0x8100;
 inline constexpr u16 ETH_P_IPV6 = 0x86DD;
 inline constexpr u16 ETH_P_PPP_DISC = 0x8863;
@@ -63,6 +64,11 @@ struct frame_bytes {
             if (byte(offset + i) != static_cast<const u8 *>(what)[i])
                 return false;
         return true;
+    }
+
+    // Where the header of the type begins: behind a tag, if there is one.
+    u32 payload_offset() const {
+        return be16(ETH_TYPE_OFFSET) == ETH_P_8021Q ? ETH_HLEN + VLAN_HLEN : ETH_HLEN;
     }
 
     // The type word, or the one behind a tag.

@@ -6,6 +6,7 @@
 #include "kernel/memory.h"
 #include "kernel/once.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_explain.h"
 #include "pkt/pkt_flood.h"
 #include "pkt/pkt_post.h"
 #include "pkt/pkt_redirect.h"
@@ -181,9 +182,19 @@ void _stop(packet_redirect *redirect, tarn_pkt_info *info, const redirect_instru
     count_up(redirect->stop_reasons[reason]);
 }
 
-} // namespace
+// Refused: an instruct that does not stop is forgotten; one that does leaves the frame with the
+// driver.
+bool _end_refused(packet_redirect *redirect, redirect_instruct *instruct) {
+    if (instruct->pre_post_arg)
+        _pre_post(redirect, nullptr, instruct);
+    bool stops = instruct->flags & REDIRECT_STOP;
+    *instruct = {};
+    return stops;
+}
 
-u32 tarn_pkt_chain(tarn_pkt_info *info) {
+// One text for frames that are watched and for all others, who pay nothing for it.
+template <bool Watched>
+u32 _walk(tarn_pkt_info *info) {
     sk_buff *const given = info->skb;
     const u32 frame_class = _frame_class(info->ethertype);
     redirect_instruct instruct{};
@@ -196,18 +207,18 @@ u32 tarn_pkt_chain(tarn_pkt_info *info) {
             continue;
         count_up(redirect->inspects);
         redirect->match(info, &instruct);
+        if constexpr (Watched)
+            pkt_explain_decision(info, *slot, &instruct);
         if (instruct.flags == 0)
             continue;
 
         if (_refused(redirect, instruct.flags)) {
-            if (instruct.pre_post_arg)
-                _pre_post(redirect, nullptr, &instruct);
-            if (instruct.flags & REDIRECT_STOP) {
-                tarn_ifmgr_if_ref_put(info->vlan_if);
-                return 1;
-            }
-            instruct = {};
-            continue;
+            if constexpr (Watched)
+                pkt_explain_end(info, "refused: what was asked for cannot be done together");
+            if (!_end_refused(redirect, &instruct))
+                continue;
+            tarn_ifmgr_if_ref_put(info->vlan_if);
+            return 1;
         }
 
         u32 result = _carry_out(redirect, info, &instruct);
@@ -220,9 +231,21 @@ u32 tarn_pkt_chain(tarn_pkt_info *info) {
         return result;
     }
 
+    if constexpr (Watched)
+        pkt_explain_end(info, "nobody stopped it");
     // The frame as the driver handed it in, on purpose: a post that does not stop never replaces
     // it.
     __dev_kfree_skb_irq(given, SKB_REASON_DROPPED);
     tarn_ifmgr_if_ref_put(info->vlan_if);
     return info->result;
+}
+
+} // namespace
+
+u32 tarn_pkt_chain(tarn_pkt_info *info) {
+    if (!trace_redirect_wanted()) [[likely]]
+        return _walk<false>(info);
+    redirect_why why{};
+    info->why = &why;
+    return _walk<true>(info);
 }

@@ -3,6 +3,7 @@
 //   tarn_rx_meta        from the driver (tarn/rxtx_hw.h)
 //   tarn_rx_modify      handed to modify_rx hooks, before classification
 //   tarn_pkt_info       the classification, argument of every match
+//   redirect_why        what a match tells of its reasons
 //   redirect_instruct   what a match decided
 //   tarn_post_info      handed to post hooks
 //
@@ -23,6 +24,14 @@ struct tarn_rx_modify {
     u32 rx_vid;
     u32 vid;
     u32 flood_except[2];
+};
+
+// Why a redirect decided as it did, for whoever watches frames on their way (pkt/pkt_explain.h).
+struct redirect_why {
+    const char *rule;   // what decided, in words; null: the decision says it all
+    const char *number; // what was measured against a limit; null: nothing was
+    u32 measured;
+    u32 limit;
 };
 
 struct tarn_pkt_info {
@@ -68,6 +77,7 @@ struct tarn_pkt_info {
     u32 result;      // of a chain that no redirect stopped: always 0
     u8 local;
     u8 local_post_kernel;
+    redirect_why *why; // for a match to fill; null while nobody watches
 };
 
 enum redirect_flag : u32 {

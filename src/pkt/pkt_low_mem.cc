@@ -12,7 +12,6 @@ constinit u32 tarn_pkt_low_mem_normal_return = 0;
 namespace {
 
 constexpr u32 _RECOUNT_FRAMES = 1024;
-constexpr u32 _THRESHOLD = 0x1400000; // bytes: 20 MiB
 constexpr u32 _PAGE_SHIFT = 12;
 
 constinit u32 low_mem_pkt_count = 0;
@@ -45,12 +44,16 @@ u8 tarn_pkt_low_mem(u32 frame_length) {
         estimate -= frame_length;
         write_once(low_mem_free_estimate, estimate);
     }
-    if (frames <= _RECOUNT_FRAMES && estimate >= _THRESHOLD)
+    if (frames <= _RECOUNT_FRAMES && estimate >= TARN_PKT_LOW_MEM_BYTES)
         return _normal();
 
     u32 free_bytes = _count_free();
     write_once(low_mem_free_estimate, free_bytes);
     if (frames > _RECOUNT_FRAMES)
         write_once(low_mem_pkt_count, 0);
-    return free_bytes < _THRESHOLD ? 1 : _normal();
+    return free_bytes < TARN_PKT_LOW_MEM_BYTES ? 1 : _normal();
+}
+
+u32 tarn_pkt_low_mem_estimate() {
+    return read_once(low_mem_free_estimate);
 }

@@ -5,6 +5,7 @@
 #include "kernel/once.h"
 #include "pkt/pkt_calls.h"
 #include "pkt/pkt_debug.h"
+#include "pkt/pkt_explain.h"
 #include "pkt/pkt_redirect.h"
 
 constinit u32 slave_only_debug_override = 0;
@@ -145,13 +146,16 @@ u32 tarn_pkt_process(sk_buff *skb, tarn_if *ifp, u32 vid, const tarn_rx_meta *me
         return tarn_pkt_chain(&info);
     }
 
-    if (!ifp)
+    if (!ifp) {
+        pkt_explain_unclassified(skb, nullptr, vid, "no interface has the number it came from");
         return _drop(skb);
+    }
     if (read_once(tarn_pkt_debug) && meta->debug)
         tarn_pkt_debug_rx(ifp, skb, vid, meta);
     if (!_is_port(ifp)) {
         pr_crit("Packet rx'ed with no logical port. Should not be possible. ifindex %d\n",
                 static_cast<i32>(ifp->ifindex));
+        pkt_explain_unclassified(skb, ifp, vid, "the interface it came from is no port");
         return _drop(skb);
     }
     _prepare_port(&info, skb, ifp, vid, meta);

@@ -25,6 +25,11 @@ u32 tarn_pkt_process(sk_buff *skb, tarn_if *ifp, u32 vid, const tarn_rx_meta *me
 // Fills the fields from `ethertype` to `udp_dport` from info->skb.
 void tarn_pkt_parse(tarn_pkt_info *info);
 
+// Memory is short with fewer bytes free than this: 20 MiB.
+inline constexpr u32 TARN_PKT_LOW_MEM_BYTES = 0x1400000;
+// Bytes that were last seen free, less what came since.
+u32 tarn_pkt_low_mem_estimate();
+
 // Counts a frame of that length against the memory that was last seen free: 1 when memory is short.
 u8 tarn_pkt_low_mem(u32 frame_length);
 

@@ -3,9 +3,15 @@
 
 #include "pkt/pkt_info.h"
 
+// Tells what of a frame does not pass.
+void gate_explain(const tarn_pkt_info *info);
+
 // Whether a frame may be classified at all: not from a VLAN that is disabled on the port, nor from
 // ourselves, nor while memory is short, nor past an ingress filter.
 inline bool gate_passes(const tarn_pkt_info *info) {
-    return !info->vlan_port_disabled && !info->src_mac_is_own && !info->low_mem &&
-           (info->vlan_member_ok || !info->ingress_filter);
+    bool passes = !info->vlan_port_disabled && !info->src_mac_is_own && !info->low_mem &&
+                  (info->vlan_member_ok || !info->ingress_filter);
+    if (!passes) [[unlikely]]
+        gate_explain(info);
+    return passes;
 }

@@ -1,6 +1,31 @@
+// "icmpCpucode": tells the IP stack which frames the chip's rule on ICMP has trapped. Decides
+// nothing itself.
+#include "kernel/skb.h"
+#include "pkt/pkt_redirect.h"
 #include "redirects/redirects.h"
 
-// Marks on trapped ICMP: takes effect when it lands; nothing is registered until then.
-i32 tarn_icmp_cpucode_init() {
+namespace {
+
+constexpr u32 _SLOT = 4;
+constexpr u32 _ICMP_CODE = 2;
+
+i32 tarn_icmp_cpucode_dummy_match(tarn_pkt_info *, redirect_instruct *) {
     return 0;
+}
+
+void icmp_cpucode_modify_packet(tarn_rx_modify *, const tarn_rx_meta *meta, tarn_if *,
+                                sk_buff *skb) {
+    if (meta->code == _ICMP_CODE)
+        skb_set_icmp_trapped(skb);
+}
+
+} // namespace
+
+i32 tarn_icmp_cpucode_init() {
+    packet_redirect record{.name = "icmpCpucode",
+                           .match = tarn_icmp_cpucode_dummy_match,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .modify_rx = icmp_cpucode_modify_packet,
+                           .skip_protocols = SKIP_ARP};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -1,6 +1,48 @@
+// "rarp": what becomes of RARP (RFC 903).
+#include "pkt/frame.h"
+#include "pkt/pkt_redirect.h"
+#include "redirects/gate.h"
 #include "redirects/redirects.h"
 
-// What becomes of RARP: takes effect when it lands; nothing is registered until then.
-i32 tarn_rarp_init() {
+namespace {
+
+constexpr u32 _SLOT = 46;
+
+enum _reason : u32 {
+    _GATE = 1,
+    _FOR_MASTER = 2,
+    _TO_KERNEL = 3,
+    _NO_L3_INTERFACE = 4,
+};
+
+i32 tarn_rarp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (info->ethertype != ETH_P_RARP)
+        return 0;
+    instruct->flags |= REDIRECT_STOP;
+    if (!gate_passes(info)) {
+        instruct->reason = _GATE;
+        return 0;
+    }
+    if (info->slave_only) {
+        instruct->flags |= REDIRECT_STACK_REPLICATE;
+        instruct->reason = _FOR_MASTER;
+        return 0;
+    }
+    if (!info->l3_if) {
+        instruct->reason = _NO_L3_INTERFACE;
+        return 0;
+    }
+    instruct->flags |= REDIRECT_POST_KERNEL;
+    instruct->reason = _TO_KERNEL;
     return 0;
+}
+
+} // namespace
+
+i32 tarn_rarp_init() {
+    packet_redirect record{.name = "rarp",
+                           .match = tarn_rarp_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -32,9 +32,10 @@ i32 tarn_ptp_init();                  // ptp.cc
 // rmirror.cc: makes a VLAN a remote mirror VLAN, or takes that back. -EINVAL above 4094.
 i32 tarn_rmirror_set_mirror_vlan(u32 vid, bool mirror);
 
-// mcdrop.cc: unregistered multicast.
+// mc_throttle.cc: how many frames of unregistered multicast a second; 0: no limit.
 void tarn_update_mcast_limits(u32 limit);
-// Groups that are flooded in a VLAN of a FIB; addresses as in a packet.
+
+// flooding_group.cc: groups that are flooded in a VLAN of a FIB; addresses as in a packet.
 i32 tarn_mcdrop_flooding_group_add(u32 fib_id, u16 vid, u32 group);
 i32 tarn_mcdrop_flooding_group_remove(u32 fib_id, u16 vid, u32 group);
 i32 tarn_mcdrop_flooding_group_flush();

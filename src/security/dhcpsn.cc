@@ -1,3 +1,4 @@
+#include "redirects/redirect_calls.h"
 #include "security/security.h"
 
 // DHCP frames to the snooping daemon: takes effect when it lands; nothing is registered until then.
@@ -34,4 +35,9 @@ i32 dhcpsn_trust_port_set(u32, bool) {
 
 i32 dhcpsn_arpsec_action_set(u32, u32) {
     return 0;
+}
+
+// Until then nothing is checked against the leases.
+bool dhcpsn_arpsec_enabled() {
+    return false;
 }

@@ -7,6 +7,7 @@ struct tarn_if;
 
 i32 tarn_l2_drop_init();     // l2_drop.cc
 i32 tarn_l2_fdb_drop_init(); // l2_fdb_drop.cc
+i32 tarn_l2_mac_init();      // l2_mac.cc; the start does not call it
 i32 tarn_vlan_xlate_init();  // vlan_xlate.cc
 i32 tarn_vlan_stack_init();  // vlan_stack.cc
 i32 tarn_vxlan_sock_init();  // vxlan.cc

@@ -1,3 +1,4 @@
+#include "redirects/redirect_calls.h"
 #include "vlan/vlan.h"
 
 // The subnet VLAN classifier takes effect when it lands; until then no frame is classified.
@@ -7,4 +8,8 @@ i32 tarn_subnet_vlan_add(tarn_if *, u16, u32, u8) {
 
 i32 tarn_subnet_vlan_delete(tarn_if *, u16, u32, u8) {
     return 0;
+}
+
+bool tarn_subnet_vlan_wa_match(u32, u16 *, tarn_if *) {
+    return false;
 }

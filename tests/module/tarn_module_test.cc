@@ -60,13 +60,18 @@ struct Row {
     u32 skip;
     bool enabled, posts, modifies_rx, modifies_tx;
     u32 replication = STACK_REPL_DEFAULT;
+    bool rewrites = false; // has a pre_post_modify
 };
 
 constexpr u32 ALL_L3 = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6;
 const Row CATALOGUE[] = {
     {0, "orvo-bridge", 0, true, false, false, true},
     {3, "remote-mirror", 0, false, false, false, false},
+    {4, "icmpCpucode", SKIP_ARP, true, false, true, false},
+    {5, "sflow", 0, true, true, false, false, STACK_REPL_SFLOW},
+    {6, "flowd", 0, false, true, false, false},
     {7, "l2drop", 0, true, false, false, false},
+    {8, "l2fdbdrop", 0, false, false, false, false},
     {11, "pbrMark", 0, true, false, true, false},
     {14, "testd", SKIP_IPV4, true, true, false, false},
     {16, "befd", ALL_L3, true, true, false, false},
@@ -84,9 +89,16 @@ const Row CATALOGUE[] = {
     {29, "ldf", ALL_L3, true, true, false, false},
     {30, "l3drop", 0, false, false, false, true},
     {31, "filterMatchCpuCode", 0, true, false, true, false},
+    {33, "vornappsd", 0, true, false, false, false, STACK_REPL_DEFAULT, true},
     {34, "garp", ALL_L3, true, true, false, false},
+    {35, "mcdrop", SKIP_ARP, true, false, false, false},
     {37, "pim", SKIP_ARP, true, false, false, false},
     {38, "vrrp", SKIP_ARP, true, false, false, false},
+    {41, "ipv4", SKIP_ARP | SKIP_IPV6, true, false, true, false},
+    {42, "ipv6_precheck", SKIP_ARP | SKIP_IPV4, true, false, true, false},
+    {44, "ipv6", SKIP_ARP | SKIP_IPV4, true, false, false, false},
+    {45, "arp", 0, true, false, false, false},
+    {46, "rarp", ALL_L3, true, false, false, false},
     {47, "pppoe", ALL_L3, true, false, false, false},
     {49, "vlan_local", 0, true, false, false, false},
     {50, "ptp", 0, false, false, false, false},
@@ -109,7 +121,7 @@ TEST(Start, fills_the_catalogue) {
         EXPECT_EQ(redirect->post != tarn_pkt_packet_post_dummy, row.posts) << row.name;
         EXPECT_EQ(redirect->modify_rx != nullptr, row.modifies_rx) << row.name;
         EXPECT_EQ(redirect->modify_tx != nullptr, row.modifies_tx) << row.name;
-        EXPECT_EQ(redirect->pre_post_modify, nullptr) << row.name;
+        EXPECT_EQ(redirect->pre_post_modify != nullptr, row.rewrites) << row.name;
     }
     EXPECT_TRUE(userlevel::log_take().empty());
 }
@@ -127,10 +139,43 @@ TEST(Start, registers_in_the_order_of_the_start_sequence) {
     std::vector<std::string> names;
     for (auto &[serial, name] : started)
         names.push_back(name);
-    EXPECT_THAT(names, ElementsAre("lacp", "stp", "garp", "ryke", "ldf", "lldp", "testd", "udld",
-                                   "vrrp", "pim", "pppoe", "orvo-bridge", "remote-mirror", "l2drop",
-                                   "l3drop", "filterMatchCpuCode", "pbrMark", "dos", "cfm", "befd",
-                                   "isis", "mrp", "profinet", "grasp", "vlan_local", "ptp"));
+    EXPECT_THAT(names, ElementsAreArray({"lacp",
+                                         "stp",
+                                         "garp",
+                                         "ryke",
+                                         "ldf",
+                                         "lldp",
+                                         "testd",
+                                         "udld",
+                                         "sflow",
+                                         "flowd",
+                                         "mcdrop",
+                                         "vrrp",
+                                         "pim",
+                                         "ipv4",
+                                         "ipv6_precheck",
+                                         "ipv6",
+                                         "arp",
+                                         "rarp",
+                                         "pppoe",
+                                         "icmpCpucode",
+                                         "orvo-bridge",
+                                         "remote-mirror",
+                                         "l2drop",
+                                         "l2fdbdrop",
+                                         "l3drop",
+                                         "filterMatchCpuCode",
+                                         "pbrMark",
+                                         "dos",
+                                         "vornappsd",
+                                         "cfm",
+                                         "befd",
+                                         "isis",
+                                         "mrp",
+                                         "profinet",
+                                         "grasp",
+                                         "vlan_local",
+                                         "ptp"}));
 }
 
 TEST(Start, redirects_are_there_before_the_database) {

@@ -42,11 +42,12 @@ TEST_F(Chain, frame_classes_keep_redirects_from_frames) {
     };
     for (Row row : {Row{0x0806, SKIP_ARP}, Row{0x0800, SKIP_IPV4}, Row{0x86DD, SKIP_IPV6}}) {
         for (u32 mask = 0; mask < 16; mask += 2) {
-            probe();
-            last().skip_protocols = mask;
-            last().inspects = 0;
+            probe(27);
+            packet_redirect &asked = *packet_redirects[27];
+            asked.skip_protocols = mask;
+            asked.inspects = 0;
             receive(Frame().type(row.ethertype).padded());
-            EXPECT_EQ(last().inspects, mask & row.frame_class ? 0u : 1u)
+            EXPECT_EQ(asked.inspects, mask & row.frame_class ? 0u : 1u)
                 << row.ethertype << " with mask " << mask;
         }
     }
@@ -342,14 +343,14 @@ TEST_F(Chain, a_routed_port_has_no_vid_for_those_who_take_the_frame) {
 
 TEST_F(Chain, a_post_is_told_of_the_frame) {
     tarn_post_info told{};
-    decide(48, REDIRECT_POST_USERSPACE);
-    probe(48).post = [&](sk_buff *skb, tarn_post_info &info) {
+    decide(27, REDIRECT_POST_USERSPACE);
+    probe(27).post = [&](sk_buff *skb, tarn_post_info &info) {
         told = info;
         return skb;
     };
     Arrival arrival;
     arrival.meta.code = 2;
-    arrival.meta.flags = 0x20;
+    arrival.meta.flags = 0x10;
     arrival.meta.extra = 4;
     arrival.meta.flood_except[0] = 8;
     arrival.meta.flood_except[1] = 9;
@@ -364,9 +365,9 @@ TEST_F(Chain, a_post_is_told_of_the_frame) {
     EXPECT_EQ(told.code, 2u);
     EXPECT_EQ(told.tag, 1u);
     EXPECT_EQ(told.ip_proto, 89);
-    EXPECT_EQ(told.flags, 0x20u);
+    EXPECT_EQ(told.flags, 0x10u);
     EXPECT_EQ(told.extra, 4u);
-    EXPECT_EQ(last().userspace, 1u);
+    EXPECT_EQ(packet_redirects[27]->userspace, 1u);
 
     receive(Frame().ipv6({.next = 89}));
     EXPECT_EQ(told.ipv6_next_header, 89);

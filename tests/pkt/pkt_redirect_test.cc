@@ -212,8 +212,12 @@ TEST_F(Registry, a_disabled_redirect_keeps_its_place_and_prints_as_disabled) {
 TEST_F(Registry, modify_rx_counters_print_one_line_each) {
     redirect("pbrMark").modify_rx_inspects = 3;
     redirect("filterMatchCpuCode").modify_rx_inspects = 4;
-    EXPECT_EQ(counters(REDIRECT_COUNTERS_MODIFY_RX), "filterMatchCpuCode_modify_rx_inspects: 4\n"
+    EXPECT_EQ(counters(REDIRECT_COUNTERS_MODIFY_RX), "arp_inspects: 0 DISABLED\n" // has no hook
+                                                     "filterMatchCpuCode_modify_rx_inspects: 4\n"
+                                                     "icmpCpucode_modify_rx_inspects: 0\n"
                                                      "pbrMark_modify_rx_inspects: 3\n"
+                                                     "ipv4_modify_rx_inspects: 0\n"
+                                                     "ipv6_precheck_modify_rx_inspects: 0\n"
                                                      "isis_inspects: 0 DISABLED\n");
     enable_redirect(11, 0);
     redirect("pbrMark").inspects = 9;

@@ -150,7 +150,7 @@ TEST_F(Receive, only_one_tag_is_taken_off) {
     tarn_pkt_info info = classify(Frame().tag(5).tag(6).type(0x88B5).padded());
     EXPECT_EQ(info.tag, 0x10005u);
     EXPECT_EQ(info.ethertype, 0x88B5u); // the parser looks behind the second
-    EXPECT_EQ(probe().bytes.size(), 56u);
+    EXPECT_EQ(probe(27).bytes.size(), 56u);
 }
 
 TEST_F(Receive, a_service_tag_is_no_tag) {
@@ -163,10 +163,10 @@ TEST_F(Receive, a_frame_that_ends_within_its_tag_keeps_it) {
     for (std::size_t length : {14u, 15u}) {
         tarn_pkt_info info = classify(Frame().tag(5).cut(length));
         EXPECT_EQ(info.tag, 1u);
-        EXPECT_EQ(probe().bytes.size(), length);
+        EXPECT_EQ(probe(27).bytes.size(), length);
     }
     EXPECT_EQ(classify(Frame().tag(5).cut(16)).tag, 0x10005u);
-    EXPECT_EQ(probe().bytes.size(), 12u);
+    EXPECT_EQ(probe(27).bytes.size(), 12u);
 }
 
 TEST_F(Receive, the_bytes_that_a_clone_shares_are_not_rewritten) {

@@ -454,8 +454,9 @@ TEST_F(Replay, the_projects_own_capture_shows_every_kind_of_frame) {
     std::vector<std::string> fates;
     for (const json &line : lines)
         fates.push_back(line.contains("by") ? line["by"].get<std::string>() : "-");
-    EXPECT_THAT(fates, ElementsAre("-", "l2drop", "l2drop", "l2drop", "-", "-", "-", "vrrp",
-                                   "pppoe", "grasp", "-", "-", "-", "lacp", "-", "-", "-"));
+    EXPECT_THAT(fates, ElementsAre("ipv4", "l2drop", "l2drop", "l2drop", "ipv4", "ipv4", "ipv4",
+                                   "vrrp", "pppoe", "grasp", "ipv6", "ipv4", "mcdrop", "lacp", "-",
+                                   "ipv4", "ipv4"));
     EXPECT_EQ(lines[6]["chain"][0]["name"], "pim");
     EXPECT_EQ(lines[11]["chain"][0]["name"], "dos");
     EXPECT_EQ(lines[4]["vid"], 10);

@@ -139,11 +139,12 @@ Probe &SwitchTest::probe(u32 slot) {
 }
 
 tarn_pkt_info SwitchTest::classify(const Bytes &frame, const Arrival &arrival) {
-    Probe &last = probe();
-    int before = last.matched;
+    // Before the redirects that decide on IP.
+    Probe &middle = probe(MIDDLE_SLOT);
+    int before = middle.matched;
     receive(frame, arrival);
-    EXPECT_EQ(last.matched, before + 1) << "the frame did not reach the end of the chain";
-    return last.seen;
+    EXPECT_EQ(middle.matched, before + 1) << "the frame did not reach the middle of the chain";
+    return middle.seen;
 }
 
 std::vector<std::string> SwitchTest::log() {

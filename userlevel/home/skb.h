@@ -16,6 +16,7 @@ struct sk_buff {
     u16 protocol;   // network order
     u8 was_cloned;  // may share its block; the block knows
     u8 link_header; // bytes of it that eth_type_trans took off
+    u8 icmp_trapped;
     i32 users;
     net_device *dev;
     void *sk;
@@ -62,6 +63,9 @@ inline u32 skb_mark(const sk_buff *skb) {
 }
 inline void skb_set_mark(sk_buff *skb, u32 mark) {
     skb->mark = mark;
+}
+inline void skb_set_icmp_trapped(sk_buff *skb) {
+    skb->icmp_trapped = 1;
 }
 inline u32 skb_priority(const sk_buff *skb) {
     return skb->priority;

@@ -1,0 +1,43 @@
+#include "redirects/tap.h"
+
+#include "kernel/errno.h"
+#include "kernel/memory.h"
+#include "kernel/skb.h"
+#include "pkt/frame.h"
+#include "pkt/pkt_info.h"
+
+namespace {
+
+constexpr int _MORE_HEADROOM = 64;
+
+// Others may read the same bytes through a clone.
+i32 _make_writable(sk_buff *skb, u32 headroom) {
+    bool narrow = skb_headroom(skb) < headroom;
+    if (!narrow && !skb_cloned(skb))
+        return 0;
+    return pskb_expand_head(skb, narrow ? _MORE_HEADROOM : 0, 0, GFP_ATOMIC);
+}
+
+} // namespace
+
+i32 tap_restore_tag(sk_buff *skb, u32 tag) {
+    // A frame that ends within its addresses never had one that could be stripped.
+    if (!(tag & TARN_TAG_PRESENT) || skb_len(skb) < 2 * ETH_ALEN)
+        return 0;
+    if (_make_writable(skb, VLAN_HLEN) != 0)
+        return -ENOMEM;
+    auto *data = static_cast<u8 *>(skb_push(skb, VLAN_HLEN));
+    memmove(data, data + VLAN_HLEN, 2 * ETH_ALEN);
+    const u16 words[2] = {cpu_to_be16(ETH_P_8021Q), cpu_to_be16(static_cast<u16>(tag))};
+    memcpy(data + ETH_TYPE_OFFSET, words, sizeof(words));
+    return 0;
+}
+
+sk_buff *tap_make_room(sk_buff *skb, u32 bytes) {
+    if (skb_headroom(skb) >= bytes)
+        return skb;
+    sk_buff *roomy = skb_realloc_headroom(skb, bytes);
+    if (roomy)
+        kfree_skb(skb);
+    return roomy;
+}
