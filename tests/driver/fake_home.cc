@@ -64,18 +64,3 @@ void chip_commands_begin() {
 void chip_commands_end() {
     home.commands.unlock();
 }
-
-void rxtx_hw_register(rxtx_hw_callbacks callbacks) {
-    std::lock_guard hold(home.lock);
-    home.callbacks = callbacks;
-}
-
-u32 rxtx_hw_packet_recv(sk_buff *skb, u32 ifindex, u32 vid, const tarn_rx_meta *meta) {
-    std::lock_guard hold(home.lock);
-    if (home.at_delivery)
-        home.at_delivery(skb);
-    home.trapped.push_back({bytes_of(skb), ifindex, vid, *meta});
-    if (home.core_result == 0)
-        consume_skb(skb);
-    return home.core_result;
-}

@@ -1,5 +1,5 @@
-// The chip between a home and a core that are both made of lists: devices take what is sent, the
-// core takes what is trapped.
+// The chip between a home and a core that are both made of lists: devices take what is sent
+// (fake_home.cc), the core takes what is trapped (fake_core.cc).
 #pragma once
 
 #include "support/frame_builder.h"
