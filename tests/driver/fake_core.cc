@@ -12,7 +12,8 @@ u32 rxtx_hw_packet_recv(sk_buff *skb, u32 ifindex, u32 vid, const tarn_rx_meta *
     std::lock_guard hold(home.lock);
     if (home.at_delivery)
         home.at_delivery(skb);
-    home.trapped.push_back({Bytes(skb_data(skb), skb_data(skb) + skb_len(skb)), ifindex, vid, *meta});
+    home.trapped.push_back(
+        {Bytes(skb_data(skb), skb_data(skb) + skb_len(skb)), ifindex, vid, *meta});
     if (home.core_result == 0)
         consume_skb(skb);
     return home.core_result;
