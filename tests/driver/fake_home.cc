@@ -54,6 +54,11 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
     return refuses ? -100 : 0;
 }
 
+unsigned long chip_port_lost(chip_device *device) {
+    std::lock_guard hold(home.lock);
+    return home.lost[device->name];
+}
+
 int chip_port_is(const chip_device *device, const net_device *netdev) {
     return device->name == netdev_name(netdev);
 }

@@ -33,6 +33,7 @@ struct FakeHome {
     std::map<std::string, chip_device *> open;
     std::set<std::string> missing;  // devices that cannot be opened
     std::set<std::string> refusing; // devices that take no frame
+    std::map<std::string, unsigned long> lost;
     u32 core_result = 0;
     int alive = 0; // devices with a reference
     rxtx_hw_callbacks callbacks{};
