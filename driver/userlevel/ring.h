@@ -1,9 +1,8 @@
 // A packet socket on one device, with a ring of received frames that the kernel shares with us.
 //
 //   in     the device's name
-//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again, frames
-//   that
-//          were left to hardware to cut are cut, partial checksums filled in
+//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again;
+//          frames that were left to hardware to cut are cut, partial checksums filled in
 //   out    frames as socket buffers
 #pragma once
 
