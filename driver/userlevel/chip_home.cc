@@ -187,6 +187,10 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
     return result;
 }
 
+unsigned long chip_port_lost(chip_device *device) {
+    return ring_lost(device->packets);
+}
+
 int chip_port_is(const chip_device *device, const net_device *netdev) {
     return device->name == netdev_name(netdev);
 }

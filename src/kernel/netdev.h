@@ -4,8 +4,8 @@
 // the kernel's. What may sleep: registration, flag and address changes, which take the RTNL lock
 // themselves unless said otherwise.
 //
-//   dev_get_by_name(name)      of the initial namespace, with a reference that dev_put drops; or
-//   null alloc_etherdev_mqs(size, 1, 1)
+//   dev_get_by_name(name)      of the initial namespace, or null; dev_put drops the reference
+//   alloc_etherdev_mqs(size, 1, 1)
 //                              a device with a zeroed private area of that size; null on failure.
 //                              free_netdev ends one that is not registered (any more)
 //   register_netdev(device)    0 or a negative errno; unregister_netdev
@@ -21,8 +21,8 @@
 //   netif_carrier_on, netif_carrier_off
 //   netif_start_queue, netif_stop_queue, netif_wake_queue
 //                              the driver's stop bit of the first transmit queue
-//   dev_queue_xmit(skb)        sends through the device of the frame; consumes it whatever the
-//   result eth_type_trans(skb, device)
+//   dev_queue_xmit(skb)        sends through the frame's device; consumes it whatever the result
+//   eth_type_trans(skb, device)
 //                              takes the Ethernet header off and sets the device; the protocol
 //   netif_rx_ni(skb)           into the IP stack, from any context; consumes it
 //   synchronize_net()          returns when every transmit that was under way in a device has

@@ -13,9 +13,6 @@ constexpr u32 _TYPE_WITHOUT_DEVICE = 1;
 
 constexpr u32 _LINK_ADDRESS_MAX = 14;
 constexpr u16 _HEADER_LENGTH = 16; // two more than Ethernet's, on purpose
-constexpr u32 _MTU_MIN = 64;
-constexpr u32 _MTU_MAX = 9216;
-constexpr u32 _LINK = IFF_UP | IFF_RUNNING;
 
 void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
     u8 address[_LINK_ADDRESS_MAX] = {};
@@ -25,7 +22,8 @@ void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
 }
 
 bool _has_link(const tarn_if *ifp) {
-    return ifp->type == TARN_IF_TYPE_SWITCHPORT && (read_once(ifp->flags) & _LINK) == _LINK;
+    return ifp->type == TARN_IF_TYPE_SWITCHPORT &&
+           (read_once(ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK;
 }
 
 void _fill(net_device *device, tarn_if *ifp, bool is_new) {
@@ -40,7 +38,7 @@ void _fill(net_device *device, tarn_if *ifp, bool is_new) {
                    is_port ? &tarn_eth_port_ethtool_ops : nullptr);
     netdev_set_hard_header_len(device, _HEADER_LENGTH);
     if (is_port || is_vlan)
-        netdev_set_mtu_bounds(device, _MTU_MIN, _MTU_MAX);
+        netdev_set_mtu_bounds(device, TARN_ETH_MTU_MIN, TARN_ETH_MTU_MAX);
     // The number of a registered device is the kernel's key to it.
     if (is_new && (is_port || is_vlan))
         netdev_set_ifindex(device, is_vlan ? ifp->vid + TARN_IF_VLAN_BASE : ifp->ifindex);
