@@ -441,6 +441,11 @@ int netif_rx_ni(sk_buff *skb) {
     return 0;
 }
 
+void userlevel::netdev_forget_neighbours(const neigh_flush &flush) {
+    if (the_back)
+        the_back->forget(flush);
+}
+
 // Whatever the result, the frame is gone.
 int dev_queue_xmit(sk_buff *skb) {
     if (the_back && skb->dev->back)

@@ -126,6 +126,7 @@ inline int dev_queue_xmit(sk_buff *skb) {
 
 extern "C" int netif_rx(sk_buff *skb);
 inline int netif_rx_ni(sk_buff *skb) {
+    tarn_k_neigh_learn(skb);
     return netif_rx(skb);
 }
 // This kernel has no such service: a macvlan above a device is served by its own handler.

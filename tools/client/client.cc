@@ -11,7 +11,8 @@ namespace client {
 
 namespace {
 
-constexpr int PATIENCE = 60000; // milliseconds: 4094 VLANs at once may take a slow kernel long
+// Milliseconds: 4094 VLANs at once may take a slow kernel long.
+constexpr int PATIENCE = 60000;
 
 std::string as_text(View value) {
     const auto *text = reinterpret_cast<const char *>(value.data());

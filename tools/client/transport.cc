@@ -1,6 +1,6 @@
 #include "client/transport.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <libmnl/libmnl.h>
@@ -41,18 +41,19 @@ public:
             wrong = failed("waiting");
         if (count <= 0)
             return {};
-        Bytes datagram(DATAGRAM_MAX);
-        ssize_t length = recv(fd_, datagram.data(), datagram.size(), 0);
+        ssize_t length = recv(fd_, buffer_.data(), buffer_.size(), 0);
         if (length < 0 && errno != ENOBUFS) // events that were lost are lost
             wrong = failed("receiving");
         if (length == 0)
             wrong = "the switch has gone";
-        datagram.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-        return datagram;
+        return {buffer_.begin(), buffer_.begin() + std::max<ssize_t>(length, 0)};
     }
 
 protected:
     int fd_;
+
+private:
+    Bytes buffer_ = Bytes(DATAGRAM_MAX);
 };
 
 class Kernel : public Datagrams {

@@ -6,6 +6,7 @@
 #include "kernel/preempt.h"
 #include "kernel/skb.h"
 #include "machine/interface.h"
+#include "machine/neighbours.h"
 #include "netdev.h"
 
 #include <algorithm>
@@ -67,6 +68,7 @@ int tap_add(net_device *device) {
     std::lock_guard guard(table_mutex);
     device->back = new back{fd, device, true};
     table[device->ifindex] = of(device);
+    neighbours_device(device->ifindex, true);
     epoll_event event{.events = EPOLLIN, .data = {.u32 = device->ifindex}};
     epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event);
     return 0;
@@ -77,6 +79,7 @@ void remove(net_device *device) {
     back *old = of(device);
     device->back = nullptr;
     table.erase(device->ifindex);
+    neighbours_device(device->ifindex, false);
     close(old->fd); // the device goes with it
     delete old;
 }
@@ -100,6 +103,8 @@ void set_address(net_device *device) {
 // on a full queue; so is one of a device that has just gone.
 bool hand_to_machine(net_device *device, sk_buff *skb) {
     std::lock_guard guard(table_mutex);
+    if (of(device) && of(device)->is_tap)
+        neighbours_learn(device->ifindex, skb);
     bool taken = of(device) && write(of(device)->fd, skb_data(skb), skb_len(skb)) ==
                                    static_cast<ssize_t>(skb_len(skb));
     if (taken)
@@ -157,7 +162,8 @@ constexpr userlevel::netdev_back the_back{.add = tap_add,
                                           .address = set_address,
                                           .receive = receive,
                                           .transmit = transmit,
-                                          .find = find};
+                                          .find = find,
+                                          .forget = neighbours_forget};
 
 // --- what the IP stack sends ---------------------------------------------------------------------
 
