@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 #include <string_view>
+#include <utility>
 
 namespace machine {
 
@@ -23,19 +24,15 @@ constexpr int IPV4 = 2, IPV6 = 10; // AF_INET, AF_INET6
 constexpr u32 ARP_SENDER = ETH_HLEN + 8, IPV6_NEXT = ETH_HLEN + 6, ICMPV6_TYPE = ETH_HLEN + 40;
 constexpr u8 ICMPV6 = 58, DISCOVERY_FIRST = 133, DISCOVERY_LAST = 137;
 
-struct station {
-    unsigned device;
-    hardware_address mac;
-    auto operator<=>(const station &) const = default;
-};
+using station = std::pair<unsigned, hardware_address>; // on which device
 
 std::mutex mutex;
 std::set<unsigned> devices;
 std::map<station, u32> ports; // behind which port
 
 void learn(unsigned device, const frame_bytes &frame, u32 at, u32 port) {
-    station sender{.device = device, .mac = {}};
-    frame.copy(at, sender.mac.data(), static_cast<u32>(sender.mac.size()));
+    station sender{device, {}};
+    frame.copy(at, sender.second.data(), static_cast<u32>(sender.second.size()));
     std::lock_guard guard(mutex);
     if (ports.size() >= STATIONS_MAX && !ports.contains(sender))
         ports.clear(); // they are learned again
