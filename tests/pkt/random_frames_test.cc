@@ -2,6 +2,7 @@
 // is read or written outside a buffer (the address sanitizer looks, in its build).
 //
 // TARN_RANDOM_FRAMES sets how many (200000 unless said otherwise), TARN_RANDOM_SEED the seed.
+#include "support/redirect_seams.h"
 #include "support/switch_test.h"
 
 #include "redirects/redirects.h"
@@ -52,7 +53,11 @@ protected:
         switch (below(4)) {
         case 0:
             frame.ipv4({.protocol = pick<u8>({103, 112, 17, 6}),
-                        .fragment = static_cast<u16>(one_in(2) ? 0 : random_())});
+                        .destination = {pick<u8>({192, 239}), 0, 0, static_cast<u8>(below(4))},
+                        .fragment = static_cast<u16>(one_in(2) ? 0 : random_()),
+                        .ttl = pick<u8>({0, 1, 64})});
+            if (one_in(2)) // from a listed host
+                frame.bytes({0x30, 0x39, pick({0, 1}), pick({80, 187, 22}), 0, 8, 0, 0});
             break;
         case 1:
             frame.ipv6({.next = pick<u8>({0, 43, 44, 51, 59, 60, 58, 17, 103, 112})});
@@ -116,6 +121,34 @@ protected:
         slave_only_debug_override = one_in(8);
         port1()->ingress_filter = static_cast<u8>(below(2));
         port1()->openflow = one_in(4);
+        port1()->stp_state[0] = pick({3u, 3u, 4u});
+        change_redirects();
+    }
+
+    // What the redirects ask others, and what a daemon sets of them.
+    void change_redirects() {
+        redirect_seams::Answers &answers = redirect_seams::answers();
+        answers.ipv4_type = answers.ipv6_type = pick({0, 1, 2, 3, 4});
+        answers.ipv4_routing = one_in(4);
+        answers.ipv6_routing = one_in(4);
+        answers.arp_check = pick<std::optional<i32>>({std::nullopt, 0, -EINVAL});
+        answers.master_pending = one_in(4);
+        answers.subnet_vlans = {{below(2), 20}};
+        tarn_update_mcast_limits(pick({0u, 1u, 10u, 1000u, 0xFFFFFFFFu}));
+        const u32 host = 0x010200C0; // 192.0.2.1, as in a packet
+        if (one_in(2))
+            tarn_vornappsd_add_ip_address(&host);
+        else
+            tarn_vornappsd_remove_ip_address(&host);
+        if (one_in(2))
+            tarn_mcdrop_flooding_group_add(0, 1, below(4) << 24 | 239);
+        else
+            tarn_mcdrop_flooding_group_flush();
+        if (one_in(2))
+            watch_.reset();
+        else
+            watch_.emplace([this](const redirect_event &event) { events_ += event.length != 1; });
+        remember(); // tables keep what they have; frames may not
     }
 
     void forget_calls() {
@@ -130,6 +163,8 @@ protected:
 
     const u64 seed_;
     std::mt19937_64 random_;
+    u64 events_ = 0;
+    std::optional<userlevel::trace_watch> watch_;
 };
 
 TEST_F(RandomFrames, are_all_accounted_for) {
@@ -153,8 +188,10 @@ TEST_F(RandomFrames, are_all_accounted_for) {
 
     const u64 frames = from_environment("TARN_RANDOM_FRAMES", 200000);
     for (u64 i = 0; i < frames; i++) {
-        if (i % 64 == 0)
+        if (i % 64 == 0) {
+            expect_nothing_leaked();
             change();
+        }
         offer();
         if (i % 1024 == 0) {
             forget_calls();
@@ -163,6 +200,10 @@ TEST_F(RandomFrames, are_all_accounted_for) {
         }
     }
     forget_calls();
+    EXPECT_GT(events_, frames / 8);
+    for (const char *name : {"ipv4", "ipv6_precheck", "ipv6", "arp", "mcdrop", "sflow", "flowd",
+                             "vornappsd", "l2drop"})
+        EXPECT_GT(redirect(name).stops, 0u) << name << " was never met";
     std::printf("%llu frames, seed %llu\n", static_cast<unsigned long long>(frames),
                 static_cast<unsigned long long>(seed_));
 }

@@ -1,5 +1,5 @@
 // The small redirects: which frames each decides on, and how.
-#include "support/switch_test.h"
+#include "redirects/redirects_test.h"
 
 #include "kernel/netdev.h"
 #include "redirects/redirects.h"
@@ -8,51 +8,12 @@ using ::testing::IsEmpty;
 
 namespace {
 
-constexpr u32 STOP = REDIRECT_STOP;
-constexpr u32 KERNEL = REDIRECT_STOP | REDIRECT_POST_KERNEL;
-
-class Redirects : public SwitchTest {
+class Replicated : public Redirects {
 protected:
-    struct Decision {
-        u32 flags = 0;
-        u32 reason = 0;
-        bool operator==(const Decision &) const = default;
-    };
-    friend void PrintTo(const Decision &decision, std::ostream *out) {
-        *out << "flags " << decision.flags << " reason " << decision.reason;
-    }
-
-    // What one redirect decides on a frame, asked on its own.
-    Decision decide(const std::string &name, const tarn_pkt_info &info) {
-        tarn_pkt_info copy = info;
-        redirect_instruct instruct{};
-        EXPECT_EQ(redirect(name).match(&copy, &instruct), 0);
-        return {instruct.flags, instruct.reason};
-    }
-    // A classification that passes the gate.
-    static tarn_pkt_info passing() {
-        tarn_pkt_info info{};
-        info.vlan_member_ok = 1;
-        return info;
-    }
-    // The classifications that do not.
-    static std::vector<tarn_pkt_info> failing(const tarn_pkt_info &from) {
-        std::vector<tarn_pkt_info> all(4, from);
-        all[0].vlan_port_disabled = 1;
-        all[1].src_mac_is_own = 1;
-        all[2].low_mem = 1;
-        all[3].vlan_member_ok = 0;
-        all[3].ingress_filter = 1;
-        return all;
-    }
     // "pim" and "vrrp" are alike but for the protocol.
     void expect_replicated_through_the_gate(const std::string &name, const tarn_pkt_info &info) {
         EXPECT_EQ(decide(name, info), (Decision{REDIRECT_STACK_REPLICATE, 0}));
-        for (const tarn_pkt_info &bad : failing(info))
-            EXPECT_EQ(decide(name, bad), (Decision{STOP, 1}));
-        tarn_pkt_info no_member = info;
-        no_member.vlan_member_ok = 0; // without a filter that is no reason
-        EXPECT_EQ(decide(name, no_member), (Decision{REDIRECT_STACK_REPLICATE, 0}));
+        expect_stopped_at_the_gate(name, info, 1);
     }
 };
 
@@ -362,7 +323,7 @@ TEST_F(FilterMatch, either_alone_is_nothing) {
     EXPECT_EQ(redirect("filterMatchCpuCode").stops, 0u);
 }
 
-TEST_F(Redirects, pim_passes_the_gate_to_be_replicated) {
+TEST_F(Replicated, pim_passes_the_gate_to_be_replicated) {
     tarn_pkt_info info = passing();
     info.ethertype = 0x0800;
     info.ip_proto = 103;
@@ -383,7 +344,7 @@ TEST_F(Redirects, pim_goes_on_in_the_chain) {
     EXPECT_EQ(redirect("ipv4").stop_reasons[4], 1u);
 }
 
-TEST_F(Redirects, vrrp_passes_the_gate_to_be_replicated) {
+TEST_F(Replicated, vrrp_passes_the_gate_to_be_replicated) {
     tarn_pkt_info info = passing();
     info.ip_proto = 112; // whatever the type: it is 0 for all but IPv4
     expect_replicated_through_the_gate("vrrp", info);
@@ -403,8 +364,7 @@ TEST_F(Redirects, pppoe_goes_to_the_ip_stack_through_the_gate) {
         EXPECT_EQ(decide("pppoe", info), (Decision{STOP, 3})); // no layer 3 interface
         info.l3_if = vlan1();
         EXPECT_EQ(decide("pppoe", info), (Decision{KERNEL, 2}));
-        for (const tarn_pkt_info &bad : failing(info))
-            EXPECT_EQ(decide("pppoe", bad), (Decision{STOP, 1}));
+        expect_stopped_at_the_gate("pppoe", info, 1);
     }
     tarn_pkt_info other = passing();
     other.ethertype = 0x8865;

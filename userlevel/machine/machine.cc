@@ -24,7 +24,6 @@ namespace machine {
 namespace {
 
 constexpr std::size_t FRAME_MAX = 65536;
-constexpr u32 HEADROOM = 64;
 constexpr u32 LINK = IFF_UP | IFF_RUNNING;
 constexpr int ADDRESSES_IPV4 = 2, ADDRESSES_IPV6 = 10; // AF_INET, AF_INET6
 
