@@ -6,6 +6,7 @@
 #include "kernel/memory.h"
 #include "kernel/once.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_candidates.h"
 #include "pkt/pkt_explain.h"
 #include "pkt/pkt_flood.h"
 #include "pkt/pkt_post.h"
@@ -21,19 +22,6 @@ constexpr u32 _RESEND_FLOOD_COS = 0;
 constexpr u32 _RESEND_FLOOD_QUEUE = 4;
 constexpr u32 _RESEND_COS = 6;
 constexpr u32 _RESEND_QUEUE = 6;
-
-u32 _frame_class(u32 ethertype) {
-    switch (ethertype) {
-    case ETH_P_ARP:
-        return SKIP_ARP;
-    case ETH_P_IP:
-        return SKIP_IPV4;
-    case ETH_P_IPV6:
-        return SKIP_IPV6;
-    default:
-        return 0;
-    }
-}
 
 // A post to the IP stack consumes the frame: nobody may want it afterwards.
 bool _refused(const packet_redirect *redirect, u32 flags) {
@@ -196,19 +184,18 @@ bool _end_refused(packet_redirect *redirect, redirect_instruct *instruct) {
 template <bool Watched>
 u32 _walk(tarn_pkt_info *info) {
     sk_buff *const given = info->skb;
-    const u32 frame_class = _frame_class(info->ethertype);
+    const frame_class of = pkt_frame_class(info->ethertype);
+    redirect_places left = pkt_candidates(of, pkt_frame_facts(info));
     redirect_instruct instruct{};
     info->order = process_packet_rxs.data();
     info->result = 0;
 
-    for (const u8 *slot = info->order; *slot != REDIRECT_ORDER_END; slot++) {
-        packet_redirect *redirect = packet_redirects[*slot];
-        if (!redirect || !read_once(redirect->enabled) || (redirect->skip_protocols & frame_class))
-            continue;
-        count_up(redirect->inspects);
+    for (u32 place; (place = pkt_candidates_next(&left)) != REDIRECT_PLACES;) {
+        const u8 slot = process_packet_rxs[place];
+        packet_redirect *redirect = packet_redirects[slot];
         redirect->match(info, &instruct);
         if constexpr (Watched)
-            pkt_explain_decision(info, *slot, &instruct);
+            pkt_explain_decision(info, slot, &instruct);
         if (instruct.flags == 0)
             continue;
 
@@ -217,6 +204,7 @@ u32 _walk(tarn_pkt_info *info) {
                 pkt_explain_end(info, "refused: what was asked for cannot be done together");
             if (!_end_refused(redirect, &instruct))
                 continue;
+            pkt_candidates_count(of, place);
             tarn_ifmgr_if_ref_put(info->vlan_if);
             return 1;
         }
@@ -227,10 +215,12 @@ u32 _walk(tarn_pkt_info *info) {
             continue;
         }
         _stop(redirect, info, &instruct);
+        pkt_candidates_count(of, place);
         tarn_ifmgr_if_ref_put(info->vlan_if);
         return result;
     }
 
+    pkt_candidates_count(of, REDIRECT_PLACES - 1);
     if constexpr (Watched)
         pkt_explain_end(info, "nobody stopped it");
     // The frame as the driver handed it in, on purpose: a post that does not stop never replaces

@@ -48,6 +48,7 @@ i32 tarn_befd_sock_init() {
     packet_redirect record{.name = "befd",
                            .match = tarn_befd_redirect_instruct_get,
                            .post = family_sockets<_befd>::post,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_PROTOCOL};
     return family_sockets<_befd>::start(&record, _SLOT);
 }

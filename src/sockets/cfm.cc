@@ -113,6 +113,7 @@ i32 tarn_af_cfm_sock_init() {
                            .match = tarn_cfm_redirect_instruct_get,
                            .post = family_sockets<_cfm>::post,
                            .stack_repl_type = STACK_REPL_CFM,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_OF_PROTOCOL};
     return family_sockets<_cfm>::start(&record, _SLOT);
 }

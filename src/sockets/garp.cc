@@ -55,6 +55,7 @@ i32 tarn_af_garp_sock_init() {
     packet_redirect record{.name = "garp",
                            .match = tarn_garp_redirect_instruct_get,
                            .post = family_sockets<_garp>::post,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_BRIDGES};
     return family_sockets<_garp>::start(&record, _SLOT);
 }

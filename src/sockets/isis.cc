@@ -74,7 +74,8 @@ i32 tarn_af_isis_sock_init() {
                            .post = family_sockets<_isis>::post,
                            .modify_rx = tarn_isis_modify_packet,
                            .stack_repl_type = STACK_REPL_ISIS,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_BRIDGES | FRAME_TO_PROTOCOL};
     i32 result = family_sockets<_isis>::start(&record, _SLOT);
     if (result == 0)
         enable_redirect(_SLOT, 0);

@@ -44,6 +44,7 @@ i32 tarn_af_lacp_sock_init() {
                            .match = tarn_lacp_redirect_instruct_get,
                            .post = family_sockets<_lacp>::post,
                            .stack_repl_type = STACK_REPL_LACP,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_BRIDGES};
     return family_sockets<_lacp>::start(&record, _SLOT);
 }

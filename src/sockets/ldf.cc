@@ -71,6 +71,7 @@ i32 tarn_af_ldf_sock_init() {
     packet_redirect record{.name = "ldf",
                            .match = tarn_ldf_redirect_instruct_get,
                            .post = family_sockets<_ldf>::post,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_PROTOCOL};
     return family_sockets<_ldf>::start(&record, _SLOT);
 }

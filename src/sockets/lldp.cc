@@ -63,6 +63,7 @@ i32 tarn_af_lldp_sock_init() {
     packet_redirect record{.name = "lldp",
                            .match = tarn_lldp_redirect_instruct_get,
                            .post = family_sockets<_lldp>::post,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_BRIDGES};
     return family_sockets<_lldp>::start(&record, _SLOT);
 }

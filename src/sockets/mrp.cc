@@ -36,7 +36,8 @@ i32 tarn_mrp_sock_init() {
                            .match = tarn_mrp_redirect_instruct_get,
                            .post = family_sockets<_mrp>::post,
                            .stack_repl_type = STACK_REPL_MRP,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_PROTOCOL};
     family_sockets<_mrp>::open(); // before its redirect, and without it too
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -56,7 +56,8 @@ i32 tarn_af_profinet_sock_init() {
                            .match = tarn_profinet_redirect_instruct_get,
                            .post = family_sockets<_profinet>::post,
                            .stack_repl_type = STACK_REPL_PROFINET,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_OF_PROTOCOL};
     family_sockets<_profinet>::open(); // before its redirect, and without it too
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

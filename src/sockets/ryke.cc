@@ -94,7 +94,8 @@ i32 tarn_af_ryke_sock_init() {
                            .post = family_sockets<_ryke>::post,
                            .modify_tx = tarn_ryke_modify_tx_packet,
                            .stack_repl_type = STACK_REPL_RYKE,
-                           .skip_protocols = SKIP_ARP};
+                           .skip_protocols = SKIP_ARP,
+                           .concerns = FRAME_TO_PROTOCOL};
     i32 result = family_sockets<_ryke>::start(&record, _SLOT);
     if (result == 0)
         tarn_ifmgr_notifications_register(tarn_ryek_vlan_created);

@@ -53,6 +53,7 @@ i32 tarn_af_stp_sock_init() {
                            .match = tarn_stp_redirect_instruct_get,
                            .post = family_sockets<_stp>::post,
                            .stack_repl_type = STACK_REPL_STP,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_BRIDGES};
     return family_sockets<_stp>::start(&record, _SLOT);
 }

@@ -167,7 +167,8 @@ i32 tarn_af_testd_sock_init() {
     packet_redirect record{.name = "testd",
                            .match = tarn_testd_redirect_instruct_get,
                            .post = _sockets::post,
-                           .skip_protocols = SKIP_IPV4};
+                           .skip_protocols = SKIP_IPV4,
+                           .concerns = FRAME_OF_PROTOCOL};
     mutex_init(&_arming, "testd_arming");
     return _sockets::start(&record, _SLOT, &_record);
 }

@@ -84,6 +84,7 @@ i32 tarn_af_udld_sock_init() {
     packet_redirect record{.name = "udld",
                            .match = tarn_udld_redirect_instruct_get,
                            .post = family_sockets<_udld>::post,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_TO_PROTOCOL};
     return family_sockets<_udld>::start(&record, _SLOT);
 }

@@ -1,5 +1,7 @@
 #include "replay/trace.h"
 
+#include "pkt/pkt_candidates.h"
+
 #include <array>
 #include <cstring>
 #include <utility>
@@ -30,11 +32,14 @@ i32 traced(tarn_pkt_info *info, redirect_instruct *instruct) {
 template <u32... Slots>
 void lead_through(std::integer_sequence<u32, Slots...>) {
     constexpr std::array<Match, sizeof...(Slots)> ours{traced<Slots>...};
+    pkt_candidates_change_begin();
     for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++) {
         if (!packet_redirects[slot])
             continue;
         asked_for[slot] = std::exchange(packet_redirects[slot]->match, ours[slot]);
+        packet_redirects[slot]->concerns = FRAME_ANY; // those who would say no are shown, too
     }
+    pkt_candidates_change_end();
 }
 
 } // namespace
