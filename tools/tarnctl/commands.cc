@@ -263,12 +263,12 @@ Argument hooked(std::uint16_t attribute, std::string_view help) {
     return value(Kind::ports, attribute, "PORTS", help);
 }
 
-std::vector<Argument> no_lease(std::uint32_t operation, Argument which) {
+std::vector<Argument> no_lease(std::uint32_t operation, const Argument &which) {
     return {fixed(TARNFWD_ATTR_IFINDEX, 0), fixed(TARNFWD_ATTR_VID, 0),
             fixed(TARNFWD_ATTR_DHCPSN_LEASE_OP, operation), which, fixed(TARNFWD_ATTR_MAC, 0)};
 }
 
-std::vector<Argument> snooping(Argument which, std::uint32_t kind, std::uint32_t global) {
+std::vector<Argument> snooping(const Argument &which, std::uint32_t kind, std::uint32_t global) {
     return {which, fixed(TARNFWD_ATTR_DHCPSN_KIND, kind), state("whether it is on"),
             fixed(TARNFWD_ATTR_DHCPSN_GLOBAL, global)};
 }

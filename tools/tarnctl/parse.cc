@@ -178,6 +178,7 @@ std::vector<client::Message> messages_of(const Subcommand &row, const std::vecto
         }
     }
     std::vector<client::Message> messages;
+    messages.reserve(all.size());
     for (const Parts &parts : all)
         messages.push_back(message_of(row, parts));
     return messages;

@@ -148,6 +148,7 @@ Bytes bitmap_of(const std::vector<std::uint32_t> &vids) {
 std::vector<Parts> each(std::uint16_t attribute, const std::vector<std::uint32_t> &numbers,
                         std::uint32_t base = 0) {
     std::vector<Parts> all;
+    all.reserve(numbers.size());
     for (std::uint32_t number : numbers)
         all.push_back({number_part(attribute, base + number)});
     return all;
