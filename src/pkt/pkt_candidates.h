@@ -44,8 +44,8 @@ u32 pkt_candidates_next(redirect_places *left);
 // place, nobody did.
 void pkt_candidates_count(frame_class of, u32 place);
 
-// Around every registration and every change of who is asked. Frames that ended before are summed up
-// for the old set.
+// Around every registration and every change of who is asked. Frames that ended before are summed
+// up for the old set.
 void pkt_candidates_change_begin();
 void pkt_candidates_change_end();
 // Brings `inspects` of every redirect up to date.
