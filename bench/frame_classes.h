@@ -21,8 +21,8 @@ struct Class {
 inline std::vector<Class> all() {
     Ipv6 listeners{.next = 0};
     return {
-        {"unclaimed", Frame().type(0x9000).padded()},
-        {"unclaimed-tagged", Frame().tag(1).type(0x9000).padded()},
+        {"unclaimed", Frame().type(0x88B5).padded()},
+        {"unclaimed-tagged", Frame().tag(1).type(0x88B5).padded()},
         {"unclaimed-ipv4", Frame().ipv4({}).padded()},
         {"unclaimed-ipv6", Frame().ipv6({}).padded()},
         {"ipv6-hop-by-hop",

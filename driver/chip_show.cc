@@ -3,6 +3,7 @@
 #include "chip_fdb.h"
 #include "chip_state.h"
 #include "chip_trap.h"
+#include "port.h"
 
 #include <iterator>
 
@@ -18,10 +19,12 @@ const char *_on(u64 set, u32 slot) {
     return set & chip_bit(slot) ? "on" : "off";
 }
 
-void _drops(chip_text &text, const chip_counters &count) {
+void _drops(chip_text &text, const chip_port &port) {
     for (u32 why = 0; why < CHIP_DROPS; why++)
-        if (unsigned long dropped = read_once(count.dropped[why]))
+        if (unsigned long dropped = read_once(port.count.dropped[why]))
             text_put(text, " drop-%s %lu", _drop_names[why], dropped);
+    if (unsigned long lost = chip_port_lost(port.device))
+        text_put(text, " drop-arrival %lu", lost);
 }
 
 void _port(chip_text &text, u32 slot) {
@@ -31,7 +34,7 @@ void _port(chip_text &text, u32 slot) {
              _on(chip.learning, slot), _on(chip.trusted, slot), _on(chip.authenticating, slot));
     text_put(text, " rx %lu tx %lu learned %lu moved %lu", read_once(port.count.rx),
              read_once(port.count.tx), read_once(port.count.learned), read_once(port.count.moved));
-    _drops(text, port.count);
+    _drops(text, port);
     text_end_line(text);
 }
 

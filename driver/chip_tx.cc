@@ -2,6 +2,7 @@
 #include "chip_egress.h"
 #include "chip_forward.h"
 #include "kernel/errno.h"
+#include "kernel/netdev.h"
 #include "port.h"
 #include "tarn/rxtx_hw.h"
 
@@ -28,6 +29,13 @@ u64 _ports_of_vlan(const sk_buff *skb, u32 vid) {
     return forward_ports(frame, 0, true);
 }
 
+// A sender that wrote the tag of that VLAN itself means this one, and not a second before it.
+bool _has_tag_of(const sk_buff *skb, u32 vid) {
+    const u8 *data = skb_data(skb);
+    return skb_len(skb) >= ETH_HEADER + VLAN_TAG && data[12] == 0x81 && data[13] == 0x00 &&
+           (static_cast<u32>(data[14] & 0xF) << 8 | data[15]) == vid;
+}
+
 u32 _start_xmit(u32 ifindex, u32 vid, u32 tagged, u32, sk_buff *skb, u32 cos, u8, u8) {
     if (!_is_sound(skb) || vid > CHIP_VID_LAST || (ifindex == 0 && vid == 0))
         return static_cast<u32>(-EINVAL);
@@ -44,7 +52,8 @@ u32 _start_xmit(u32 ifindex, u32 vid, u32 tagged, u32, sk_buff *skb, u32 cos, u8
         return static_cast<u32>(-ENODEV);
     if (slot < CHIP_PORTS && egress.ports == 0)
         chip_count_drop(slot, CHIP_DROP_LINK);
-    egress_send(egress, skb, false);
+    bool own_tag = (ifindex == 0 || tagged != 0) && _has_tag_of(skb, vid);
+    egress_send(egress, skb, own_tag);
     return 0;
 }
 
@@ -78,12 +87,18 @@ i32 _flood_except(u32 ifindex, u32 vid, u32 except0, u32 except1, sk_buff *skb, 
     return 0;
 }
 
+// The device under the port, or the one that the core made for a routed port: that one has the
+// port's number.
+bool _is_of_port(const chip_port &port, const net_device *netdev) {
+    return chip_port_is(port.device, netdev) || port.ifindex == netdev_ifindex(netdev);
+}
+
 // From now on the port's frames go to the CPU, but those of hosts that the chip was told of.
 u32 _auth_set(net_device *netdev, u32 on) {
     u64 port = 0;
     write_lock_bh(&chip.lock);
     for (u64 left = chip.present; left; left &= left - 1)
-        if (chip_port_is(chip.ports[chip_first(left)].device, netdev))
+        if (_is_of_port(chip.ports[chip_first(left)], netdev))
             port = chip_bit(chip_first(left));
     chip.authenticating = on ? chip.authenticating | port : chip.authenticating & ~port;
     write_unlock_bh(&chip.lock);

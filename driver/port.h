@@ -44,6 +44,10 @@ void chip_port_put(struct chip_device *device);
 /* Sends one frame, which is gone afterwards: 0, or a negative errno when the device refused it. */
 int chip_port_send(struct chip_device *device, struct sk_buff *skb);
 
+/* Frames that arrived and were lost before chip_receive(): no room for them, no memory, too long. Does
+ * not sleep. */
+unsigned long chip_port_lost(struct chip_device *device);
+
 /* Whether the port is open on this very device. */
 int chip_port_is(const struct chip_device *device, const struct net_device *netdev);
 

@@ -12,10 +12,8 @@
 #include <linux/rtnetlink.h>
 #include <linux/uaccess.h>
 #include <net/addrconf.h>
-#include <net/arp.h>
 #include <net/if_inet6.h>
 #include <net/ipv6_stubs.h>
-#include <net/ndisc.h>
 
 #include "device_glue.h"
 
@@ -275,67 +273,6 @@ int tarn_k_inet6_has_record(const struct net_device *dev)
 #else
 	return 0;
 #endif
-}
-
-/* --- neighbours ---------------------------------------------------------------------------------- */
-
-static bool is_ours(const struct net_device *dev)
-{
-	return tarn_k_netdev_get_ops(dev) != NULL;
-}
-
-/*
- * This kernel's neighbour tables know no port, so all entries of the device go; they come back when they
- * are wanted.
- */
-void tarn_k_neigh_flush(int family, struct net_device *dev)
-{
-	struct neigh_table *table = family == AF_INET ? &arp_tbl : &nd_tbl;
-	struct net_device *each;
-
-	if (dev) {
-		neigh_changeaddr(table, dev);
-		return;
-	}
-	rtnl_lock();
-	for_each_netdev(&init_net, each)
-		if (is_ours(each))
-			neigh_changeaddr(table, each);
-	rtnl_unlock();
-}
-
-/* What is looked for: the walk takes no argument. Read under the table's lock, with the mutex held. */
-static DEFINE_MUTEX(flush_mutex);
-static struct {
-	int vid;
-	const struct net_device *dev;
-	u8 mac[ETH_ALEN];
-} flushed;
-
-/* A VLAN device of ours has the ifindex of its VLAN's interface. */
-#define VLAN_IFINDEX_BASE 300
-
-static int is_flushed(struct neighbour *n)
-{
-	if (flushed.dev ? n->dev != flushed.dev : !is_ours(n->dev))
-		return 0;
-	if (flushed.vid != -1 && n->dev->ifindex != flushed.vid + VLAN_IFINDEX_BASE)
-		return 0;
-	return n->dev->addr_len == ETH_ALEN && memcmp(n->ha, flushed.mac, ETH_ALEN) == 0;
-}
-
-void tarn_k_neigh_flush_mac(int family, int vid, struct net_device *dev, const unsigned char *mac)
-{
-	struct neigh_table *table = family == AF_INET ? &arp_tbl : &nd_tbl;
-
-	mutex_lock(&flush_mutex);
-	flushed.vid = vid;
-	flushed.dev = dev;
-	memcpy(flushed.mac, mac, ETH_ALEN);
-	write_lock_bh(&table->lock);
-	__neigh_for_each_release(table, is_flushed);
-	write_unlock_bh(&table->lock);
-	mutex_unlock(&flush_mutex);
 }
 
 int tarn_k_ipv6_chk_prefix(const u8 *address, struct net_device *dev)

@@ -76,8 +76,10 @@ int tarn_k_inet_any_address(const struct net_device *dev,
 			    unsigned int wanted);
 int tarn_k_inet6_has_record(const struct net_device *dev);
 int tarn_k_ipv6_chk_prefix(const unsigned char *address, struct net_device *dev);
-void tarn_k_neigh_flush(int family, struct net_device *dev);
-void tarn_k_neigh_flush_mac(int family, int vid, struct net_device *dev, const unsigned char *mac);
+void tarn_k_neigh_learn(const struct sk_buff *skb);
+void tarn_k_neigh_flush_port(int family, int vid, const struct net_device *dev, unsigned int port);
+void tarn_k_neigh_flush_mac(int family, int vid, const struct net_device *dev,
+			    const unsigned char *mac);
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,7 @@
 #include "kernel/preempt.h"
 #include "kernel/refcount.h"
 #include "kernel/skb.h"
+#include "kernel/sock.h"
 #include "kernel/time.h"
 #include "kernel/vmstat.h"
 
@@ -56,6 +57,12 @@ static_assert(REFCOUNT_ADD_UAF == TARN_REFCOUNT_ADD_UAF);
 static_assert(REFCOUNT_SUB_UAF == TARN_REFCOUNT_SUB_UAF);
 static_assert(REFCOUNT_DEC_LEAK == TARN_REFCOUNT_DEC_LEAK);
 
+static_assert(SOCKET_TYPE_RAW == TARN_SOCK_RAW);
+static_assert(SOCKET_UNCONNECTED == TARN_SS_UNCONNECTED);
+static_assert(SOCKET_MSG_TRUNC == TARN_MSG_TRUNC);
+static_assert(SOCKET_MSG_DONTWAIT == TARN_MSG_DONTWAIT);
+static_assert(SOCKET_CAP_NET_RAW == TARN_CAP_NET_RAW);
+
 static_assert(EPERM == TARN_EPERM);
 static_assert(ENOENT == TARN_ENOENT);
 static_assert(ESRCH == TARN_ESRCH);
@@ -66,7 +73,10 @@ static_assert(EFAULT == TARN_EFAULT);
 static_assert(EEXIST == TARN_EEXIST);
 static_assert(ENODEV == TARN_ENODEV);
 static_assert(EINVAL == TARN_EINVAL);
+static_assert(ESOCKTNOSUPPORT == TARN_ESOCKTNOSUPPORT);
 static_assert(EOPNOTSUPP == TARN_EOPNOTSUPP);
+static_assert(EAFNOSUPPORT == TARN_EAFNOSUPPORT);
+static_assert(ENOBUFS == TARN_ENOBUFS);
 static_assert(ENETDOWN == TARN_ENETDOWN);
 static_assert(ERANGE == TARN_ERANGE);
 static_assert(EADDRNOTAVAIL == TARN_EADDRNOTAVAIL);

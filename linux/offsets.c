@@ -3,11 +3,13 @@
  * Sizes, offsets and numbers of the kernel that the core is built against. Compiled to assembly, from
  * which Kbuild makes home/offsets.h: C++ never sees a kernel header.
  */
+#include <linux/capability.h>
 #include <linux/errno.h>
 #include <linux/gfp.h>
 #include <linux/etherdevice.h>
 #include <linux/kbuild.h>
 #include <linux/mmzone.h>
+#include <linux/net.h>
 #include <linux/netdevice.h>
 #include <linux/notifier.h>
 #include <linux/preempt.h>
@@ -15,6 +17,7 @@
 #include <linux/refcount.h>
 #include <linux/skbuff.h>
 #include <linux/slab.h>
+#include <linux/socket.h>
 #include <linux/spinlock.h>
 #include <linux/sockios.h>
 #include <linux/workqueue.h>
@@ -62,6 +65,20 @@ int main(void)
 	OFFSET(TARN_SOCK_RMEM_ALLOC, sock, sk_backlog.rmem_alloc);
 	OFFSET(TARN_SOCK_RCVBUF, sock, sk_rcvbuf);
 	DEFINE(TARN_SOCK_BIND_NODE, offsetof(struct sock, sk_bind_node));
+	DEFINE(TARN_SOCK_REFCNT, offsetof(struct sock, sk_refcnt));
+	DEFINE(TARN_SOCK_FAMILY, offsetof(struct sock, sk_family));
+	OFFSET(TARN_SOCK_PROTOCOL, sock, sk_protocol);
+	OFFSET(TARN_SOCK_DESTRUCT, sock, sk_destruct);
+	OFFSET(TARN_SOCKET_STATE, socket, state);
+	OFFSET(TARN_SOCKET_TYPE, socket, type);
+	OFFSET(TARN_SOCKET_SK, socket, sk);
+	OFFSET(TARN_MSG_NAME, msghdr, msg_name);
+	OFFSET(TARN_MSG_NAMELEN, msghdr, msg_namelen);
+	OFFSET(TARN_MSG_ITER, msghdr, msg_iter);
+	OFFSET(TARN_MSG_FLAGS, msghdr, msg_flags);
+	DEFINE(TARN_PACKET_TYPE_SIZE, sizeof(struct packet_type));
+	OFFSET(TARN_PACKET_TYPE_TYPE, packet_type, type);
+	OFFSET(TARN_PACKET_TYPE_FUNC, packet_type, func);
 
 	OFFSET(TARN_SKB_HEAD, sk_buff, head);
 	OFFSET(TARN_SKB_DATA, sk_buff, data);
@@ -73,6 +90,7 @@ int main(void)
 	OFFSET(TARN_SKB_DEV, sk_buff, dev);
 	OFFSET(TARN_SKB_PROTOCOL, sk_buff, protocol);
 	OFFSET(TARN_SKB_CB, sk_buff, cb);
+	OFFSET(TARN_SKB_USERS, sk_buff, users);
 	DEFINE(TARN_SKB_CB_SIZE, sizeof_field(struct sk_buff, cb));
 	DEFINE(TARN_SKB_DROP_REASON, SKB_DROP_REASON_NOT_SPECIFIED);
 
@@ -115,6 +133,12 @@ int main(void)
 	NUMBER(REFCOUNT_SUB_UAF);
 	NUMBER(REFCOUNT_DEC_LEAK);
 
+	NUMBER(SOCK_RAW);
+	NUMBER(SS_UNCONNECTED);
+	NUMBER(MSG_TRUNC);
+	NUMBER(MSG_DONTWAIT);
+	NUMBER(CAP_NET_RAW);
+
 	NUMBER(EPERM);
 	NUMBER(ENOENT);
 	NUMBER(ESRCH);
@@ -127,7 +151,10 @@ int main(void)
 	NUMBER(EINVAL);
 	NUMBER(ERANGE);
 	NUMBER(EADDRNOTAVAIL);
+	NUMBER(ESOCKTNOSUPPORT);
 	NUMBER(EOPNOTSUPP);
+	NUMBER(EAFNOSUPPORT);
+	NUMBER(ENOBUFS);
 	NUMBER(ENETDOWN);
 	return 0;
 }

@@ -13,8 +13,10 @@
 #include "netdev.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
+#include <shared_mutex>
 
 namespace userlevel {
 
@@ -39,7 +41,12 @@ bool recording = false;
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
 
+// Held for reading by what the IP stack sends.
+std::shared_mutex transmitting;
+
 const netdev_back *the_back = nullptr;
+
+std::atomic<packet_type *> packet_types = nullptr; // grows at its head, and only grows
 
 // The kernel tells of a changed carrier from a work item of its own.
 std::mutex changed_mutex;
@@ -131,6 +138,18 @@ int open_or_stop(net_device *device, bool up) {
     return result;
 }
 
+// Each gets a hold of its own on the frame.
+void offer_to_packet_types(sk_buff *skb) {
+    for (packet_type *type = packet_types; type; type = type->next) {
+        if (type->ethertype != skb->protocol)
+            continue;
+        __atomic_fetch_add(&skb->users, 1, __ATOMIC_RELAXED);
+        local_bh_disable();
+        type->handler(skb, skb->dev, type, skb->dev);
+        local_bh_enable();
+    }
+}
+
 int change_flags(net_device *device, u32 flags, bool tell_back) {
     constexpr u32 settable = 0xFFFF & ~IFF_RUNNING;
     u32 old = device->flags;
@@ -198,6 +217,7 @@ void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority
     if (!skb)
         return;
     skb->priority = priority;
+    std::shared_lock hold(transmitting);
     local_bh_disable();
     device->ops->start_xmit(skb, device);
     local_bh_enable();
@@ -222,6 +242,12 @@ void rtnl_lock(void) {
 void rtnl_unlock(void) {
     rtnl_depth--;
     rtnl.unlock();
+}
+
+void synchronize_net(void) {
+    if (preempt_count() != 0)
+        BUG();
+    std::lock_guard wait(transmitting);
 }
 
 net_device *alloc_etherdev_mqs(int private_size, unsigned, unsigned) {
@@ -390,8 +416,15 @@ u16 eth_type_trans(sk_buff *skb, net_device *device) {
     return type;
 }
 
+void dev_add_pack(packet_type *type) {
+    type->next = packet_types;
+    while (!packet_types.compare_exchange_weak(type->next, type)) {
+    }
+}
+
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
+    offer_to_packet_types(skb);
     skb_push(skb, skb->link_header);
     if (the_back && device->back) {
         the_back->receive(device, skb);
@@ -406,6 +439,11 @@ int netif_rx_ni(sk_buff *skb) {
     }
     consume_skb(skb);
     return 0;
+}
+
+void userlevel::netdev_forget_neighbours(const neigh_flush &flush) {
+    if (the_back)
+        the_back->forget(flush);
 }
 
 // Whatever the result, the frame is gone.

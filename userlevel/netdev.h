@@ -19,10 +19,13 @@ struct netdev_back {
     int (*transmit)(net_device *device, sk_buff *skb);
     // Registers a device of that name that the machine has; null when there is none.
     net_device *(*find)(const char *name);
+    // The machine's IP stack forgets neighbours.
+    void (*forget)(const neigh_flush &flush);
 };
 
 // Devices registered from now on are offered to it. Null: nothing.
 void netdev_use_back(const netdev_back *back);
+void netdev_forget_neighbours(const neigh_flush &flush);
 // Somebody outside the process has changed the flags.
 void netdev_flags_changed(net_device *device, u32 flags);
 // What the machine's IP stack knows of the device; `ipv6`: it keeps an IPv6 record for it.

@@ -142,6 +142,10 @@ void skb_consume(sk_buff *skb) {
     end(skb, consumed);
 }
 
+sk_buff *skb_make(u64 size, gfp_t flags, const void *site) {
+    return alloc_skb(size, flags, site);
+}
+
 skb_ends skbs_ended() {
     return {dropped, consumed, irq};
 }

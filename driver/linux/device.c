@@ -26,6 +26,7 @@ struct chip_device {
 	struct net_device *dev; /* held */
 	u32 slot;
 	refcount_t references;
+	atomic_long_t lost;
 	bool attached; /* under RTNL */
 	struct work_struct gone;
 };
@@ -50,10 +51,12 @@ static rx_handler_result_t take_frame(struct sk_buff **pskb)
 	if (skb->pkt_type == PACKET_LOOPBACK)
 		return RX_HANDLER_PASS;
 	skb = skb_share_check(skb, GFP_ATOMIC);
-	if (!skb)
+	if (!skb) {
+		atomic_long_inc(&device->lost);
 		return RX_HANDLER_CONSUMED;
+	}
 	if (skb_queue_len_lockless(&arrived) >= QUEUE_LIMIT) {
-		dev_core_stats_rx_dropped_inc(skb->dev);
+		atomic_long_inc(&device->lost);
 		kfree_skb(skb);
 		return RX_HANDLER_CONSUMED;
 	}
@@ -113,12 +116,16 @@ static void receive(struct sk_buff *skb)
 		skb = __vlan_hwaccel_push_inside(skb);
 	if (skb)
 		skb = cut(skb);
+	if (!skb)
+		atomic_long_inc(&device->lost);
 	for (; skb; skb = next) {
 		next = skb->next;
 		skb_mark_not_on_list(skb);
 		skb = make_plain(skb);
 		if (skb)
 			chip_receive(device, device->slot, skb);
+		else
+			atomic_long_inc(&device->lost);
 	}
 	chip_port_put(device);
 }
@@ -258,6 +265,11 @@ void chip_port_put(struct chip_device *device)
 		return;
 	dev_put(device->dev);
 	kfree(device);
+}
+
+unsigned long chip_port_lost(struct chip_device *device)
+{
+	return atomic_long_read(&device->lost);
 }
 
 int chip_port_is(const struct chip_device *device, const struct net_device *netdev)

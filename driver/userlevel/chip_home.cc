@@ -135,8 +135,10 @@ void chip_home_stop() {
     chip_stop();
     stopping = true;
     wake_up();
-    receiver.join();
-    close(wake);
+    if (receiver.joinable())
+        receiver.join();
+    if (wake >= 0)
+        close(wake);
     wake = -1;
 }
 
@@ -183,6 +185,10 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
     else
         kfree_skb(skb);
     return result;
+}
+
+unsigned long chip_port_lost(chip_device *device) {
+    return ring_lost(device->packets);
 }
 
 int chip_port_is(const chip_device *device, const net_device *netdev) {

@@ -109,7 +109,7 @@ sk_buff *make_frame(ring &ring, const tpacket2_hdr &header, std::span<const u8> 
     if (skb)
         put_frame(skb, header, bytes);
     else
-        ring.no_memory++;
+        ring.lost++;
     return skb;
 }
 
@@ -140,7 +140,7 @@ void begin_cutting(ring &ring, const tpacket2_hdr &header, const device_work &wo
     if (!known || work.gso_size > LARGEST_SEGMENT ||
         !large_frame_begin(ring.large, l4, work.gso_size, !tcp)) {
         ring.large.bytes.clear();
-        ring.too_long++;
+        ring.lost++;
     }
 }
 
@@ -152,7 +152,7 @@ sk_buff *next_segment(ring &ring) {
             std::memcpy(skb_put(skb, length), bytes.data(), length);
             return skb;
         }
-        ring.no_memory++;
+        ring.lost++;
     }
     return nullptr;
 }
@@ -168,7 +168,7 @@ void take_large(ring &ring, const tpacket2_hdr &header, std::span<const u8> byte
     if (whole && work.gso_type != GSO_NONE)
         return begin_cutting(ring, header, work);
     ring.large.bytes.clear();
-    ring.too_long++;
+    ring.lost++;
 }
 
 // One place of the ring: its frame, or null when there is none, or it is to be cut.
@@ -222,6 +222,15 @@ bool ring_is_alive(const ring &ring) {
     // The kernel unbinds the socket from a device that is deleted.
     return getsockname(ring.socket, reinterpret_cast<sockaddr *>(&bound), &size) == 0 &&
            bound.sll_ifindex > 0;
+}
+
+// The kernel's own count starts anew with each look.
+unsigned long ring_lost(ring &ring) {
+    tpacket_stats since{};
+    socklen_t size = sizeof(since);
+    if (getsockopt(ring.socket, SOL_PACKET, PACKET_STATISTICS, &since, &size) == 0)
+        ring.lost += since.tp_drops;
+    return ring.lost;
 }
 
 sk_buff *ring_next(ring &ring) {

@@ -1,15 +1,15 @@
 // A packet socket on one device, with a ring of received frames that the kernel shares with us.
 //
 //   in     the device's name
-//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again, frames
-//   that
-//          were left to hardware to cut are cut, partial checksums filled in
+//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again;
+//          frames that were left to hardware to cut are cut, partial checksums filled in
 //   out    frames as socket buffers
 #pragma once
 
 #include "kernel/types.h"
 #include "segment.h"
 
+#include <atomic>
 #include <span>
 
 struct sk_buff;
@@ -19,7 +19,7 @@ struct ring {
     u8 *memory = nullptr;
     u32 next = 0;      // frame of the ring that the kernel fills next
     large_frame large; // being cut
-    u64 too_long = 0, no_memory = 0;
+    std::atomic<unsigned long> lost{0};
 };
 
 int ring_open(ring &ring, const char *name); // 0 or -errno
@@ -27,6 +27,10 @@ void ring_close(ring &ring);
 
 // Takes the error that poll() told of: false when the device is gone for good.
 bool ring_is_alive(const ring &ring);
+
+// Frames that did not fit into the ring, or for which there was no memory, or that are too long.
+// From any thread.
+unsigned long ring_lost(ring &ring);
 
 // The next frame, or null when there is none yet.
 sk_buff *ring_next(ring &ring);

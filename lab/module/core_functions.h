@@ -22,6 +22,8 @@
 	FUNCTION(tarn_vlan_delete_vlan_from_port, "_Z31tarn_vlan_delete_vlan_from_portjj")         \
 	FUNCTION(tarn_vlan_set_default_pvid, "_Z26tarn_vlan_set_default_pvidjt")                   \
 	FUNCTION(print_redirect_counters, "_Z23print_redirect_countersjP8seq_file")                \
-	FUNCTION(enable_redirect_by_name, "_Z23enable_redirect_by_namePKch")
+	FUNCTION(enable_redirect_by_name, "_Z23enable_redirect_by_namePKch")                       \
+	FUNCTION(tarn_udld_enable, "_Z16tarn_udld_enableh")                                        \
+	FUNCTION(tarn_udld_set_hw_filter, "_Z23tarn_udld_set_hw_filterjh")
 
 #endif

@@ -20,10 +20,12 @@
  *   delete IFINDEX
  *   show IFINDEX                      what reading shows beside the counters from now on
  *   enable NAME | disable NAME
- *   frames COUNT IFINDEX VID LOCAL HEX
+ *   udld IFINDEX ON FILTER            whether the protocol is on, and what becomes of a port's frames
+ *   frames COUNT IFINDEX VID LOCAL [FLAGS] HEX
  *                                     COUNT copies of the frame, delivered from process context;
- *                                     HEX "-" is a frame of no bytes
- *   meta CODE FLAGS EXTRA             what the chip says of frames from now on; 0 0 0 at first
+ *                                     FLAGS are those of its meta data; HEX "-" is a frame of no bytes
+ *   meta CODE FLAGS EXTRA             what the chip says of frames from now on, FLAGS beside their own;
+ *                                     0 0 0 at first
  *   leak BYTES                        memory that is lost, for who looks for such
  * Reading gives the counters of the chain, and a line of the interface that "show" named:
  *   if: IFINDEX NAME flags HEX below RUNNING_PORTS device 0|1
@@ -45,13 +47,13 @@ struct lab_core lab_core;
 LAB_CORE_FUNCTIONS(LAB_CORE_PARAMETER)
 
 static unsigned int shown;
-static u32 code, flags, extra;
+static u32 code, more_flags, extra;
 
-static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u32 local)
+static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u32 local, u32 flags)
 {
 	struct tarn_rx_meta meta = {
 		.debug = 1, .flood_except = { ~0u, 0 }, .local = local, .local_post_kernel = 0,
-		.code = code, .flags = flags, .extra = extra,
+		.code = code, .flags = flags | more_flags, .extra = extra,
 	};
 	struct sk_buff *skb = __netdev_alloc_skb(NULL, length, GFP_KERNEL);
 
@@ -65,15 +67,15 @@ static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u
 
 static int frames(const char *arguments, char *hex)
 {
-	unsigned int count, ifindex, vid, local, i, length = strlen(hex) / 2;
+	unsigned int count, ifindex, vid, local, flags = 0, i, length = strlen(hex) / 2;
 	int result = 0;
 
-	if (sscanf(arguments, "%u %u %u %u", &count, &ifindex, &vid, &local) != 4)
+	if (sscanf(arguments, "%u %u %u %u %u", &count, &ifindex, &vid, &local, &flags) < 4)
 		return -EINVAL;
 	if (hex2bin((u8 *)hex, hex, length) != 0)
 		return -EINVAL;
 	for (i = 0; i < count && result == 0; i++) {
-		result = deliver((u8 *)hex, length, ifindex, vid, local);
+		result = deliver((u8 *)hex, length, ifindex, vid, local, flags);
 		cond_resched();
 	}
 	return result;
@@ -114,7 +116,7 @@ static int declare(const char *line)
 static int set(const char *line)
 {
 	char choice[12], name[24];
-	unsigned int a, b;
+	unsigned int a, b, c;
 
 	if (sscanf(line, "attach %u %u", &a, &b) == 2)
 		return lab_attach(a, b);
@@ -126,6 +128,8 @@ static int set(const char *line)
 		return lab_stp(a, b);
 	if (sscanf(line, "link %u %11s", &a, choice) == 2)
 		return lab_link(a, strcmp(choice, "up") == 0);
+	if (sscanf(line, "udld %u %u %u", &a, &b, &c) == 3)
+		return lab_udld(a, b, c);
 	if (sscanf(line, "delete %u", &a) == 1)
 		return lab_delete(a);
 	if (sscanf(line, "enable %23s", name) == 1)
@@ -150,7 +154,7 @@ static int command(char *line)
 		shown = number;
 		return 0;
 	}
-	if (sscanf(line, "meta %u %i %i", &code, &flags, &extra) == 3)
+	if (sscanf(line, "meta %u %i %i", &code, &more_flags, &extra) == 3)
 		return 0;
 	if (sscanf(line, "leak %u", &number) == 1)
 		return lose(number);

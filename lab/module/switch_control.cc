@@ -8,6 +8,7 @@
 #include "kernel/netdev.h"
 #include "kernel/seq.h"
 #include "pkt/pkt_redirect.h"
+#include "sockets/sockets.h"
 #include "vlan/vlan_member.h"
 
 // The function of the loaded core, by its address.
@@ -99,6 +100,11 @@ int lab_link(unsigned ifindex, int up) {
 
 int lab_enable(const char *name, int value) {
     return CORE(enable_redirect_by_name)(name, static_cast<u8>(value));
+}
+
+int lab_udld(unsigned ifindex, int on, unsigned filter) {
+    CORE(tarn_udld_enable)(on != 0);
+    return CORE(tarn_udld_set_hw_filter)(ifindex, static_cast<u8>(filter));
 }
 
 void lab_counters(seq_file *view) {

@@ -35,6 +35,7 @@ int lab_no_member(unsigned int vid, unsigned int ifindex);
 int lab_stp(unsigned int ifindex, unsigned int state); /* in every instance */
 int lab_link(unsigned int ifindex, int up);
 int lab_enable(const char *name, int value);
+int lab_udld(unsigned int ifindex, int on, unsigned int filter);
 
 void lab_counters(struct seq_file *view);
 void lab_show(struct seq_file *view, unsigned int ifindex);

@@ -9,6 +9,7 @@
 
 int main(void)
 {
+	static const int nobodys[] = { 49, 58, 59, 64, 71 };
 	struct utsname system;
 	struct timespec tick;
 
@@ -18,10 +19,11 @@ int main(void)
 	CHECK(sysconf(_SC_NPROCESSORS_ONLN) == 2, "two CPUs");
 	CHECK(strstr(system.version, "SMP PREEMPT"), "preemption: %s", system.version);
 	CHECK(tick.tv_nsec == 10000000, "100 jiffies a second");
-	for (int family = 46; family <= 71; family++) {
-		int made = socket(family, SOCK_RAW, 0);
+	/* The module's own families are the business of sockets.c. */
+	for (unsigned i = 0; i < sizeof(nobodys) / sizeof(nobodys[0]); i++) {
+		int made = socket(nobodys[i], SOCK_RAW, 0);
 
-		CHECK(made < 0 && errno == EAFNOSUPPORT, "family %d is free", family);
+		CHECK(made < 0 && errno == EAFNOSUPPORT, "family %d is free", nobodys[i]);
 		if (made >= 0)
 			close(made);
 	}

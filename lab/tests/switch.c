@@ -158,4 +158,5 @@ void switch_end(void)
 		      "port %d is gone", k);
 		close(host[k]);
 	}
+	CHECK(chip("filter 0\ntrap filter off\n") == 0, "the chip is as the next test expects it");
 }

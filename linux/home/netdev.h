@@ -126,6 +126,7 @@ inline int dev_queue_xmit(sk_buff *skb) {
 
 extern "C" int netif_rx(sk_buff *skb);
 inline int netif_rx_ni(sk_buff *skb) {
+    tarn_k_neigh_learn(skb);
     return netif_rx(skb);
 }
 // This kernel has no such service: a macvlan above a device is served by its own handler.
@@ -144,4 +145,15 @@ inline int ipv6_chk_prefix(const u8 *address, net_device *device) {
 }
 inline bool netdev_in_init_net(const net_device *device) {
     return tarn_k_netdev_in_init_net(device) != 0;
+}
+
+struct packet_type {
+    alignas(8) unsigned char type[TARN_PACKET_TYPE_SIZE];
+};
+inline void packet_type_init(packet_type *type, u16 ethertype, packet_handler handler) {
+    home::field<u16>(type, TARN_PACKET_TYPE_TYPE) = ethertype;
+    home::field<packet_handler>(type, TARN_PACKET_TYPE_FUNC) = handler;
+}
+inline u16 packet_type_type(const packet_type *type) {
+    return home::field<u16>(type, TARN_PACKET_TYPE_TYPE);
 }

@@ -25,6 +25,9 @@ inline u32 skb_truesize(const sk_buff *skb) {
 inline bool skb_cloned(const sk_buff *skb) {
     return tarn_k_skb_cloned(skb) != 0;
 }
+inline bool skb_shared(const sk_buff *skb) {
+    return __atomic_load_n(&home::field<int>(skb, TARN_SKB_USERS), __ATOMIC_RELAXED) != 1;
+}
 inline bool skb_is_linear(const sk_buff *skb) {
     return home::field<u32>(skb, TARN_SKB_DATA_LEN) == 0;
 }

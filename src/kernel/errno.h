@@ -13,6 +13,9 @@
 #define EINVAL 22
 #define ERANGE 34
 #define EMSGSIZE 90
+#define ESOCKTNOSUPPORT 94
 #define EOPNOTSUPP 95
+#define EAFNOSUPPORT 97
 #define EADDRNOTAVAIL 99
 #define ENETDOWN 100
+#define ENOBUFS 105

@@ -2,8 +2,9 @@
 // which knows behind which port a neighbour was learned.
 //
 // The flushes drop the entries of a VLAN (-1: any), a device (null: any of this module's) and a
-// port or a MAC address. A home whose kernel does not know the port may drop more: an entry comes
-// back when it is wanted. They may sleep, and take the RTNL lock where they need it.
+// port or a MAC address. The port is the word at the end of the control block of the ARP or
+// neighbour discovery that netif_rx_ni() took. An entry whose port is not known any more goes with
+// any: it comes back when it is wanted. They may sleep, and take the RTNL lock where they need it.
 #pragma once
 
 #include "kernel/types.h"

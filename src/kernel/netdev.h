@@ -4,8 +4,8 @@
 // the kernel's. What may sleep: registration, flag and address changes, which take the RTNL lock
 // themselves unless said otherwise.
 //
-//   dev_get_by_name(name)      of the initial namespace, with a reference that dev_put drops; or
-//   null alloc_etherdev_mqs(size, 1, 1)
+//   dev_get_by_name(name)      of the initial namespace, or null; dev_put drops the reference
+//   alloc_etherdev_mqs(size, 1, 1)
 //                              a device with a zeroed private area of that size; null on failure.
 //                              free_netdev ends one that is not registered (any more)
 //   register_netdev(device)    0 or a negative errno; unregister_netdev
@@ -21,10 +21,12 @@
 //   netif_carrier_on, netif_carrier_off
 //   netif_start_queue, netif_stop_queue, netif_wake_queue
 //                              the driver's stop bit of the first transmit queue
-//   dev_queue_xmit(skb)        sends through the device of the frame; consumes it whatever the
-//   result eth_type_trans(skb, device)
+//   dev_queue_xmit(skb)        sends through the frame's device; consumes it whatever the result
+//   eth_type_trans(skb, device)
 //                              takes the Ethernet header off and sets the device; the protocol
 //   netif_rx_ni(skb)           into the IP stack, from any context; consumes it
+//   synchronize_net()          returns when every transmit that was under way in a device has
+//                              ended; sleeps, under the RTNL lock or not
 //   macvlan_parent_xmit(skb, device)
 //                              1 when a macvlan above the device took the frame
 #pragma once
@@ -155,6 +157,7 @@ void netif_carrier_off(net_device *device);
 u16 eth_type_trans(sk_buff *skb, net_device *device); // network order
 void rtnl_lock(void);
 void rtnl_unlock(void);
+void synchronize_net(void);
 }
 
 // --- addresses of the IP stack -----------------------------------------------------------------
@@ -193,5 +196,17 @@ inline net_device *netdev_notifier_info_to_dev(const void *info) {
 bool netdev_in_init_net(const net_device *device);
 
 extern "C" int register_netdevice_notifier(notifier_block *block);
+
+// --- frames that the IP stack takes --------------------------------------------------------------
+
+// Who gets the received frames of an Ethernet type (network order) too, from softirq, without their
+// Ethernet header. Has static storage. The handler ends the frame; others may hold it as well.
+struct packet_type;
+using packet_handler = i32 (*)(sk_buff *skb, net_device *device, packet_type *type,
+                               net_device *original);
+void packet_type_init(packet_type *type, u16 ethertype, packet_handler handler);
+u16 packet_type_type(const packet_type *type);
+
+extern "C" void dev_add_pack(packet_type *type);
 
 #include "home/netdev.h"

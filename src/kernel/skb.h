@@ -32,6 +32,7 @@ u32 skb_headroom(const sk_buff *skb);
 u32 skb_tailroom(const sk_buff *skb);
 u32 skb_truesize(const sk_buff *skb);
 bool skb_cloned(const sk_buff *skb);
+bool skb_shared(const sk_buff *skb);    // the sk_buff itself has other holders
 bool skb_is_linear(const sk_buff *skb); // all of skb_len lies at skb_data
 u8 *skb_cb(sk_buff *skb);
 u32 skb_mark(const sk_buff *skb);

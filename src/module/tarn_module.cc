@@ -5,6 +5,7 @@
 #include "control/tarnfwd_netlink.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_event.h"
+#include "pkt/pkt_candidates.h"
 #include "pkt/pkt_debug.h"
 #include "security/security.h"
 
@@ -30,6 +31,7 @@ i32 tarn_init() {
 i32 tarn_os_init() {
     tarn_avl_cache_init();
     tarn_pkt_debug_init();
+    pkt_candidates_init();
     tarnfwd_netlink_init();
     return redirects_init();
 }

@@ -13,9 +13,6 @@ constexpr u32 _TYPE_WITHOUT_DEVICE = 1;
 
 constexpr u32 _LINK_ADDRESS_MAX = 14;
 constexpr u16 _HEADER_LENGTH = 16; // two more than Ethernet's, on purpose
-constexpr u32 _MTU_MIN = 64;
-constexpr u32 _MTU_MAX = 9216;
-constexpr u32 _LINK = IFF_UP | IFF_RUNNING;
 
 void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
     u8 address[_LINK_ADDRESS_MAX] = {};
@@ -25,22 +22,23 @@ void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
 }
 
 bool _has_link(const tarn_if *ifp) {
-    return ifp->type == TARN_IF_TYPE_SWITCHPORT && (read_once(ifp->flags) & _LINK) == _LINK;
+    return ifp->type == TARN_IF_TYPE_SWITCHPORT &&
+           (read_once(ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK;
 }
 
 void _fill(net_device *device, tarn_if *ifp, bool is_new) {
     bool is_port = ifp->type == TARN_IF_TYPE_SWITCHPORT;
     bool is_vlan = ifp->type == TARN_IF_TYPE_VLAN;
     auto *own = static_cast<tarn_eth_priv *>(netdev_priv(device));
-    own->ifp = ifp;
-    own->vid = is_vlan ? ifp->vid : 0;
+    write_once(own->ifp, ifp);
+    write_once(own->vid, is_vlan ? ifp->vid : 0u);
 
     netdev_set_priv_flags(device, netdev_priv_flags(device) | IFF_NO_QUEUE);
     netdev_set_ops(device, is_port ? &tarn_eth_port_ops : &tarn_eth_other_ops,
                    is_port ? &tarn_eth_port_ethtool_ops : nullptr);
     netdev_set_hard_header_len(device, _HEADER_LENGTH);
     if (is_port || is_vlan)
-        netdev_set_mtu_bounds(device, _MTU_MIN, _MTU_MAX);
+        netdev_set_mtu_bounds(device, TARN_ETH_MTU_MIN, TARN_ETH_MTU_MAX);
     // The number of a registered device is the kernel's key to it.
     if (is_new && (is_port || is_vlan))
         netdev_set_ifindex(device, is_vlan ? ifp->vid + TARN_IF_VLAN_BASE : ifp->ifindex);
@@ -84,6 +82,8 @@ net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwadd
     _fill(device, ifp, false);
     _set_address(device, hwaddr, hwaddr_len);
     _carrier(device, ifp);
+    // Transmits that have read the old interface hold no reference to it.
+    synchronize_net();
     rtnl_unlock();
     dev_put(device);
     return device;

@@ -38,9 +38,6 @@ constinit const netdev_ops tarn_eth_other_ops{
 
 namespace {
 
-constexpr int _MTU_MIN = 64;
-constexpr int _MTU_MAX = 9216;
-
 constexpr u32 _DEFAULT_SPEED = 10000;
 constexpr u32 _ALL_SOFTWARE_TIMESTAMPS = 0x5F;
 constexpr i32 _NO_CLOCK = -1;
@@ -72,7 +69,7 @@ bool _is_zero(const u8 *address) {
 
 bool _on_management_vlan(const tarn_eth_priv *own) {
     u32 vid;
-    return tarn_stack_mgmt_vlan_get_vid(&vid) == 0 && vid == own->vid;
+    return tarn_stack_mgmt_vlan_get_vid(&vid) == 0 && vid == read_once(own->vid);
 }
 
 // Only answers: nothing is programmed.
@@ -140,7 +137,7 @@ net_device_stats *tarn_eth_dev_get_stats(net_device *device) {
 void tarn_eth_dev_set_mc_list(net_device *) {}
 
 int tarn_eth_dev_change_mtu(net_device *device, int mtu) {
-    if (mtu < _MTU_MIN || mtu > _MTU_MAX)
+    if (mtu < TARN_ETH_MTU_MIN || mtu > TARN_ETH_MTU_MAX)
         return -ERANGE;
     netdev_set_mtu(device, static_cast<u32>(mtu));
     return 0;

@@ -3,6 +3,9 @@
 
 #include "kernel/netdev.h"
 
+inline constexpr int TARN_ETH_MTU_MIN = 64;
+inline constexpr int TARN_ETH_MTU_MAX = 9216;
+
 extern const netdev_ops tarn_eth_port_ops;                 // of switch ports
 extern const netdev_ethtool_ops tarn_eth_port_ethtool_ops; // others have none
 extern const netdev_ops tarn_eth_other_ops;

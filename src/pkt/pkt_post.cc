@@ -7,6 +7,7 @@
 #include "kernel/memory.h"
 #include "kernel/netdev.h"
 #include "kernel/once.h"
+#include "kernel/preempt.h"
 #include "kernel/time.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_calls.h"
@@ -45,29 +46,36 @@ const u8 *_header_of(const sk_buff *skb, u16 wanted) {
     return type == wanted ? frame.data + ETH_HLEN : nullptr;
 }
 
-} // namespace
-
-u32 tarn_pkt_post_to_kernel(tarn_if *rx_port, tarn_if *l2_port, tarn_if *l3_if, sk_buff *skb,
-                            u32 vid) {
-    frame_set_port_word(skb, _ingress_of(rx_port, l2_port));
-
+void _post_up(const tarn_if *rx_port, tarn_if *l3_if, sk_buff *skb, u32 vid) {
     net_device *device = l3_if ? read_once(l3_if->netdev) : nullptr;
     if (!device) {
         pr_crit("Interface %.16s, vid %d, layer 3 interface not specified\n",
                 rx_port ? rx_port->name : "portUnknown", static_cast<i32>(vid));
         kfree_skb(skb);
-        return 0;
+        return;
     }
 
     net_device_stats *stats = tarn_eth_dev_get_stats(device);
     _count(stats, skb);
     if (read_once(l3_if->flags) & IFF_UP) {
         if (tarn_eth_drv_post_kernel_pkt(l3_if, skb) >= 0)
-            return 0;
+            return;
         pr_err("Error posting packet to the TCP/IP stack\n");
     }
     count_up(stats->rx_dropped);
     kfree_skb(skb);
+}
+
+} // namespace
+
+// The device may be unregistered at any time, and whoever frees it waits for those who have bottom
+// halves off.
+u32 tarn_pkt_post_to_kernel(tarn_if *rx_port, tarn_if *l2_port, tarn_if *l3_if, sk_buff *skb,
+                            u32 vid) {
+    frame_set_port_word(skb, _ingress_of(rx_port, l2_port));
+    local_bh_disable();
+    _post_up(rx_port, l3_if, skb, vid);
+    local_bh_enable();
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
+#include "pkt/pkt_candidates.h"
 
 constinit std::array<packet_redirect *, REDIRECT_SLOTS> packet_redirects{};
 
@@ -146,25 +147,31 @@ i32 tarn_pkt_register_packet_redirection(const packet_redirect *record, u32 inde
     *copy = *record;
     _zero_counters(copy);
     copy->enabled = 1;
+    pkt_candidates_change_begin();
     packet_redirects[index] = copy;
+    pkt_candidates_change_end();
     return 0;
 }
 
 i32 enable_redirect(u32 index, u8 value) {
     if (index >= REDIRECT_SLOTS || !packet_redirects[index])
         return -EINVAL;
+    pkt_candidates_change_begin();
     write_once(packet_redirects[index]->enabled, value);
+    pkt_candidates_change_end();
     return 0;
 }
 
 i32 enable_redirect_by_name(const char *name, u8 value) {
     i32 result = -EINVAL;
+    pkt_candidates_change_begin();
     for (packet_redirect *redirect : packet_redirects) {
         if (!redirect || strncmp(redirect->name, name, REDIRECT_NAME_SIZE) != 0)
             continue;
         write_once(redirect->enabled, value);
         result = 0;
     }
+    pkt_candidates_change_end();
     return result;
 }
 
@@ -173,6 +180,7 @@ sk_buff *tarn_pkt_packet_post_dummy(sk_buff *skb, tarn_post_info *) {
 }
 
 void tarn_pkt_redirect_clear_counters(u32 index) {
+    pkt_candidates_sum_up();
     if (index < REDIRECT_SLOTS && packet_redirects[index])
         _zero_counters(packet_redirects[index]);
 }
@@ -188,6 +196,7 @@ i32 print_redirect_counters(u32 mode, seq_file *view) {
     const u8 *slot = _order_of(mode);
     if (!slot)
         return 0;
+    pkt_candidates_sum_up();
     for (; *slot != REDIRECT_ORDER_END; slot++) {
         const packet_redirect *redirect = packet_redirects[*slot];
         if (redirect && strncmp(redirect->name, _hidden, REDIRECT_NAME_SIZE) != 0)

@@ -24,6 +24,22 @@ inline constexpr u32 SKIP_ARP = 2;
 inline constexpr u32 SKIP_IPV4 = 4;
 inline constexpr u32 SKIP_IPV6 = 8;
 
+// Facts of a frame, for packet_redirect.concerns (pkt_candidates.cc finds them).
+enum frame_fact : u32 {
+    FRAME_ANY = 0x001, // of every frame
+    FRAME_WITHOUT_PORT = 0x002,
+    FRAME_ARP = 0x004,
+    FRAME_IPV4 = 0x008,
+    FRAME_IPV6 = 0x010,
+    FRAME_OF_PROTOCOL = 0x020,   // its type is that of a protocol with a redirect
+    FRAME_TO_PROTOCOL = 0x040,   // its destination has the three bytes of such a protocol
+    FRAME_TO_BRIDGES = 0x080,    // its destination starts 01:80:C2
+    FRAME_TO_GROUP = 0x100,      // but not to all
+    FRAME_UNREAL_SOURCE = 0x200, // a group or zero
+    FRAME_TRAP_FLAGS = 0x400,    // tarn_rx_meta.flags has any
+    FRAME_TRAP_CODE = 0x800,     // tarn_rx_meta.code is not 0
+};
+
 // Kinds of replicated frames, in the order of stack_repl_strings.
 enum stack_repl_type : u32 {
     STACK_REPL_DEFAULT,
@@ -55,7 +71,7 @@ struct packet_redirect {
     // Optional. On frames of the IP stack; returns the frame to go on with, or null if it took it.
     sk_buff *(*modify_tx)(tarn_if *ifp, sk_buff *skb) = nullptr;
     u32 stack_repl_type = STACK_REPL_DEFAULT;
-    u32 inspects = 0; // match calls
+    u32 inspects = 0; // frames that came by, up to date after pkt_candidates_sum_up
     u32 stops = 0;
     u32 stop_reasons[REDIRECT_REASONS] = {};
     u32 kernel = 0;
@@ -71,6 +87,9 @@ struct packet_redirect {
     // Optional. Called with the frame and the instruct's pre_post_arg when that is set; frees what
     // it points to and clears it. A null frame: the request was refused, only free it.
     void (*pre_post_modify)(sk_buff *skb, void **arg) = nullptr;
+    // FRAME_*: a frame with none of these facts is none that `match` wants. It is not called then,
+    // though it counts as if it were; 0 for one that only modifies.
+    u32 concerns = FRAME_ANY;
 };
 
 extern std::array<packet_redirect *, REDIRECT_SLOTS> packet_redirects;

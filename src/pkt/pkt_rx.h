@@ -4,7 +4,8 @@
 //   tarn_pkt_process        prepares the classification, runs the chain     pkt_rx.cc
 //   tarn_pkt_parse          reads the headers                               pkt_parse.cc
 //   tarn_pkt_low_mem        is memory short?                                pkt_low_mem.cc
-//   tarn_pkt_chain          asks the redirects, does what they decide       pkt_chain.cc
+//   tarn_pkt_chain          asks the redirects                              pkt_chain.cc
+//   tarn_pkt_carry_out      does what one of them decided                   pkt_carry_out.cc
 //
 // A frame that is not copied costs no allocation, but for the text of a debug log line.
 #pragma once
@@ -35,3 +36,9 @@ u8 tarn_pkt_low_mem(u32 frame_length);
 
 // Same result as tarn_pkt_process; uses up the reference to info->vlan_if.
 u32 tarn_pkt_chain(tarn_pkt_info *info);
+
+// Does what the redirect decided, which is something. True when that ended the frame's way, with
+// what the driver is to be told; else the frame goes on and the instruct is clear.
+struct packet_redirect;
+bool tarn_pkt_carry_out(packet_redirect *redirect, tarn_pkt_info *info, redirect_instruct *instruct,
+                        u32 *result);

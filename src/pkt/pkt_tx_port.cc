@@ -5,6 +5,7 @@
 #include "kernel/memory.h"
 #include "kernel/netdev.h"
 #include "kernel/once.h"
+#include "kernel/preempt.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_calls.h"
 #include "pkt/pkt_hw.h"
@@ -46,7 +47,7 @@ bool _tagged(const tarn_if *port, u32 vid, const sk_buff *skb) {
 
 // A device's queue consumes what it is given, whatever it answers. So it is given a clone, and any
 // result but 0 leaves the frame with the caller, here as everywhere.
-u32 _device_xmit(const tarn_if *port, sk_buff *skb) {
+u32 _give_to_device(const tarn_if *port, sk_buff *skb) {
     net_device *device = read_once(port->netdev);
     if (!device)
         return static_cast<u32>(-ENODEV);
@@ -57,6 +58,15 @@ u32 _device_xmit(const tarn_if *port, sk_buff *skb) {
     u32 result = static_cast<u32>(dev_queue_xmit(clone));
     if (result == 0)
         consume_skb(skb);
+    return result;
+}
+
+// The device may be unregistered at any time, and whoever frees it waits for those who have bottom
+// halves off.
+u32 _device_xmit(const tarn_if *port, sk_buff *skb) {
+    local_bh_disable();
+    u32 result = _give_to_device(port, skb);
+    local_bh_enable();
     return result;
 }
 

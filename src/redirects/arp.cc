@@ -139,7 +139,9 @@ i32 tarn_arp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
 } // namespace
 
 i32 tarn_arp_init() {
-    packet_redirect record{
-        .name = "arp", .match = tarn_arp_redirect_instruct_get, .post = tarn_pkt_packet_post_dummy};
+    packet_redirect record{.name = "arp",
+                           .match = tarn_arp_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .concerns = FRAME_ARP};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -33,7 +33,9 @@ sk_buff *tarn_pkt_packet_post_dos(sk_buff *skb, tarn_post_info *info) {
 } // namespace
 
 i32 tarn_dos_init() {
-    packet_redirect record{
-        .name = "dos", .match = tarn_dos_redirect_instruct_get, .post = tarn_pkt_packet_post_dos};
+    packet_redirect record{.name = "dos",
+                           .match = tarn_dos_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dos,
+                           .concerns = FRAME_IPV4 | FRAME_TRAP_FLAGS};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

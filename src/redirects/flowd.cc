@@ -82,8 +82,10 @@ i32 tarn_netlink_flowd_init() {
         pr_err("Error reserving FLOWD netlink group\n");
         return result;
     }
-    packet_redirect record{
-        .name = "flowd", .match = flowd_redirect_instruct_get, .post = flowd_netlink_post_packet};
+    packet_redirect record{.name = "flowd",
+                           .match = flowd_redirect_instruct_get,
+                           .post = flowd_netlink_post_packet,
+                           .concerns = FRAME_TRAP_FLAGS};
     result = tarn_pkt_register_packet_redirection(&record, _SLOT);
     if (result != 0)
         pr_err("Error registering FLOWD redirection\n");

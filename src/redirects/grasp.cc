@@ -25,6 +25,7 @@ i32 tarn_grasp_init() {
     packet_redirect record{.name = "grasp",
                            .match = tarn_grasp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4,
+                           .concerns = FRAME_IPV6};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -26,6 +26,7 @@ i32 tarn_icmp_cpucode_init() {
                            .match = tarn_icmp_cpucode_dummy_match,
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = icmp_cpucode_modify_packet,
-                           .skip_protocols = SKIP_ARP};
+                           .skip_protocols = SKIP_ARP,
+                           .concerns = 0};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

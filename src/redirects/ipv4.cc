@@ -65,6 +65,7 @@ i32 tarn_ipv4_init() {
                            .match = tarn_ipv4_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = tarn_ipv4_modify_packet_rx,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV6,
+                           .concerns = FRAME_IPV4};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

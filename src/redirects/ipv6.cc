@@ -96,13 +96,15 @@ i32 tarn_ipv6_init() {
                              .match = tarn_ipv6_precheck_redirect_instruct_get,
                              .post = tarn_pkt_packet_post_dummy,
                              .modify_rx = tarn_ipv6_modify_packet_rx,
-                             .skip_protocols = SKIP_ARP | SKIP_IPV4};
+                             .skip_protocols = SKIP_ARP | SKIP_IPV4,
+                             .concerns = FRAME_IPV6};
     i32 result = tarn_pkt_register_packet_redirection(&precheck, _PRECHECK_SLOT);
     if (result != 0)
         return result;
     packet_redirect record{.name = "ipv6",
                            .match = tarn_ipv6_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4,
+                           .concerns = FRAME_IPV6};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

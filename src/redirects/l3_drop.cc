@@ -34,7 +34,8 @@ i32 tarn_l3_drop_init() {
     packet_redirect record{.name = "l3drop",
                            .match = tarn_l3_drop_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .modify_tx = tarn_l3_drop_tx};
+                           .modify_tx = tarn_l3_drop_tx,
+                           .concerns = FRAME_IPV4 | FRAME_IPV6};
     i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
     if (result == 0)
         enable_redirect(_SLOT, 0);

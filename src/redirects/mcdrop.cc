@@ -67,7 +67,8 @@ i32 tarn_mcdrop_init() {
     packet_redirect record{.name = "mcdrop",
                            .match = tarn_mcdrop_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .skip_protocols = SKIP_ARP};
+                           .skip_protocols = SKIP_ARP,
+                           .concerns = FRAME_TO_GROUP};
     i32 made = flooding_group_init();
     i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
     return result != 0 ? result : made;

@@ -40,6 +40,7 @@ i32 pbr_init() {
     packet_redirect record{.name = "pbrMark",
                            .match = pbr_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .modify_rx = pbr_modify_packet_rx};
+                           .modify_rx = pbr_modify_packet_rx,
+                           .concerns = 0};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

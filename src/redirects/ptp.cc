@@ -20,8 +20,10 @@ i32 tarn_ptp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
 } // namespace
 
 i32 tarn_ptp_init() {
-    packet_redirect record{
-        .name = "ptp", .match = tarn_ptp_redirect_instruct_get, .post = tarn_pkt_packet_post_dummy};
+    packet_redirect record{.name = "ptp",
+                           .match = tarn_ptp_redirect_instruct_get,
+                           .post = tarn_pkt_packet_post_dummy,
+                           .concerns = FRAME_OF_PROTOCOL};
     i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
     enable_redirect(_SLOT, 0); // whatever the result
     return result;

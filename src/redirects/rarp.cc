@@ -43,6 +43,7 @@ i32 tarn_rarp_init() {
     packet_redirect record{.name = "rarp",
                            .match = tarn_rarp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6};
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_OF_PROTOCOL};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

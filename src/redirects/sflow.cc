@@ -86,7 +86,8 @@ i32 tarn_netlink_sflow_sock_init() {
     packet_redirect record{.name = "sflow",
                            .match = tarn_sflow_redirect_instruct_get,
                            .post = tarn_netlink_sflow_post_packet,
-                           .stack_repl_type = STACK_REPL_SFLOW};
+                           .stack_repl_type = STACK_REPL_SFLOW,
+                           .concerns = FRAME_TRAP_CODE};
     i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
     if (result != 0)
         return result;

@@ -27,6 +27,7 @@ i32 tarn_vlan_local_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct
 i32 tarn_vlan_local_init() {
     packet_redirect record{.name = "vlan_local",
                            .match = tarn_vlan_local_redirect_instruct_get,
-                           .post = tarn_pkt_packet_post_dummy};
+                           .post = tarn_pkt_packet_post_dummy,
+                           .concerns = FRAME_WITHOUT_PORT};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -178,6 +178,7 @@ i32 tarn_vornappsd_init() {
     packet_redirect record{.name = "vornappsd",
                            .match = tarn_vornappsd_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .pre_post_modify = tarn_vornappsd_pre_post_modify};
+                           .pre_post_modify = tarn_vornappsd_pre_post_modify,
+                           .concerns = FRAME_IPV4};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

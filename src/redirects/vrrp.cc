@@ -35,6 +35,7 @@ i32 tarn_vrrp_init() {
     packet_redirect record{.name = "vrrp",
                            .match = tarn_vrrp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
-                           .skip_protocols = SKIP_ARP};
+                           .skip_protocols = SKIP_ARP,
+                           .concerns = FRAME_IPV4 | FRAME_IPV6};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

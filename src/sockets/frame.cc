@@ -1,7 +1,31 @@
+// Family 56, frame: tools send whole frames through it, and receive nothing.
+#include "kernel/log.h"
+#include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
-// The socket family of raw frames; registers no redirect: takes effect when it lands; nothing is
-// registered until then.
+namespace {
+
+constexpr socket_family _frame{
+    .number = TARN_AF_FRAME,
+    .name = "FRAME",
+    .lock_name = "frame_sock_list_lock",
+    .address_size = sizeof(vlan_skaddr),
+    .receive = {.push = SOCKET_PUSH_VLAN, .port = SOCKET_L2_IFINDEX}, // unused
+    .send = {.function = "_frame_sock_sendmsg",
+             .min_name = sizeof(vlan_skaddr),
+             .null_message = VLAN_SKADDR_IS_NULL,
+             .short_message = KERN_WARNING "%s namelen %d",
+             .short_first = true,
+             .up = SOCKET_UP,
+             .vlan_by_vid = true,
+             .by_flag = true,
+             .cos = 0,
+             .queue = 0},
+};
+
+} // namespace
+
 i32 tarn_af_frame_sock_init() {
+    family_sockets<_frame, false>::open();
     return 0;
 }

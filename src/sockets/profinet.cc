@@ -1,6 +1,63 @@
+// "profinet", family 70: PROFINET real-time frames (IEC 61158). Its daemon sends on a port, or on a
+// VLAN as a whole.
+#include "ifmgr/tarn_ifmgr.h"
+#include "kernel/errno.h"
+#include "pkt/pkt_tx.h"
+#include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
-// The socket family of PROFINET: takes effect when it lands; nothing is registered until then.
-i32 tarn_af_profinet_sock_init() {
+namespace {
+
+constexpr u32 _SLOT = 23;
+constexpr u32 _POSTED = 1;
+constexpr u16 _ETH_P_PROFINET = 0x8892;
+constexpr u32 _COS = 4, _QUEUE = 4;
+
+i32 _route(socket_send *send) {
+    u32 ifindex = send->address.ifindex;
+    send->named = ifindex != 0 ? tarn_ifmgr_lookup_by_index(ifindex)
+                               : tarn_ifmgr_lookup_by_vid(send->address.vid);
+    if (!send->named)
+        return -EINVAL;
+    return read_once(send->named->flags) & SOCKET_UP ? 0 : -ENETDOWN;
+}
+
+i32 _transmit(const socket_send *send, sk_buff *skb) {
+    if (send->named->type == TARN_IF_TYPE_VLAN)
+        return socket_sent(skb,
+                           static_cast<u32>(_tarn_eth_drv_svi_tx(send->named, skb, _COS, _QUEUE)));
+    return socket_sent(skb, tarn_start_xmit(send->named, nullptr, skb, _COS, _QUEUE, 1, false));
+}
+
+constexpr socket_family _profinet{
+    .number = TARN_AF_PROFINET,
+    .name = "PROFINET",
+    .lock_name = "profinet_sock_list_lock",
+    .address_size = sizeof(vlan_skaddr),
+    .receive = {.push = SOCKET_PUSH_VLAN, .port = SOCKET_L2_IFINDEX},
+    .send = {.function = "_profinet_sock_sendmsg",
+             .min_name = sizeof(vlan_skaddr),
+             .null_message = nullptr,
+             .short_message = nullptr,
+             .route = _route,
+             .transmit = _transmit},
+};
+
+i32 tarn_profinet_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (frame_bytes(info->skb).inner_type() == _ETH_P_PROFINET)
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
     return 0;
+}
+
+} // namespace
+
+i32 tarn_af_profinet_sock_init() {
+    packet_redirect record{.name = "profinet",
+                           .match = tarn_profinet_redirect_instruct_get,
+                           .post = family_sockets<_profinet>::post,
+                           .stack_repl_type = STACK_REPL_PROFINET,
+                           .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
+                           .concerns = FRAME_OF_PROTOCOL};
+    family_sockets<_profinet>::open(); // before its redirect, and without it too
+    return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -1,12 +1,103 @@
+// "ryke", family 54: ring protection. Its daemon reads whole frames with their tag, and nothing
+// else may be sent on its control VLANs.
+#include "ifmgr/tarn_ifmgr_event.h"
+#include "kernel/errno.h"
+#include "kernel/log.h"
+#include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
-// The socket family of ring protection: takes effect when it lands; nothing is registered until
-// then.
-i32 tarn_af_ryke_sock_init() {
+namespace {
+
+constexpr u32 _SLOT = 21;
+constexpr u32 _CODE_NOT_FOR_DAEMON = 1;
+constexpr u8 ryke_addr[ETH_ALEN] = {0x00, 0xE0, 0x2B, 0x00, 0x00, 0x04};
+constexpr u32 _VLANS = 4095;
+constexpr i32 _MORE_ROOM = 64;
+
+enum _reason : u32 {
+    _FILTERED = 1,
+    _CODE = 3,
+    _POSTED = 4,
+};
+
+constinit u8 ryke_control_vlans[_VLANS] = {};
+
+// In bytes of its own, for others may read the frame through a clone.
+bool _make_room(sk_buff *skb) {
+    i32 more = skb_headroom(skb) < VLAN_HLEN ? _MORE_ROOM : 0;
+    return (more == 0 && !skb_cloned(skb)) || pskb_expand_head(skb, more, 0, GFP_ATOMIC) == 0;
+}
+
+sk_buff *_tag(sk_buff *skb, const tarn_post_info *info) {
+    if (!_make_room(skb))
+        return nullptr;
+    auto *data = static_cast<u8 *>(skb_push(skb, VLAN_HLEN));
+    memmove(data, data + VLAN_HLEN, 2 * ETH_ALEN);
+    const u16 tag[] = {cpu_to_be16(ETH_P_8021Q), cpu_to_be16(static_cast<u16>(info->rx_vid))};
+    memcpy(data + ETH_TYPE_OFFSET, tag, sizeof(tag));
+    return skb;
+}
+
+constexpr socket_family _ryke{
+    .number = TARN_AF_RYKE,
+    .name = "RYKE",
+    .lock_name = "ryke_sock_list_lock",
+    .address_size = sizeof(vlan_skaddr),
+    .receive = {.push = SOCKET_PUSH_HEADER, .port = SOCKET_L2_IFINDEX, .prepare = _tag},
+    .send = {.function = "_ryke_sock_sendmsg",
+             .min_name = sizeof(vlan_skaddr),
+             .null_message = KERN_INFO "vlan_skaddr is null",
+             .short_message = KERN_INFO "%s namelen %d",
+             .vlan_by_vid = true},
+};
+
+i32 tarn_ryke_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
+    if (!frame_is_to(info, ryke_addr))
+        return 0;
+    if (redirect_filtered(info))
+        redirect_decide(instruct, REDIRECT_STOP, _FILTERED);
+    else if (info->code == _CODE_NOT_FOR_DAEMON)
+        redirect_decide(instruct, REDIRECT_STOP, _CODE);
+    else
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
     return 0;
 }
 
-// Control VLANs take effect with it.
-i32 tarn_ryke_set_ctrl_vlan(u32, u8) {
+sk_buff *tarn_ryke_modify_tx_packet(tarn_if *ifp, sk_buff *skb) {
+    if (ifp->type != TARN_IF_TYPE_VLAN || !tarn_ryke_is_ctrl_vlan(ifp->vid) ||
+        frame_bytes(skb).equals(ETH_DST_OFFSET, ryke_addr, ETH_ALEN))
+        return skb;
+    kfree_skb(skb);
+    return nullptr;
+}
+
+} // namespace
+
+i32 tarn_ryke_set_ctrl_vlan(u32 vid, u8 on) {
+    if (vid >= _VLANS)
+        return -EINVAL;
+    write_once(ryke_control_vlans[vid], on);
     return 0;
+}
+
+u8 tarn_ryke_is_ctrl_vlan(u32 vid) {
+    return vid < _VLANS ? read_once(ryke_control_vlans[vid]) : u8{0};
+}
+
+void tarn_ryek_vlan_created(u32 vid) {
+    tarn_ryke_set_ctrl_vlan(vid, 0);
+}
+
+i32 tarn_af_ryke_sock_init() {
+    packet_redirect record{.name = "ryke",
+                           .match = tarn_ryke_redirect_instruct_get,
+                           .post = family_sockets<_ryke>::post,
+                           .modify_tx = tarn_ryke_modify_tx_packet,
+                           .stack_repl_type = STACK_REPL_RYKE,
+                           .skip_protocols = SKIP_ARP,
+                           .concerns = FRAME_TO_PROTOCOL};
+    i32 result = family_sockets<_ryke>::start(&record, _SLOT);
+    if (result == 0)
+        tarn_ifmgr_notifications_register(tarn_ryek_vlan_created);
+    return result;
 }

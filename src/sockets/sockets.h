@@ -33,8 +33,12 @@ void tarn_ipv4_mc_software_routing_enabled_set(u8 on);
 // mld.cc
 i32 tarn_af_mlds_l3_multicast_enable(u32 ifindex, u32 on);
 void tarn_ipv6_mc_software_routing_enabled_set(u8 on);
-// ryke.cc: -EINVAL above 4094
+// ryke.cc: the VLANs of the rings, which nothing but ring protection may use. -EINVAL above 4094;
+// a new VLAN is none.
 i32 tarn_ryke_set_ctrl_vlan(u32 vid, u8 on);
-// udld.cc
+u8 tarn_ryke_is_ctrl_vlan(u32 vid);
+void tarn_ryek_vlan_created(u32 vid);
+// udld.cc: whether the protocol is handled at all; and what becomes of the frames of a port, flags
+// of a redirect. -EINVAL for an interface that is unknown.
 void tarn_udld_enable(u8 on);
-i32 tarn_udld_set_hw_filter(u32 ifindex, u8 on);
+i32 tarn_udld_set_hw_filter(u32 ifindex, u8 value);

@@ -42,6 +42,7 @@ i32 tarn_l2_drop_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *i
 i32 tarn_l2_drop_init() {
     packet_redirect record{.name = "l2drop",
                            .match = tarn_l2_drop_redirect_instruct_get,
-                           .post = tarn_pkt_packet_post_dummy};
+                           .post = tarn_pkt_packet_post_dummy,
+                           .concerns = FRAME_UNREAL_SOURCE};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -16,7 +16,8 @@ i32 tarn_l2_fdb_drop_init() {
     l2_fdb_block_init();
     packet_redirect record{.name = "l2fdbdrop",
                            .match = tarn_l2_fdb_drop_redirect_instruct_get,
-                           .post = tarn_pkt_packet_post_dummy};
+                           .post = tarn_pkt_packet_post_dummy,
+                           .concerns = 0};
     i32 result = tarn_pkt_register_packet_redirection(&record, L2_FDB_DROP_SLOT);
     if (result == 0)
         enable_redirect(L2_FDB_DROP_SLOT, 0);

@@ -86,7 +86,9 @@ sk_buff *tarn_l2_mac_post(sk_buff *skb, tarn_post_info *info) {
 } // namespace
 
 i32 tarn_l2_mac_init() {
-    packet_redirect record{
-        .name = "l2mac", .match = tarn_l2_mac_redirect_instruct_get, .post = tarn_l2_mac_post};
+    packet_redirect record{.name = "l2mac",
+                           .match = tarn_l2_mac_redirect_instruct_get,
+                           .post = tarn_l2_mac_post,
+                           .concerns = FRAME_TRAP_FLAGS};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

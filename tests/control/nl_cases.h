@@ -99,7 +99,7 @@ static const struct nl_case nl_cases[] = {
     {66, "dhcpsn_arpsec_action", {1, 27}, 0},
     {67, "dhcpsn_l2_flooding_state", {4, 6}, 0},
     {68, "udld_enabled", {6}, 0},
-    {69, "udld_set_hw_filter", {1, 6}, 0},
+    {69, "udld_set_hw_filter", {1, 6}, -EINVAL},
     {70, "vornappsd_redirect_add_ip_address", {11}, 0},
     {71, "vornappsd_redirect_remove_ip_address", {11}, 0},
     {73, "l2_fdb_set", {}, -EINVAL},

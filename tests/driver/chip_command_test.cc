@@ -243,6 +243,14 @@ TEST_F(Words, the_state_is_shown_whole_and_in_parts) {
               tell("show settings") + ports + tell("show vlans") + traps + tell("show fdb"));
 }
 
+TEST_F(Words, frames_that_were_lost_on_the_way_to_the_chip_are_shown) {
+    EXPECT_EQ(counter(102, "drop-arrival"), 0u);
+    home.lost["p2"] = 7;
+    EXPECT_EQ(counter(102, "drop-arrival"), 7u);
+    EXPECT_EQ(counter(101, "drop-arrival"), 0u);
+    home.lost.clear();
+}
+
 TEST_F(Words, a_reply_that_does_not_fit_ends_after_a_whole_line_and_says_so) {
     std::string all = tell("show traps");
     for (std::size_t size = 0; size <= all.size() + 1; size++) {

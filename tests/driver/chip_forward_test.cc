@@ -160,7 +160,7 @@ TEST_F(Forwarding, a_tag_that_names_no_vlan_counts_for_its_priority) {
     tell("vlan 102 1 tagged");
     receive(101, tagged(from_to(A, B), 0xA000));
     EXPECT_EQ(sent(102), Frames{tagged(from_to(A, B), 0xA001)});
-    EXPECT_EQ(sent(103).at(0)[12], 0x90); // its type: no tag
+    EXPECT_EQ(sent(103).at(0)[12], 0x88); // its type: no tag
 }
 
 TEST_F(Forwarding, a_frame_of_a_vlan_the_port_is_not_in_is_dropped) {

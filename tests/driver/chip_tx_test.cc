@@ -30,6 +30,34 @@ TEST_F(Callbacks, the_core_decides_on_the_tag_of_a_frame_to_one_port) {
     EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(0xA007).padded(64))});
 }
 
+// As from a port under OpenFlow, or from a socket that names no VLAN.
+TEST_F(Callbacks, a_frame_that_has_the_tag_already_gets_no_second_one) {
+    EXPECT_EQ(transmit(103, 7, true, to(B).tag(0xE007).padded(), 5), 0u);
+    EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(0xE007).padded())}) << "and its own priority";
+    EXPECT_EQ(transmit(103, 7, false, to(B).tag(7).padded()), 0u);
+    EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(7).padded())}) << "nor is it taken off";
+}
+
+TEST_F(Callbacks, on_the_vlan_a_tag_of_it_leaves_only_where_the_port_is_tagged) {
+    tell("vlan 104 1 tagged");
+    EXPECT_EQ(transmit(0, 1, false, to(B).tag(0xE001).padded()), 0u);
+    EXPECT_EQ(sent(104), Frames{Bytes(to(B).tag(0xE001).padded())});
+    Bytes untagged = to(B).padded(56); // of 60 bytes with the tag
+    EXPECT_EQ(sent(101), Frames{untagged});
+    EXPECT_EQ(transmit(0, 1, false, to(B).tag(8).padded()), 0u);
+    EXPECT_EQ(sent(104), Frames{Bytes(to(B).tag(1).tag(8).padded(64))}) << "of another it stays";
+    EXPECT_EQ(sent(102).back(), Bytes(to(B).tag(8).padded()));
+}
+
+TEST_F(Callbacks, a_tag_of_another_vlan_is_carried_behind_that_of_the_vlan) {
+    EXPECT_EQ(transmit(103, 7, true, to(B).tag(8).padded()), 0u);
+    EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(7).tag(8).padded(64))});
+    EXPECT_EQ(transmit(103, 7, true, to(B).tag(7, 0x88A8).padded()), 0u);
+    EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(7).tag(7, 0x88A8).padded(64))});
+    EXPECT_EQ(transmit(103, 7, true, to(B).tag(7).cut(15)), 0u);
+    EXPECT_EQ(sent(103), Frames{Bytes(to(B).tag(7).tag(7).cut(19))}) << "half a tag is none";
+}
+
 TEST_F(Callbacks, a_shared_buffer_is_not_written) {
     Bytes frame = to(B);
     sk_buff *skb = userlevel::frame_make(frame);
@@ -161,6 +189,23 @@ TEST_F(Callbacks, a_port_in_authentication_mode_sends_strangers_to_the_cpu_alone
     ports_that_sent();
     receive(101, Frame().from("02:00:00:00:00:0c").to(B).padded());
     EXPECT_EQ(ports_that_sent(), "102 103 104");
+}
+
+// The device that the core made for a routed port: another name, the port's own number.
+TEST_F(Callbacks, authentication_is_also_switched_by_the_device_of_a_routed_port) {
+    net_device device{};
+    std::strcpy(device.name, "routed1");
+    device.ifindex = 101;
+    EXPECT_EQ(home.callbacks.auth_set(&device, 1), 0u);
+    receive(101, Frame().from(A).to(B).padded());
+    EXPECT_EQ(traps(), "auth");
+    receive(102, Frame().from(A).to(B).padded());
+    EXPECT_EQ(traps(), "");
+    EXPECT_EQ(home.callbacks.auth_set(&device, 0), 0u);
+    receive(101, Frame().from(A).to(B).padded());
+    EXPECT_EQ(traps(), "");
+    device.ifindex = 999;
+    EXPECT_EQ(home.callbacks.auth_set(&device, 1), NO_DEVICE);
 }
 
 TEST_F(Callbacks, authentication_on_a_device_that_is_no_port_is_refused) {

@@ -54,6 +54,11 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
     return refuses ? -100 : 0;
 }
 
+unsigned long chip_port_lost(chip_device *device) {
+    std::lock_guard hold(home.lock);
+    return home.lost[device->name];
+}
+
 int chip_port_is(const chip_device *device, const net_device *netdev) {
     return device->name == netdev_name(netdev);
 }
@@ -63,19 +68,4 @@ void chip_commands_begin() {
 }
 void chip_commands_end() {
     home.commands.unlock();
-}
-
-void rxtx_hw_register(rxtx_hw_callbacks callbacks) {
-    std::lock_guard hold(home.lock);
-    home.callbacks = callbacks;
-}
-
-u32 rxtx_hw_packet_recv(sk_buff *skb, u32 ifindex, u32 vid, const tarn_rx_meta *meta) {
-    std::lock_guard hold(home.lock);
-    if (home.at_delivery)
-        home.at_delivery(skb);
-    home.trapped.push_back({bytes_of(skb), ifindex, vid, *meta});
-    if (home.core_result == 0)
-        consume_skb(skb);
-    return home.core_result;
 }

@@ -1,5 +1,5 @@
-// The chip between a home and a core that are both made of lists: devices take what is sent, the
-// core takes what is trapped.
+// The chip between a home and a core that are both made of lists: devices take what is sent
+// (fake_home.cc), the core takes what is trapped (fake_core.cc).
 #pragma once
 
 #include "support/frame_builder.h"
@@ -33,6 +33,7 @@ struct FakeHome {
     std::map<std::string, chip_device *> open;
     std::set<std::string> missing;  // devices that cannot be opened
     std::set<std::string> refusing; // devices that take no frame
+    std::map<std::string, unsigned long> lost;
     u32 core_result = 0;
     int alive = 0; // devices with a reference
     rxtx_hw_callbacks callbacks{};

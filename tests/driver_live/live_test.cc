@@ -2,6 +2,7 @@
 // namespaces of their own. The core's side is a counter, so what the hosts say to each other went
 // through the chip alone.
 #include "chip_home.h"
+#include "chip_state.h"
 #include "control.h"
 #include "kernel/skb.h"
 #include "tarn/rxtx_hw.h"
@@ -281,6 +282,33 @@ TEST_F(Live, the_core_sends_out_of_a_port_and_a_tagged_answer_is_trapped_with_it
     };
     EXPECT_TRUE(eventually(answered));
     EXPECT_EQ(result_of(echo), 0);
+}
+
+TEST_F(Live, frames_that_the_ring_has_no_room_for_are_counted) {
+    constexpr int MORE_THAN_FIT = 2000;
+    ASSERT_EQ(
+        run("ip link add p1 type veth peer name h1 && ip link set p1 up && ip link set h1 up"), 0);
+    tell("port 101 p1");
+    int far = ::socket(AF_PACKET, SOCK_RAW, 0);
+    sockaddr_ll to{};
+    to.sll_family = AF_PACKET;
+    to.sll_ifindex = static_cast<int>(if_nametoindex("h1"));
+    std::vector<u8> frame(60, 0x02);
+    auto number = [](const std::string &name) {
+        char reply[1000];
+        EXPECT_EQ(chip_command("show ports", reply, sizeof(reply)), 0);
+        const char *at = std::strstr(reply, name.c_str());
+        return at ? std::atol(at + name.size()) : 0;
+    };
+    write_lock_bh(&chip.lock); // holds up the first frame, and all behind it
+    for (int i = 0; i < MORE_THAN_FIT; i++)
+        sendto(far, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof(to));
+    write_unlock_bh(&chip.lock);
+    EXPECT_TRUE(
+        eventually([&] { return number(" rx ") + number(" drop-arrival ") >= MORE_THAN_FIT; }));
+    EXPECT_GT(number(" drop-arrival "), 0);
+    EXPECT_GT(number(" rx "), 100);
+    close(far);
 }
 
 TEST_F(Live, a_device_that_is_deleted_closes_its_port) {

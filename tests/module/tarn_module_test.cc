@@ -59,7 +59,7 @@ struct Row {
     const char *name;
     u32 skip;
     bool enabled, posts, modifies_rx, modifies_tx;
-    u32 replicated_as = STACK_REPL_DEFAULT;
+    u32 replication = STACK_REPL_DEFAULT;
     bool rewrites = false; // has a pre_post_modify
 };
 
@@ -73,11 +73,24 @@ const Row CATALOGUE[] = {
     {7, "l2drop", 0, true, false, false, false},
     {8, "l2fdbdrop", 0, false, false, false, false},
     {11, "pbrMark", 0, true, false, true, false},
+    {14, "testd", SKIP_IPV4, true, true, false, false},
+    {16, "befd", ALL_L3, true, true, false, false},
+    {17, "stp", ALL_L3, true, true, false, false, STACK_REPL_STP},
+    {18, "lacp", ALL_L3, true, true, false, false, STACK_REPL_LACP},
+    {19, "lldp", ALL_L3, true, true, false, false},
+    {20, "udld", ALL_L3, true, true, false, false},
+    {21, "ryke", SKIP_ARP, true, true, false, true, STACK_REPL_RYKE},
+    {22, "mrp", ALL_L3, true, true, false, false, STACK_REPL_MRP},
+    {23, "profinet", ALL_L3, true, true, false, false, STACK_REPL_PROFINET},
+    {24, "cfm", ALL_L3, true, true, false, false, STACK_REPL_CFM},
+    {25, "isis", ALL_L3, false, true, true, false, STACK_REPL_ISIS},
     {26, "grasp", SKIP_ARP | SKIP_IPV4, true, false, false, false},
     {28, "dos", 0, true, true, false, false},
+    {29, "ldf", ALL_L3, true, true, false, false},
     {30, "l3drop", 0, false, false, false, true},
     {31, "filterMatchCpuCode", 0, true, false, true, false},
     {33, "vornappsd", 0, true, false, false, false, STACK_REPL_DEFAULT, true},
+    {34, "garp", ALL_L3, true, true, false, false},
     {35, "mcdrop", SKIP_ARP, true, false, false, false},
     {37, "pim", SKIP_ARP, true, false, false, false},
     {38, "vrrp", SKIP_ARP, true, false, false, false},
@@ -104,7 +117,7 @@ TEST(Start, fills_the_catalogue) {
         EXPECT_STREQ(redirect->name, row.name);
         EXPECT_EQ(redirect->skip_protocols, row.skip) << row.name;
         EXPECT_EQ(redirect->enabled, row.enabled) << row.name;
-        EXPECT_EQ(redirect->stack_repl_type, row.replicated_as) << row.name;
+        EXPECT_EQ(redirect->stack_repl_type, row.replication) << row.name;
         EXPECT_EQ(redirect->post != tarn_pkt_packet_post_dummy, row.posts) << row.name;
         EXPECT_EQ(redirect->modify_rx != nullptr, row.modifies_rx) << row.name;
         EXPECT_EQ(redirect->modify_tx != nullptr, row.modifies_tx) << row.name;
@@ -126,14 +139,43 @@ TEST(Start, registers_in_the_order_of_the_start_sequence) {
     std::vector<std::string> names;
     for (auto &[serial, name] : started)
         names.push_back(name);
-    EXPECT_THAT(names, ElementsAreArray({"sflow",         "flowd",         "mcdrop",
-                                         "vrrp",          "pim",           "ipv4",
-                                         "ipv6_precheck", "ipv6",          "arp",
-                                         "rarp",          "pppoe",         "icmpCpucode",
-                                         "orvo-bridge",   "remote-mirror", "l2drop",
-                                         "l2fdbdrop",     "l3drop",        "filterMatchCpuCode",
-                                         "pbrMark",       "dos",           "vornappsd",
-                                         "grasp",         "vlan_local",    "ptp"}));
+    EXPECT_THAT(names, ElementsAreArray({"lacp",
+                                         "stp",
+                                         "garp",
+                                         "ryke",
+                                         "ldf",
+                                         "lldp",
+                                         "testd",
+                                         "sflow",
+                                         "flowd",
+                                         "udld",
+                                         "mcdrop",
+                                         "vrrp",
+                                         "pim",
+                                         "ipv4",
+                                         "ipv6_precheck",
+                                         "ipv6",
+                                         "arp",
+                                         "rarp",
+                                         "pppoe",
+                                         "icmpCpucode",
+                                         "orvo-bridge",
+                                         "remote-mirror",
+                                         "l2drop",
+                                         "l2fdbdrop",
+                                         "l3drop",
+                                         "filterMatchCpuCode",
+                                         "pbrMark",
+                                         "dos",
+                                         "cfm",
+                                         "befd",
+                                         "vornappsd",
+                                         "isis",
+                                         "mrp",
+                                         "profinet",
+                                         "grasp",
+                                         "vlan_local",
+                                         "ptp"}));
 }
 
 TEST(Start, redirects_are_there_before_the_database) {

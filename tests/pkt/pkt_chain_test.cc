@@ -1,6 +1,8 @@
 // What the chain does with the decisions of redirects.
 #include "support/switch_test.h"
 
+#include "pkt/pkt_candidates.h"
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -15,8 +17,17 @@ protected:
             instruct.reason = reason;
         };
     }
-    packet_redirect &last() { return *packet_redirects[48]; }
-    packet_redirect &middle() { return *packet_redirects[27]; }
+    packet_redirect &in_slot(u32 slot) {
+        pkt_candidates_sum_up();
+        return *packet_redirects[slot];
+    }
+    packet_redirect &last() { return in_slot(48); }
+    packet_redirect &middle() { return in_slot(27); }
+    void skip(u32 slot, u32 mask) {
+        pkt_candidates_change_begin();
+        packet_redirects[slot]->skip_protocols = mask;
+        pkt_candidates_change_end();
+    }
 };
 
 TEST_F(Chain, asks_in_the_order_of_the_table) {
@@ -43,11 +54,10 @@ TEST_F(Chain, frame_classes_keep_redirects_from_frames) {
     for (Row row : {Row{0x0806, SKIP_ARP}, Row{0x0800, SKIP_IPV4}, Row{0x86DD, SKIP_IPV6}}) {
         for (u32 mask = 0; mask < 16; mask += 2) {
             probe(27);
-            packet_redirect &asked = *packet_redirects[27];
-            asked.skip_protocols = mask;
-            asked.inspects = 0;
+            skip(27, mask);
+            middle().inspects = 0;
             receive(Frame().type(row.ethertype).padded());
-            EXPECT_EQ(asked.inspects, mask & row.frame_class ? 0u : 1u)
+            EXPECT_EQ(middle().inspects, mask & row.frame_class ? 0u : 1u)
                 << row.ethertype << " with mask " << mask;
         }
     }
@@ -55,7 +65,7 @@ TEST_F(Chain, frame_classes_keep_redirects_from_frames) {
 
 TEST_F(Chain, a_frame_of_no_class_is_offered_to_all) {
     probe();
-    last().skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6;
+    skip(48, SKIP_ARP | SKIP_IPV4 | SKIP_IPV6);
     receive(Frame().type(0x88CC).padded());
     EXPECT_EQ(last().inspects, 1u);
     receive(Frame().ipv4({}).padded());
@@ -64,7 +74,7 @@ TEST_F(Chain, a_frame_of_no_class_is_offered_to_all) {
 
 TEST_F(Chain, the_class_of_a_frame_is_that_of_its_inner_type) {
     probe();
-    last().skip_protocols = SKIP_IPV4;
+    skip(48, SKIP_IPV4);
     receive(Frame().tag(1).tag(2).ipv4({}).padded());
     EXPECT_EQ(last().inspects, 0u);
 }

@@ -77,7 +77,7 @@ TEST_F(DebugLog, a_received_frame_is_one_line) {
     arrival.meta.cpu_code = 44;
     receive(Frame().tag(5).bytes({1, 2}), arrival);
     EXPECT_THAT(log(), ElementsAre("6 RxPkt(00001) Q:3 vid:1 port1 cpuC:44 len:20\n"
-                                   "\t02000000 00010200 00000099 81000005 \n\t90000102 \n"));
+                                   "\t02000000 00010200 00000099 81000005 \n\t88b50102 \n"));
 }
 
 TEST_F(DebugLog, a_replicated_frame_says_so) {

@@ -7,7 +7,10 @@
 #include "pkt/pkt_l3dev.h"
 #include "pkt/pkt_l3dev_ops.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -208,6 +211,28 @@ TEST_F(L3Device, that_is_adopted_leaves_the_interface_that_had_it) {
     EXPECT_EQ(make(port), device);
     EXPECT_EQ(other.netdev, nullptr);
     EXPECT_EQ(port.netdev, device);
+}
+
+// The old interface may be freed next.
+using L3DeviceThreads = L3Device;
+
+TEST_F(L3DeviceThreads, that_is_adopted_waits_for_transmits_by_the_interface_that_had_it) {
+    net_device *device = make(vlan_);
+    std::atomic<bool> sending = false, sent = false;
+    driver().answer = [&](const fake_driver::Sent &) {
+        sending = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        sent = true;
+        return 0u;
+    };
+    std::thread ip_stack([&] { userlevel::netdev_transmit(device, plain()); });
+    while (!sending)
+        std::this_thread::yield();
+    Interface again(TARN_IF_TYPE_VLAN, "vlan77", 77);
+    again.netdev = tarn_eth_drv_create_netdevice(&again, nullptr, 0);
+    EXPECT_TRUE(sent);
+    EXPECT_EQ(again.netdev, device);
+    ip_stack.join();
 }
 
 TEST_F(L3Device, of_a_port_by_the_name_of_a_vlan_leaves_the_vlan_none) {

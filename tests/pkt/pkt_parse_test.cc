@@ -27,7 +27,7 @@ TEST_F(Parse, knows_the_kinds_of_multicast_address) {
         const char *to;
         int multicast, ipv4, ipv6;
     };
-    for (Row row : {Row{"02:00:00:00:00:01", 0, 0, 0}, Row{"01:80:c2:00:00:00", 1, 0, 0},
+    for (Row row : {Row{"02:00:00:00:00:01", 0, 0, 0}, Row{"01:80:c2:00:00:01", 1, 0, 0},
                     Row{"ff:ff:ff:ff:ff:ff", 0, 0, 0}, Row{"ff:ff:ff:ff:ff:fe", 1, 0, 0},
                     Row{"01:00:5e:00:00:01", 1, 1, 0}, Row{"01:00:5e:ff:ff:ff", 1, 1, 0},
                     Row{"01:00:5f:00:00:01", 1, 0, 0}, Row{"33:33:00:00:00:01", 1, 0, 1},

@@ -3,6 +3,7 @@
 
 #include "kernel/locks.h"
 #include "kernel/netdev.h"
+#include "kernel/preempt.h"
 #include "kernel/sock.h"
 #include "kernel/time.h"
 #include "pkt/pkt_post.h"
@@ -106,6 +107,18 @@ TEST_F(KernelPost, a_device_that_goes_meanwhile_is_an_error) {
     EXPECT_EQ(netdev_stats(going)->rx_packets, 1u);
     EXPECT_EQ(netdev_stats(going)->rx_dropped, 1u);
     vlan1()->netdev = going;
+}
+
+// Whoever frees a device waits for those who have bottom halves off.
+TEST_F(KernelPost, the_device_cannot_go_while_it_takes_the_frame) {
+    u32 depth = 0;
+    features().counters_asked = [&](net_device *) { depth = preempt_count(); };
+    post(port1(), port1(), vlan1());
+    EXPECT_NE(depth, 0u);
+    EXPECT_EQ(preempt_count(), 0u);
+    post(port1(), port1(), nullptr);
+    EXPECT_EQ(preempt_count(), 0u);
+    log();
 }
 
 TEST_F(KernelPost, without_an_interface_or_its_device_drops_the_frame_and_says_so) {

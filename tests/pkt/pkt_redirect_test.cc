@@ -217,7 +217,8 @@ TEST_F(Registry, modify_rx_counters_print_one_line_each) {
                                                      "icmpCpucode_modify_rx_inspects: 0\n"
                                                      "pbrMark_modify_rx_inspects: 3\n"
                                                      "ipv4_modify_rx_inspects: 0\n"
-                                                     "ipv6_precheck_modify_rx_inspects: 0\n");
+                                                     "ipv6_precheck_modify_rx_inspects: 0\n"
+                                                     "isis_inspects: 0 DISABLED\n");
     enable_redirect(11, 0);
     redirect("pbrMark").inspects = 9;
     EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_RX), HasSubstr("pbrMark_inspects: 9 DISABLED\n"));
@@ -233,6 +234,7 @@ TEST_F(Registry, modify_tx_counters_print_one_line_each) {
     redirect("orvo-bridge").modify_tx_inspects = 5;
     redirect("l3drop").inspects = 6;
     EXPECT_EQ(counters(REDIRECT_COUNTERS_MODIFY_TX), "orvo-bridge_modify_tx_inspects: 5\n"
+                                                     "ryke_modify_tx_inspects: 0\n"
                                                      "l3drop_inspects: 6 DISABLED\n");
 }
 

@@ -139,22 +139,22 @@ TEST_F(Receive, a_tag_is_taken_off_before_the_first_hook) {
         at_hook.assign(skb_data(skb), skb_data(skb) + skb_len(skb));
     });
     tarn_pkt_info info =
-        classify(Frame().tag(0x6123).type(0x9000).bytes({1, 2, 3}).padded(), {.vid = 1});
+        classify(Frame().tag(0x6123).type(0x88B5).bytes({1, 2, 3}).padded(), {.vid = 1});
     EXPECT_EQ(info.tag, 0x16123u);
     EXPECT_EQ(info.vid, 1u); // the tag does not decide the VLAN
-    EXPECT_EQ(info.ethertype, 0x9000u);
-    EXPECT_EQ(at_hook, Frame().type(0x9000).bytes({1, 2, 3}).padded(56).build());
+    EXPECT_EQ(info.ethertype, 0x88B5u);
+    EXPECT_EQ(at_hook, Frame().type(0x88B5).bytes({1, 2, 3}).padded(56).build());
 }
 
 TEST_F(Receive, only_one_tag_is_taken_off) {
-    tarn_pkt_info info = classify(Frame().tag(5).tag(6).type(0x9000).padded());
+    tarn_pkt_info info = classify(Frame().tag(5).tag(6).type(0x88B5).padded());
     EXPECT_EQ(info.tag, 0x10005u);
-    EXPECT_EQ(info.ethertype, 0x9000u); // the parser looks behind the second
+    EXPECT_EQ(info.ethertype, 0x88B5u); // the parser looks behind the second
     EXPECT_EQ(probe(27).bytes.size(), 56u);
 }
 
 TEST_F(Receive, a_service_tag_is_no_tag) {
-    tarn_pkt_info info = classify(Frame().tag(5, 0x88A8).type(0x9000).padded());
+    tarn_pkt_info info = classify(Frame().tag(5, 0x88A8).type(0x88B5).padded());
     EXPECT_EQ(info.tag, 1u);
     EXPECT_EQ(info.ethertype, 0x88A8u);
 }
@@ -179,14 +179,14 @@ TEST_F(Receive, the_bytes_that_a_clone_shares_are_not_rewritten) {
 }
 
 TEST_F(Receive, a_tag_stays_when_shared_bytes_cannot_be_copied) {
-    sk_buff *skb = userlevel::frame_make(Frame().tag(5).type(0x9000).padded().build());
+    sk_buff *skb = userlevel::frame_make(Frame().tag(5).type(0x88B5).padded().build());
     sk_buff *held = skb_clone(skb, GFP_ATOMIC);
     probe();
     userlevel::fail_allocation(1);
     receive_skb(skb);
     userlevel::fail_allocation(0);
     EXPECT_EQ(probe().seen.tag, 1u);
-    EXPECT_EQ(probe().seen.ethertype, 0x9000u);
+    EXPECT_EQ(probe().seen.ethertype, 0x88B5u);
     kfree_skb(held);
 }
 

@@ -4,7 +4,9 @@
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/netdev.h"
+#include "kernel/preempt.h"
 #include "kernel/time.h"
+#include "netdev.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -268,6 +270,23 @@ TEST_F(DeviceTransmit, a_refusal_leaves_the_frame_with_the_caller) {
         EXPECT_THAT(failures, ElementsAre(Failure{vlan1(), 9, result}));
     }
     EXPECT_THAT(recorded().sent, SizeIs(3));
+}
+
+// Whoever frees a device waits for those who have bottom halves off.
+TEST_F(DeviceTransmit, the_device_cannot_go_while_it_takes_the_frame) {
+    static u32 depth = 0;
+    static const userlevel::netdev_back back{.transmit = [](net_device *, sk_buff *skb) {
+        depth = preempt_count();
+        consume_skb(skb);
+        return 0;
+    }};
+    userlevel::netdev_use_back(&back);
+    device_->back = &depth;
+    EXPECT_EQ(send(ethernet_, vlan1()), 0u);
+    EXPECT_NE(depth, 0u);
+    EXPECT_EQ(preempt_count(), 0u);
+    device_->back = nullptr;
+    userlevel::netdev_use_back(nullptr);
 }
 
 TEST_F(DeviceTransmit, without_memory_the_frame_stays_with_the_caller) {

@@ -267,7 +267,7 @@ TEST_F(SubnetVlan, nothing_changes_unless_the_chip_wants_it) {
 }
 
 TEST_F(SubnetVlan, other_types_keep_their_vlan) {
-    EXPECT_EQ(vids_after(Frame().type(0x9000), WANTED), (Vids{1, 1}));
+    EXPECT_EQ(vids_after(Frame().type(0x88B5), WANTED), (Vids{1, 1}));
     EXPECT_EQ(hook("ipv4", Frame().ipv6({})), (Vids{1, 1}));
     EXPECT_EQ(hook("ipv6_precheck", Frame().ipv4({})), (Vids{1, 1}));
 }

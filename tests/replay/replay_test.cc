@@ -144,10 +144,10 @@ TEST_F(Replay, prints_one_json_object_a_line) {
 }
 
 TEST_F(Replay, names_who_stopped_a_frame_only_where_somebody_did) {
-    Result result = replay(file(pcap({frame(host, 0x9000)})), "--json");
+    Result result = replay(file(pcap({frame(host, 0x88B5)})), "--json");
     EXPECT_EQ(
         result.output,
-        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x9000","fate":"unclaimed",)"
+        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x88b5","fate":"unclaimed",)"
         R"("chain":[],"sent":[],"kernel":[],"sockets":[]})"
         "\n");
 }
@@ -383,8 +383,35 @@ TEST_F(Replay, an_unknown_redirect_is_refused_with_those_that_exist) {
                                      HasSubstr(" l2drop")));
 }
 
+// Interface 1 of the file is the second port, and the only one that the VLAN has.
+TEST_F(Replay, a_batch_of_tarnctl_makes_the_switch) {
+    std::string words = "link add port left ifindex 5001 mac 02:00:00:00:01:01 up running\n"
+                        "link add port right ifindex 5002 mac 02:00:00:00:01:02 up running\n"
+                        "vlan filter left on\n"
+                        "vlan add 1\n"
+                        "vlan member add right 1\n"
+                        "stp state right forwarding instance all\n";
+    fs::path config = file(Bytes(words.begin(), words.end()), "config");
+    fs::path path = file(section() + interface() + interface() + packet(0, frame(host, 0x8863)) +
+                         packet(1, frame(host, 0x8863)));
+    auto lines = replay_json(path, "--config " + config.string());
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[0]["port"], "left");
+    EXPECT_TRUE(lines[0]["kernel"].empty());
+    EXPECT_EQ(lines[1]["port"], "right");
+    EXPECT_EQ(lines[1]["kernel"], nlohmann::json::parse(R"([{"device":"vlan1","len":60}])"));
+}
+
+TEST_F(Replay, a_wrong_line_of_the_batch_is_told_by_its_number) {
+    std::string words = "vlan add 1\nvlan ad 2\n";
+    fs::path config = file(Bytes(words.begin(), words.end()), "config");
+    Result result = replay(file(pcap({})), "--config " + config.string());
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.errors, HasSubstr(config.string() + ":2: unknown word 'ad' after 'vlan'"));
+}
+
 TEST_F(Replay, the_metadata_can_be_set) {
-    fs::path path = file(pcap({frame(host, 0x9000)}));
+    fs::path path = file(pcap({frame(host, 0x88B5)}));
     EXPECT_THAT(replay_json(path, "--flags 8")[0]["chain"], IsEmpty());
     auto lines = replay_json(path, "--flags 8 --code 10");
     EXPECT_EQ(lines[0]["by"], "filterMatchCpuCode");
@@ -396,7 +423,7 @@ TEST_F(Replay, the_metadata_can_be_set) {
 }
 
 TEST_F(Replay, shows_all_who_were_asked) {
-    Result result = replay(file(pcap({frame(host, 0x9000)})), "--verbose");
+    Result result = replay(file(pcap({frame(host, 0x88B5)})), "--verbose");
     EXPECT_THAT(result.output,
                 AllOf(HasSubstr("slot 49 vlan_local           no\n"),
                       HasSubstr("slot 47 pppoe                no\n"), Not(HasSubstr("ptp"))));
@@ -439,8 +466,8 @@ TEST_F(Replay, the_projects_own_capture_shows_every_kind_of_frame) {
     for (const json &line : lines)
         fates.push_back(line.contains("by") ? line["by"].get<std::string>() : "-");
     EXPECT_THAT(fates, ElementsAre("ipv4", "l2drop", "l2drop", "l2drop", "ipv4", "ipv4", "ipv4",
-                                   "vrrp", "pppoe", "grasp", "ipv6", "ipv4", "mcdrop", "mcdrop",
-                                   "-", "ipv4", "ipv4"));
+                                   "vrrp", "pppoe", "grasp", "ipv6", "ipv4", "mcdrop", "lacp", "-",
+                                   "ipv4", "ipv4"));
     EXPECT_EQ(lines[6]["chain"][0]["name"], "pim");
     EXPECT_EQ(lines[11]["chain"][0]["name"], "dos");
     EXPECT_EQ(lines[4]["vid"], 10);

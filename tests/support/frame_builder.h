@@ -5,7 +5,7 @@
 //   Frame().ipv6({.next = 0}).bytes({58, 0, 5, 2, 0, 0, 1, 0}).bytes({143, 0})
 //
 // Addresses and types have plain defaults: to 02:00:00:00:00:01, from 02:00:00:00:00:99, type
-// 0x9000.
+// 0x88B5.
 #pragma once
 
 #include "kernel/types.h"
@@ -55,7 +55,7 @@ private:
     Mac to_ = {2, 0, 0, 0, 0, 1};
     Mac from_ = {2, 0, 0, 0, 0, 0x99};
     Bytes tags_;
-    u16 type_ = 0x9000;
+    u16 type_ = 0x88B5;
     Bytes payload_;
     std::size_t pad_ = 0;
     std::size_t cut_ = SIZE_MAX;

@@ -3,6 +3,7 @@
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "module/tarn_module.h"
+#include "pkt/pkt_candidates.h"
 
 #include <cstring>
 
@@ -126,6 +127,7 @@ u32 SwitchTest::mark_after(const Bytes &frame, const Arrival &arrival) {
 }
 
 packet_redirect &SwitchTest::redirect(const std::string &name) {
+    pkt_candidates_sum_up();
     for (packet_redirect *redirect : packet_redirects)
         if (redirect && name == redirect->name)
             return *redirect;

@@ -19,6 +19,11 @@ int run(int argc, char **argv) {
     app.name("tarn-replay");
     auto *file =
         app.add_option("FILE", options.file, "capture to replay: pcap or pcapng, Ethernet");
+    app.add_option("--config", options.config,
+                   "makes the switch by a batch of tarnctl instead; interface k of the capture is "
+                   "the port with ifindex 5000 + k")
+        ->type_name("FILE")
+        ->check(CLI::ExistingFile);
     app.add_flag("--list", list, "list the redirects in the order they are asked, and end");
     app.add_option("--enable", options.enable, "turn a redirect on (may be given again)")
         ->type_name("NAME")

@@ -64,8 +64,8 @@ std::vector<Demo> demo() {
     const Bytes listener_report = Bytes{58, 0, 5, 2, 0, 0, 1, 0} + Bytes{143, 0} + zeros(6);
     return {
         {0, padded(SWITCH + HOST + ipv4(17, {192, 0, 2, 2})), "an ordinary IPv4 frame"},
-        {0, padded(SWITCH + ALL_ONES + type(0x9000)), "a source that is the broadcast address"},
-        {0, padded(SWITCH + Bytes{3, 0, 0, 0, 0, 9} + type(0x9000)), "a source that is a group"},
+        {0, padded(SWITCH + ALL_ONES + type(0x88B5)), "a source that is the broadcast address"},
+        {0, padded(SWITCH + Bytes{3, 0, 0, 0, 0, 9} + type(0x88B5)), "a source that is a group"},
         {0, padded(SWITCH + zeros(6) + type(0x8809)), "a source that is zero"},
         {1, padded(SWITCH + HOST + tag(10) + ipv4(17, {192, 0, 2, 2})), "a tag for VLAN 10"},
         {1, padded(SWITCH + HOST + tag(10) + tag(20) + ipv4(17, {192, 0, 2, 2})), "two tags"},

@@ -1,5 +1,6 @@
 #include "replay/replay.h"
 
+#include "config/config.h"
 #include "control.h"
 #include "kernel/skb.h"
 #include "module/tarn_module.h"
@@ -55,6 +56,15 @@ void build_switch(const std::string &path) {
     }
 }
 
+// The switch of the file; its complaint stands for itself.
+bool configured(const std::string &config) {
+    std::string wrong = config::apply(config);
+    if (!wrong.empty())
+        fmt::print(stderr, "tarn-replay: {}\n", wrong);
+    userlevel::work_run();
+    return wrong.empty();
+}
+
 std::string known_names() {
     std::string names;
     for (const packet_redirect *redirect : packet_redirects)
@@ -96,7 +106,9 @@ Fate fate_of(const Outcome &outcome, u32 result) {
 
 void offer(Outcome &outcome, const tarn_rx_meta &meta) {
     u32 ifindex = plain_switch::FIRST_PORT_IFINDEX + 1 + static_cast<u32>(outcome.frame.interface);
-    outcome.port = fmt::format("port{}", outcome.frame.interface + 1);
+    outcome.port = port_name(ifindex);
+    if (outcome.port.empty())
+        outcome.port = fmt::format("port{}", outcome.frame.interface + 1);
     outcome.vid = vid_of(outcome.frame);
 
     sk_buff *skb = userlevel::frame_make(outcome.frame.bytes);
@@ -170,7 +182,10 @@ int replay(const Options &options) {
         options.json ? json_report(options.explain) : text_report(options.verbose, options.explain);
     try {
         sinks_start();
-        build_switch(options.file);
+        if (options.config.empty())
+            build_switch(options.file);
+        else if (!configured(options.config))
+            return 2;
         sinks_take();
         userlevel::log_take();
         auto before = userlevel::take_snapshot();

@@ -13,6 +13,7 @@ namespace replay {
 
 struct Options {
     std::string file;
+    std::string config; // words of tarnctl that make the switch; empty: the plainest one
     std::vector<std::string> enable, disable; // names of redirects
     u32 code = 0, flags = 0, extra = 0, queue = 0;
     u32 rx_flags = 0;

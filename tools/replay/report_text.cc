@@ -2,6 +2,8 @@
 #include "explain/words.h"
 #include "replay/replay.h"
 
+#include "pkt/pkt_candidates.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -179,6 +181,7 @@ private:
     static void print_counters() {
         fmt::print("\n{:<20} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6} {:>6}  {}\n", "redirect", "asked",
                    "stops", "posts", "kernel", "flood", "resend", "stack", "reasons");
+        pkt_candidates_sum_up();
         for (const u8 *slot = process_packet_rxs.data(); *slot != REDIRECT_ORDER_END; slot++) {
             const packet_redirect *one = packet_redirects[*slot];
             if (!one ||

@@ -15,20 +15,20 @@ namespace {
 
 std::vector<Sent> sent;
 
-std::string name_of(u32 ifindex) {
-    tarn_if *port = ifindex != 0 ? tarn_ifmgr_lookup_by_index(ifindex) : nullptr;
-    std::string name = port ? std::string(port->name, strnlen(port->name, TARN_IF_NAME_SIZE)) : "";
-    tarn_ifmgr_if_ref_put(port);
-    return name;
-}
-
 u32 start_xmit(u32 ifindex, u32 vid, u32 tagged, u32, sk_buff *skb, u32, u8, u8) {
-    sent.push_back({name_of(ifindex), vid, tagged != 0, skb_len(skb)});
+    sent.push_back({port_name(ifindex), vid, tagged != 0, skb_len(skb)});
     consume_skb(skb);
     return 0;
 }
 
 } // namespace
+
+std::string port_name(u32 ifindex) {
+    tarn_if *port = ifindex != 0 ? tarn_ifmgr_lookup_by_index(ifindex) : nullptr;
+    std::string name = port ? std::string(port->name, strnlen(port->name, TARN_IF_NAME_SIZE)) : "";
+    tarn_ifmgr_if_ref_put(port);
+    return name;
+}
 
 void sinks_start() {
     rxtx_hw_register({.sdma_counters = nullptr,

@@ -29,6 +29,9 @@ struct Ends {
 // Registers the driver. It leaves floods to the core, so that each port of one is seen.
 void sinks_start();
 
+// What the switch calls the port; "" for one that it does not know.
+std::string port_name(u32 ifindex);
+
 // What ended there since the last call.
 Ends sinks_take();
 

@@ -2,6 +2,7 @@
 
 #include "control.h"
 #include "explain/event.h"
+#include "pkt/pkt_candidates.h"
 
 #include <array>
 #include <cstring>
@@ -39,11 +40,14 @@ void remember(const redirect_event &told) {
 template <u32... Slots>
 void lead_through(std::integer_sequence<u32, Slots...>) {
     constexpr std::array<Match, sizeof...(Slots)> ours{traced<Slots>...};
+    pkt_candidates_change_begin();
     for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++) {
         if (!packet_redirects[slot])
             continue;
         asked_for[slot] = std::exchange(packet_redirects[slot]->match, ours[slot]);
+        packet_redirects[slot]->concerns = FRAME_ANY; // those who would say no are shown, too
     }
+    pkt_candidates_change_end();
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "switch/live_switch.h"
 
 #include "chip.h"
+#include "config/config.h"
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_create.h"
@@ -22,7 +23,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
-#include <mutex>
+#include <map>
+#include <sstream>
 
 namespace live {
 
@@ -34,6 +36,7 @@ constexpr u32 PORT_FLAGS = IFF_UP | IFF_BROADCAST;
 
 std::vector<PortOption> ports;
 std::vector<unsigned> vids;
+std::map<std::string, bool> links; // of the machine's devices
 
 using Address = std::array<u8, 6>;
 
@@ -56,7 +59,7 @@ u32 ifindex_of(const std::string &port) {
 }
 
 std::string chip(const std::string &line, bool *ok = nullptr) {
-    static std::vector<char> reply(CHIP_REPLY);
+    thread_local std::vector<char> reply(CHIP_REPLY);
     int result = chip_command(line.c_str(), reply.data(), reply.size());
     if (ok)
         *ok = result == 0;
@@ -68,21 +71,40 @@ std::string chip(const std::string &line, bool *ok = nullptr) {
 
 // The link of a port, as a control daemon tells it.
 void tell_link(tarn_if *port, bool up) {
-    u32 old = port->flags;
-    port->flags = up ? old | IFF_RUNNING : old & ~IFF_RUNNING;
+    u32 old = read_once(port->flags);
+    write_once(port->flags, up ? old | IFF_RUNNING : old & ~IFF_RUNNING);
     tarn_ifmgr_L2_link_state_check(port, (old & TARN_IF_LINK) == TARN_IF_LINK);
+}
+
+// The port that the chip has opened on a device, whoever told it to; 0 for none.
+u32 port_on(const std::string &device) {
+    bool ok;
+    std::istringstream lines(chip("show ports", &ok));
+    std::string word, name, rest;
+    for (u32 ifindex; lines >> word >> ifindex >> name; std::getline(lines, rest))
+        if (name == device)
+            return ifindex;
+    return 0;
+}
+
+void tell_link(const std::string &device, bool up) {
+    tarn_if *ifp = tarn_ifmgr_lookup_by_index(port_on(device));
+    if (ifp)
+        tell_link(ifp, up);
+    tarn_ifmgr_if_ref_put(ifp);
 }
 
 void on_link(const std::string &device, bool up) {
     std::lock_guard guard(userlevel::netlink_serial());
-    for (const PortOption &port : ports) {
-        if (port.device != device)
-            continue;
-        tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex_of(port.name));
-        if (ifp)
-            tell_link(ifp, up);
-        tarn_ifmgr_if_ref_put(ifp);
-    }
+    links[device] = up;
+    tell_link(device, up);
+}
+
+// A port may be opened when its device has long had link.
+void tell_links() {
+    std::lock_guard guard(userlevel::netlink_serial());
+    for (const auto &[device, up] : links)
+        tell_link(device, up);
 }
 
 std::string add_port(const PortOption &option) {
@@ -215,6 +237,13 @@ std::string show_interfaces() {
     return text;
 }
 
+std::string say_to_chip(const std::string &line, bool *ok) {
+    std::string reply = chip(line, ok);
+    if (*ok && line.starts_with("port "))
+        tell_links();
+    return reply;
+}
+
 std::string mount_proc(const std::string &path) {
     std::string wrong = machine::proc_mount(path, PROC_DIRECTORY);
     return wrong.empty() ? "" : "files of the switch at " + wrong;
@@ -259,6 +288,9 @@ std::string start(const Options &options) {
         return wrong;
     prepare_devices(options.devices_in_process);
     wrong = configure(options);
+    if (wrong.empty() && !options.config.empty())
+        wrong = config::apply(options.config,
+                              [](const std::string &line, bool &ok) { return chip(line, &ok); });
     if (wrong.empty() && !options.proc.empty())
         wrong = mount_proc(options.proc);
     // When the ports are there: the first report says which of them have link.
@@ -268,7 +300,7 @@ std::string start(const Options &options) {
 std::string command(const std::string &line, bool *ok) {
     *ok = true;
     if (line.starts_with("chip "))
-        return chip(line.substr(5), ok);
+        return say_to_chip(line.substr(5), ok);
     if (line == "show counters")
         return show_counters(REDIRECT_COUNTERS_RX);
     if (line == "show counters modify_rx")

@@ -77,6 +77,10 @@ int main(int argc, char **argv) {
     app.add_option("--proc", options.proc,
                    "mounts at this path what the kernel module has as /proc/tarn (FUSE)")
         ->type_name("PATH");
+    app.add_option("--config", options.config,
+                   "runs a batch of tarnctl when the ports and VLANs above are there")
+        ->type_name("FILE")
+        ->check(CLI::ExistingFile);
     app.add_flag("--devices-in-process", options.devices_in_process,
                  "makes no TAP devices: what goes to the IP stack ends in the process");
     app.add_option("--debug", options.debug_log, "logs frames: 1 received, 2 sent, 3 both")
@@ -96,13 +100,15 @@ int main(int argc, char **argv) {
             options.ports.push_back(live::parse_port(port));
         for (const std::string &vlan : vlans)
             options.vlans.push_back(live::parse_vlan(vlan));
+        live::refuse_twice(options);
     } catch (const CLI::ParseError &error) {
         int result = app.exit(error);
         return result == 0 ? 0 : 2;
     }
     if (ask->parsed())
         return live::control_ask(path, line);
-    if (options.ports.empty())
-        return fail("no port: give at least one --port NAME=DEVICE");
+    if (options.ports.empty() && options.netlink.empty() && options.config.empty())
+        return fail("no port: give at least one --port NAME=DEVICE, or --netlink or --config, by "
+                    "which tarnctl declares them");
     return run(options);
 }

@@ -1,6 +1,7 @@
 #include "switch/options.h"
 
 #include <CLI/CLI.hpp>
+#include <set>
 
 namespace live {
 
@@ -60,6 +61,18 @@ VlanOption parse_vlan(const std::string &text) {
     for (const std::string &member : split(text.substr(at + 1), ','))
         vlan.members.push_back(parse_member(member));
     return vlan;
+}
+
+void refuse_twice(const Options &options) {
+    std::set<std::string> names;
+    for (const PortOption &port : options.ports)
+        if (!names.insert(port.name).second)
+            wrong("--port", "port '" + port.name + "' is given twice: each needs its own name");
+    std::set<unsigned> vids;
+    for (const VlanOption &vlan : options.vlans)
+        if (!vids.insert(vlan.vid).second)
+            wrong("--vlan", "VLAN " + std::to_string(vlan.vid) +
+                                " is given twice: write all its ports in one --vlan");
 }
 
 } // namespace live

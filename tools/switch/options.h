@@ -28,6 +28,7 @@ struct Options {
     std::string control;             // path of the socket; empty: none
     std::string netlink;             // path of the control family's socket; empty: none
     std::string proc;                // where to mount the files of /proc/tarn; empty: nowhere
+    std::string config;              // a batch of tarnctl, run at the end; empty: none
     bool devices_in_process = false; // no TAP devices
     std::vector<std::string> enable, disable;
     unsigned debug_log = 0; // 1 receive, 2 transmit
@@ -36,5 +37,7 @@ struct Options {
 // Each throws CLI::ValidationError with what was wrong and what to write.
 PortOption parse_port(const std::string &text); // NAME=DEVICE
 VlanOption parse_vlan(const std::string &text); // VID=PORT[:tagged],...
+// A port or a VLAN that was given twice: the second would take the place of the first.
+void refuse_twice(const Options &options);
 
 } // namespace live

@@ -122,3 +122,16 @@ inline int macvlan_parent_xmit(sk_buff *, net_device *) {
 inline bool netdev_in_init_net(const net_device *) {
     return true;
 }
+
+// Who gets received frames too; userlevel/netdev.cc keeps the list.
+struct packet_type {
+    u16 ethertype; // network order
+    packet_handler handler;
+    packet_type *next;
+};
+inline void packet_type_init(packet_type *type, u16 ethertype, packet_handler handler) {
+    *type = {.ethertype = ethertype, .handler = handler, .next = nullptr};
+}
+inline u16 packet_type_type(const packet_type *type) {
+    return type->ethertype;
+}

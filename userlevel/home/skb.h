@@ -21,6 +21,7 @@ struct sk_buff {
     net_device *dev;
     void *sk;
     void (*destructor)(sk_buff *skb);
+    sk_buff *next; // in a socket's queue
     alignas(8) u8 cb[SKB_CB_SIZE];
 };
 
@@ -29,6 +30,8 @@ bool is_shared(const void *memory); // by several buffers
 void skb_drop(sk_buff *skb);
 void skb_consume(sk_buff *skb);
 void skb_watch(sk_buff *skb); // the bounds of the frame have moved
+// An empty buffer of that size, room before and after included; null when an allocation fails.
+sk_buff *skb_make(u64 size, gfp_t flags, const void *site);
 } // namespace userlevel
 
 inline u8 *skb_data(const sk_buff *skb) {
@@ -45,6 +48,9 @@ inline u32 skb_tailroom(const sk_buff *skb) {
 }
 inline u32 skb_truesize(const sk_buff *skb) {
     return skb->truesize;
+}
+inline bool skb_shared(const sk_buff *skb) {
+    return __atomic_load_n(&skb->users, __ATOMIC_RELAXED) != 1;
 }
 inline bool skb_is_linear(const sk_buff *skb) {
     return skb->data_len == 0;

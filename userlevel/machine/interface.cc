@@ -7,6 +7,7 @@
 #include <linux/if_addr.h>
 #include <linux/if_packet.h>
 #include <linux/if_tun.h>
+#include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -162,7 +163,73 @@ void follow(const watcher &to) {
     }
 }
 
+// --- neighbours ----------------------------------------------------------------------------------
+
+int on_neighbour(const nlmsghdr *message, void *data) {
+    auto &all = *static_cast<std::vector<neighbour> *>(data);
+    if (message->nlmsg_type != RTM_NEWNEIGH)
+        return MNL_CB_OK;
+    const auto *info = static_cast<const ndmsg *>(mnl_nlmsg_get_payload(message));
+    neighbour one{.ifindex = static_cast<unsigned>(info->ndm_ifindex),
+                  .family = info->ndm_family,
+                  .bytes = {},
+                  .mac = {},
+                  .is_by_hand = (info->ndm_state & (NUD_PERMANENT | NUD_NOARP)) != 0};
+    bool is_known = false;
+    each_attribute(message, sizeof(*info), [&](const nlattr *attribute) {
+        std::size_t length = mnl_attr_get_payload_len(attribute);
+        if (mnl_attr_get_type(attribute) == NDA_DST && length <= one.bytes.size())
+            std::memcpy(one.bytes.data(), mnl_attr_get_payload(attribute), length);
+        if (mnl_attr_get_type(attribute) == NDA_LLADDR && length == one.mac.size()) {
+            std::memcpy(one.mac.data(), mnl_attr_get_payload(attribute), length);
+            is_known = true;
+        }
+    });
+    if (is_known)
+        all.push_back(one);
+    return MNL_CB_OK;
+}
+
+// A request about neighbours, and its answers to the end; those that are messages go to `each`.
+template <typename Fill>
+void ask_neighbours(std::uint16_t type, std::uint16_t flags, int family, unsigned ifindex,
+                    Fill fill, mnl_cb_t each, void *data) {
+    std::vector<char> buffer(1 << 16);
+    mnl_socket *socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
+    if (!socket)
+        return;
+    nlmsghdr *message = mnl_nlmsg_put_header(buffer.data());
+    message->nlmsg_type = type;
+    message->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
+    auto *about = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ndmsg)));
+    about->ndm_family = static_cast<unsigned char>(family);
+    about->ndm_ifindex = static_cast<int>(ifindex);
+    fill(message);
+    bool more = mnl_socket_sendto(socket, message, message->nlmsg_len) >= 0;
+    while (more) {
+        ssize_t length = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
+        more = length > 0 && mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, 0, each,
+                                        data) > MNL_CB_STOP;
+    }
+    mnl_socket_close(socket);
+}
+
 } // namespace
+
+std::vector<neighbour> machine_neighbours(int family) {
+    std::vector<neighbour> all;
+    ask_neighbours(
+        RTM_GETNEIGH, NLM_F_DUMP, family, 0, [](nlmsghdr *) {}, on_neighbour, &all);
+    return all;
+}
+
+// One that has gone meanwhile is no error.
+void machine_neighbour_delete(const neighbour &one) {
+    auto fill = [&one](nlmsghdr *message) {
+        mnl_attr_put(message, NDA_DST, one.family == AF_INET ? 4 : 16, one.bytes.data());
+    };
+    ask_neighbours(RTM_DELNEIGH, NLM_F_ACK, one.family, one.ifindex, fill, nullptr, nullptr);
+}
 
 int tap_open(const std::string &name, unsigned ifindex, std::string *why) {
     int fd = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);

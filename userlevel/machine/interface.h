@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace machine {
 
@@ -22,12 +23,14 @@ int interface_set_address(const std::string &name, const std::uint8_t *address);
 // A packet socket that sends on the interface, or -1.
 int interface_open_for_sending(unsigned ifindex);
 
+using hardware_address = std::array<std::uint8_t, 6>;
+
 struct link_state {
     unsigned ifindex = 0; // 0: there is no such interface
     std::string name = {};
     unsigned flags = 0; // IFF_*
     unsigned mtu = 0;
-    std::array<std::uint8_t, 6> address = {};
+    hardware_address address = {};
     bool has_address = false;
     bool gone = false;
 };
@@ -40,6 +43,17 @@ struct address_state {
     unsigned prefix;
     bool gone;
 };
+
+struct neighbour {
+    unsigned ifindex;
+    int family; // AF_INET or AF_INET6
+    std::array<std::uint8_t, 16> bytes;
+    hardware_address mac;
+    bool is_by_hand;
+};
+// Those whose hardware address is known.
+std::vector<neighbour> machine_neighbours(int family);
+void machine_neighbour_delete(const neighbour &one);
 
 // Tells of every interface and address that is there, then of every change, on a thread of its own.
 // "" or what failed, in words.

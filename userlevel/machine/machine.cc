@@ -6,6 +6,7 @@
 #include "kernel/preempt.h"
 #include "kernel/skb.h"
 #include "machine/interface.h"
+#include "machine/neighbours.h"
 #include "netdev.h"
 
 #include <algorithm>
@@ -23,7 +24,6 @@ namespace machine {
 namespace {
 
 constexpr std::size_t FRAME_MAX = 65536;
-constexpr u32 HEADROOM = 64;
 constexpr u32 LINK = IFF_UP | IFF_RUNNING;
 constexpr int ADDRESSES_IPV4 = 2, ADDRESSES_IPV6 = 10; // AF_INET, AF_INET6
 
@@ -67,6 +67,7 @@ int tap_add(net_device *device) {
     std::lock_guard guard(table_mutex);
     device->back = new back{fd, device, true};
     table[device->ifindex] = of(device);
+    neighbours_device(device->ifindex, true);
     epoll_event event{.events = EPOLLIN, .data = {.u32 = device->ifindex}};
     epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event);
     return 0;
@@ -77,6 +78,7 @@ void remove(net_device *device) {
     back *old = of(device);
     device->back = nullptr;
     table.erase(device->ifindex);
+    neighbours_device(device->ifindex, false);
     close(old->fd); // the device goes with it
     delete old;
 }
@@ -96,24 +98,28 @@ void set_address(net_device *device) {
         interface_set_address(name_of(device), device->dev_addr);
 }
 
-// A frame that the machine has no room for is lost, as one is on a full queue.
-void receive(net_device *device, sk_buff *skb) {
-    ssize_t written = write(of(device)->fd, skb_data(skb), skb_len(skb));
-    if (written == static_cast<ssize_t>(skb_len(skb)))
+// Consumes the frame: whether the machine took it. One that it has no room for is lost, as one is
+// on a full queue; so is one of a device that has just gone.
+bool hand_to_machine(net_device *device, sk_buff *skb) {
+    std::lock_guard guard(table_mutex);
+    if (of(device) && of(device)->is_tap)
+        neighbours_learn(device->ifindex, skb);
+    bool taken = of(device) && write(of(device)->fd, skb_data(skb), skb_len(skb)) ==
+                                   static_cast<ssize_t>(skb_len(skb));
+    if (taken)
         consume_skb(skb);
     else
         kfree_skb(skb);
+    return taken;
+}
+
+void receive(net_device *device, sk_buff *skb) {
+    hand_to_machine(device, skb);
 }
 
 int transmit(net_device *device, sk_buff *skb) {
     constexpr int dropped = 1; // NET_XMIT_DROP
-    ssize_t written = write(of(device)->fd, skb_data(skb), skb_len(skb));
-    bool sent = written == static_cast<ssize_t>(skb_len(skb));
-    if (sent)
-        consume_skb(skb);
-    else
-        kfree_skb(skb);
-    return sent ? 0 : dropped;
+    return hand_to_machine(device, skb) ? 0 : dropped;
 }
 
 void take_state(net_device *device, const link_state &state) {
@@ -155,7 +161,8 @@ constexpr userlevel::netdev_back the_back{.add = tap_add,
                                           .address = set_address,
                                           .receive = receive,
                                           .transmit = transmit,
-                                          .find = find};
+                                          .find = find,
+                                          .forget = neighbours_forget};
 
 // --- what the IP stack sends ---------------------------------------------------------------------
 

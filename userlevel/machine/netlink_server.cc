@@ -9,6 +9,7 @@
 #include <linux/netlink.h>
 #include <memory>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -25,6 +26,10 @@ using packet = std::vector<std::uint8_t>;
 constexpr int ANSWER_PATIENCE_MS = 5000;
 
 std::string served; // the path, for the end
+int listener = -1;
+int stop_event = -1;
+std::thread server;
+std::thread::id server_thread; // its own word, before there are clients
 
 // One client. Answers are its own to wait for, within reason; events may be lost.
 class connection {
@@ -87,14 +92,12 @@ private:
     // nobody.
     void write(std::span<const std::uint8_t> message) {
         bool sent = ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
-        if (sent || errno != EAGAIN || std::this_thread::get_id() != server() || !answering_)
+        if (sent || errno != EAGAIN || std::this_thread::get_id() != server_thread || !answering_)
             return;
         pollfd writable{.fd = fd_, .events = POLLOUT, .revents = 0};
         lost_ = poll(&writable, 1, ANSWER_PATIENCE_MS) <= 0 ||
                 ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0;
     }
-
-    static std::thread::id server();
 
     int fd_;
     bool answering_ = false; // the server's thread alone
@@ -102,33 +105,31 @@ private:
     userlevel::netlink_socket socket_;
 };
 
-std::thread::id server_thread;
-
-std::thread::id connection::server() {
-    return server_thread;
-}
-
-void accept_one(int listener, std::vector<std::unique_ptr<connection>> &connections) {
+void accept_one(std::vector<std::unique_ptr<connection>> &connections) {
     int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0)
         connections.push_back(std::make_unique<connection>(fd));
 }
 
-// One message at a time over all clients.
-void serve(int listener) {
+// One message at a time over all clients, who are gone when it ends.
+void serve() {
     server_thread = std::this_thread::get_id();
     std::vector<std::unique_ptr<connection>> connections;
     for (;;) {
-        std::vector<pollfd> waiting{{.fd = listener, .events = POLLIN, .revents = 0}};
+        std::vector<pollfd> waiting{{.fd = stop_event, .events = POLLIN, .revents = 0},
+                                    {.fd = listener, .events = POLLIN, .revents = 0}};
+        const std::size_t first = waiting.size();
         for (const auto &each : connections)
             waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
         if (poll(waiting.data(), waiting.size(), -1) < 0)
             continue;
-        for (std::size_t i = waiting.size() - 1; i > 0; i--)
-            if (waiting[i].revents && !connections[i - 1]->serve_one())
-                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
         if (waiting[0].revents)
-            accept_one(listener, connections);
+            return;
+        for (std::size_t i = connections.size(); i > 0; i--)
+            if (waiting[first + i - 1].revents && !connections[i - 1]->serve_one())
+                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
+        if (waiting[1].revents)
+            accept_one(connections);
     }
 }
 
@@ -156,16 +157,26 @@ std::string netlink_serve(const std::string &path) {
                  bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
                  listen(fd, 16) == 0;
     umask(old);
-    if (!bound)
-        return where + std::strerror(errno);
+    if (!bound) {
+        std::string wrong = where + std::strerror(errno);
+        close(fd);
+        return wrong;
+    }
     served = path;
-    std::thread(serve, fd).detach();
+    listener = fd;
+    stop_event = eventfd(0, EFD_CLOEXEC);
+    server = std::thread(serve);
     return "";
 }
 
 void netlink_end() {
-    if (!served.empty())
-        unlink(served.c_str());
+    if (!server.joinable())
+        return;
+    eventfd_write(stop_event, 1);
+    server.join();
+    close(stop_event);
+    close(listener);
+    unlink(served.c_str());
 }
 
 } // namespace machine

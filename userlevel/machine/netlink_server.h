@@ -5,8 +5,9 @@
 
 namespace machine {
 
-// Serves at the path on a thread of its own. "" or what failed, in words. Once a process.
+// Serves at the path on a thread of its own. "" or what failed, in words. One path at a time.
 std::string netlink_serve(const std::string &path);
+// Clients are disconnected, the thread has ended and the path is gone when it returns.
 void netlink_end();
 
 } // namespace machine

@@ -1,0 +1,317 @@
+/* The sockets of the protocols, as any program opens them: the cases that the tests in a process run too. */
+#define _GNU_SOURCE
+#include "switch.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <linux/capability.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+
+#include "socket_cases.h"
+
+/* --- the home ----------------------------------------------------------------------------------- */
+
+static int kernel_log = -1;
+
+static int home_open(int family, int type, int protocol)
+{
+	int fd = socket(family, type, protocol);
+
+	return fd < 0 ? -errno : fd;
+}
+
+static void home_close(int fd)
+{
+	close(fd);
+}
+
+/* A page that is not there, for data that is nowhere. */
+#define NOWHERE ((void *)16)
+
+static long home_send(int fd, const void *name, unsigned namelen, const void *data, unsigned length)
+{
+	struct iovec buffer = { data ? (void *)data : NOWHERE, length };
+	struct msghdr msg = { .msg_name = (void *)name, .msg_namelen = namelen, .msg_iov = &buffer,
+			      .msg_iovlen = 1 };
+	long result = sendmsg(fd, &msg, MSG_DONTWAIT);
+
+	return result < 0 ? -errno : result;
+}
+
+static long home_receive(int fd, void *name, unsigned *namelen, void *data, unsigned size, int *flags)
+{
+	struct iovec buffer = { data, size };
+	struct msghdr msg = { .msg_name = name, .msg_namelen = namelen ? *namelen : 0,
+			      .msg_iov = &buffer, .msg_iovlen = 1 };
+	long result = recvmsg(fd, &msg, *flags);
+
+	*flags = msg.msg_flags;
+	if (namelen)
+		*namelen = msg.msg_namelen;
+	return result < 0 ? -errno : result;
+}
+
+static int home_readable(int fd, int milliseconds)
+{
+	struct pollfd one = { .fd = fd, .events = POLLIN };
+
+	return poll(&one, 1, milliseconds) == 1 && (one.revents & POLLIN);
+}
+
+static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
+			 unsigned length)
+{
+	char hex[1024];
+
+	for (unsigned i = 0; i < length; i++)
+		snprintf(hex + 2 * i, 3, "%02x", frame[i]);
+	if (lab_command("frames 1 %u %u 0 %u %s", ifindex, vid, flags, hex) != 0)
+		lab_failures++;
+}
+
+static int tap = -1; /* at the other end of the port's cable */
+
+static int is_from_a_daemon(const unsigned char *frame)
+{
+	static const unsigned char from[6] = { 2, 0, 0, 0, 0, 7 };
+
+	return memcmp(frame + 6, from, sizeof(from)) == 0;
+}
+
+/* The receiving device takes the tag off and tells it beside the frame. */
+static long put_tag_back(struct msghdr *msg, unsigned char *frame, long length)
+{
+	struct tpacket_auxdata aux;
+	unsigned char tag[4] = { 0x81, 0x00 };
+
+	for (struct cmsghdr *one = CMSG_FIRSTHDR(msg); one; one = CMSG_NXTHDR(msg, one)) {
+		if (one->cmsg_level != SOL_PACKET || one->cmsg_type != PACKET_AUXDATA)
+			continue;
+		memcpy(&aux, CMSG_DATA(one), sizeof(aux));
+		if (!(aux.tp_status & TP_STATUS_VLAN_VALID))
+			return length;
+		tag[2] = (unsigned char)(aux.tp_vlan_tci >> 8);
+		tag[3] = (unsigned char)aux.tp_vlan_tci;
+		memmove(frame + 16, frame + 12, (size_t)length - 12);
+		memcpy(frame + 12, tag, sizeof(tag));
+		return length + 4;
+	}
+	return length;
+}
+
+static long home_sent(unsigned char *frame, unsigned size, int milliseconds)
+{
+	struct pollfd one = { .fd = tap, .events = POLLIN };
+	unsigned char bytes[2048];
+	char control[256];
+	long found = -1;
+
+	while (poll(&one, 1, found < 0 ? milliseconds : 0) == 1) {
+		struct iovec buffer = { bytes, sizeof(bytes) - 4 };
+		struct msghdr msg = { .msg_iov = &buffer, .msg_iovlen = 1, .msg_control = control,
+				      .msg_controllen = sizeof(control) };
+		long length = recvmsg(tap, &msg, MSG_DONTWAIT);
+
+		if (length < 14 || length + 4 > (long)size || !is_from_a_daemon(bytes))
+			continue;
+		found = put_tag_back(&msg, bytes, length);
+		memcpy(frame, bytes, (size_t)found);
+	}
+	return found;
+}
+
+static void home_udld(int on, int filter)
+{
+	if (lab_command("udld %u %d %d", CASE_PORT, on, filter) != 0)
+		lab_failures++;
+}
+
+#define LOG_MARK "sockets: mark"
+
+/*
+ * A record of the log is "<priority>,...;<text>\n", and more lines that tell where it comes from. One
+ * that does not end in a newline can be read when the next one begins: the mark.
+ */
+static const char *home_said(void)
+{
+	static char last[256];
+	char record[2048];
+	ssize_t length;
+
+	last[0] = '\0';
+	if (write(kernel_log, LOG_MARK, strlen(LOG_MARK)) < 0)
+		lab_failures++;
+	while ((length = read(kernel_log, record, sizeof(record) - 1)) > 0 || errno == EPIPE) {
+		char *text, *end;
+
+		if (length <= 0)
+			continue;
+		record[length] = '\0';
+		text = strchr(record, ';');
+		end = strchr(record, '\n');
+		if (!text || !end || strncmp(text + 1, LOG_MARK, strlen(LOG_MARK)) == 0)
+			continue;
+		*end = '\0';
+		snprintf(last, sizeof(last), "%d %.200s", atoi(record) & 7, text + 1);
+	}
+	return last;
+}
+
+static void home_rights(int net_raw)
+{
+	struct __user_cap_header_struct header = { .version = _LINUX_CAPABILITY_VERSION_3 };
+	struct __user_cap_data_struct data[2];
+
+	if (syscall(SYS_capget, &header, data) != 0)
+		lab_failures++;
+	if (net_raw)
+		data[0].effective |= 1u << CAP_NET_RAW;
+	else
+		data[0].effective &= ~(1u << CAP_NET_RAW);
+	if (syscall(SYS_capset, &header, data) != 0)
+		lab_failures++;
+}
+
+static int checks;
+
+/* The many good ones are only counted. */
+static void home_check(int good, const char *what, const char *detail)
+{
+	checks++;
+	if (!good)
+		CHECK(good, "%s: %s", what, detail);
+}
+
+static const struct socket_home home = {
+	.open = home_open,
+	.close = home_close,
+	.send = home_send,
+	.receive = home_receive,
+	.readable = home_readable,
+	.deliver = home_deliver,
+	.sent = home_sent,
+	.udld = home_udld,
+	.said = home_said,
+	.rights = home_rights,
+	.check = home_check,
+};
+
+/* --- what only a kernel has --------------------------------------------------------------------- */
+
+static void another_namespace_has_none(void)
+{
+	int status = -1;
+	pid_t child = fork();
+
+	if (child == 0) {
+		if (unshare(CLONE_NEWNET) != 0)
+			_exit(errno == EINVAL ? 2 : 3); /* a kernel without namespaces */
+		_exit(socket(TARN_AF_LACP, SOCK_RAW, 0) < 0 && errno == EAFNOSUPPORT ? 0 : 1);
+	}
+	waitpid(child, &status, 0);
+	CHECK(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 2),
+	      "no socket opens in another network namespace (%d)", WEXITSTATUS(status));
+}
+
+static void a_reader_is_woken(void)
+{
+	unsigned char frame[256], data[256];
+	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0), status = -1;
+	unsigned length = case_frame(LACPDU, frame);
+	pid_t child = fork();
+
+	if (child == 0) {
+		alarm(20);
+		_exit(recv(fd, data, sizeof(data), 0) == 46 ? 0 : 1);
+	}
+	usleep(200000);
+	home_deliver(CASE_PORT, 1, 0, frame, length);
+	waitpid(child, &status, 0);
+	CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0, "a reader that waits is woken");
+	close(fd);
+}
+
+static void read_needs_no_name(void)
+{
+	unsigned char frame[256], data[256];
+	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0);
+
+	home_deliver(CASE_PORT, 1, 0, frame, case_frame(LACPDU, frame));
+	CHECK(read(fd, data, sizeof(data)) == 46, "read() will do");
+	close(fd);
+}
+
+static void what_no_family_has(void)
+{
+	struct vlan_skaddr name = { .ifindex = CASE_PORT };
+	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0), value = 1;
+	socklen_t length = sizeof(value);
+
+	CHECK(bind(fd, (void *)&name, sizeof(name)) < 0 && errno == EOPNOTSUPP, "no bind");
+	CHECK(connect(fd, (void *)&name, sizeof(name)) < 0 && errno == EOPNOTSUPP, "no connect");
+	CHECK(listen(fd, 1) < 0 && errno == EOPNOTSUPP, "no listen");
+	CHECK(shutdown(fd, SHUT_RD) < 0 && errno == EOPNOTSUPP, "no shutdown");
+	CHECK(setsockopt(fd, TARN_AF_LACP, 1, &value, sizeof(value)) < 0 && errno == EOPNOTSUPP,
+	      "no options of its own");
+	CHECK(getsockopt(fd, TARN_AF_LACP, 1, &value, &length) < 0 && errno == EOPNOTSUPP,
+	      "nor any to ask for");
+	close(fd);
+}
+
+/* Port 5001 gets a cable, whose other end is in a namespace that says little itself. */
+static int plug_in(void)
+{
+	int far, on = 1;
+
+	lab_load("tarn_chip");
+	far = net_namespace();
+	CHECK(net_pair("s1", "t1", far) == 0 && net_up(NET_HERE, "s1", 1) == 0 &&
+		      net_up(far, "t1", 1) == 0 && chip("port 5001 s1\nvlan 5001 1 untagged\n") == 0 &&
+		      lab_command("stp 5001 3") == 0,
+	      "the port has a cable");
+	tap = net_tap(far, "t1", ETH_P_ALL);
+	CHECK(setsockopt(tap, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0,
+	      "which is listened to");
+	return far;
+}
+
+static void unplug(int far)
+{
+	CHECK(chip("noport 5001\n") == 0 && lab_command("stp 5001 0") == 0 &&
+		      net_delete(NET_HERE, "s1") == 0, "the cable is gone");
+	close(tap);
+	close(far);
+}
+
+int main(void)
+{
+	int limit, far;
+
+	lab_setup();
+	far = plug_in();
+	limit = open("/proc/sys/kernel/printk_devkmsg", O_WRONLY | O_CLOEXEC);
+	CHECK(write(limit, "on\n", 3) == 3, "the log takes any number of marks");
+	close(limit);
+	kernel_log = open("/dev/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+	CHECK(kernel_log >= 0, "the kernel log can be read");
+	home_said();
+	for (unsigned i = 0; i < SOCKET_CASES; i++) {
+		int failed = lab_failures, before = checks;
+
+		home_said();
+		socket_cases[i].run(&home);
+		CHECK(lab_failures == failed, "%s, %d checks", socket_cases[i].name, checks - before);
+	}
+	another_namespace_has_none();
+	a_reader_is_woken();
+	read_needs_no_name();
+	what_no_family_has();
+	unplug(far);
+	return lab_result();
+}

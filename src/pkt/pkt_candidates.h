@@ -1,0 +1,52 @@
+// Who can have a say about a frame: an index over the registry, so that a frame visits only the
+// handful of redirects that could want it.
+//
+// Every redirect that is enabled and does not skip the frame's class counts as asked, as if each
+// were called in turn. Those whose `concerns` (pkt_redirect.h) name no fact of the frame would
+// answer no, so they are not called; and what was asked is not counted one by one: a frame counts
+// once, where its walk ended, and `inspects` is summed up from that whenever somebody looks or the
+// set of those asked changes.
+//
+// The index has no lock on the side of frames: one that is under way while a redirect is enabled
+// or disabled may be counted for the old or the new set.
+#pragma once
+
+#include "pkt/pkt_info.h"
+
+inline constexpr u32 REDIRECT_PLACES = 47; // of process_packet_rxs, without its end
+
+// Frame classes, in the order of the bits of SKIP_*; a frame of any other type is of class 0.
+enum frame_class : u32 {
+    FRAME_CLASS_OTHER,
+    FRAME_CLASS_ARP,
+    FRAME_CLASS_IPV4,
+    FRAME_CLASS_IPV6,
+    FRAME_CLASSES,
+};
+
+// A bit for each place of process_packet_rxs.
+struct redirect_places {
+    u32 words[2];
+};
+
+void pkt_candidates_init();
+
+frame_class pkt_frame_class(u32 ethertype);
+// FRAME_* (pkt_redirect.h).
+u32 pkt_frame_facts(const tarn_pkt_info *info);
+
+// Those that could want a frame of that class with those facts.
+redirect_places pkt_candidates(frame_class of, u32 facts);
+// The first of them, which is taken out; REDIRECT_PLACES when none is left.
+u32 pkt_candidates_next(redirect_places *left);
+
+// The walk of a frame ended at that place: it or one before it stopped the frame, or, with the last
+// place, nobody did.
+void pkt_candidates_count(frame_class of, u32 place);
+
+// Around every registration and every change of who is asked. Frames that ended before are summed
+// up for the old set.
+void pkt_candidates_change_begin();
+void pkt_candidates_change_end();
+// Brings `inspects` of every redirect up to date.
+void pkt_candidates_sum_up();

@@ -1,0 +1,136 @@
+// The walk that visits only those who could want a frame, against the plain walk of the table.
+//
+// The plain walk stands here as it is meant: every redirect that is enabled and does not skip the
+// class is called, and counted as it is called. Both see the same random frames on the same switch,
+// each in a process of its own, and must end with the same counters, decisions and messages.
+//
+// TARN_RANDOM_FRAMES sets how many frames (100000 unless said otherwise), TARN_RANDOM_SEED the
+// seed.
+#include "pkt/random_frames.h"
+
+#include "pkt/pkt_candidates.h"
+#include "pkt/pkt_rx.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+bool plainly = false;
+
+u32 skip_bit(u32 ethertype) {
+    switch (ethertype) {
+    case 0x0806:
+        return SKIP_ARP;
+    case 0x0800:
+        return SKIP_IPV4;
+    case 0x86DD:
+        return SKIP_IPV6;
+    default:
+        return 0;
+    }
+}
+
+u32 plain_walk(tarn_pkt_info *info) {
+    sk_buff *given = info->skb;
+    redirect_instruct instruct{};
+    info->order = process_packet_rxs.data();
+    info->result = 0;
+    for (const u8 *slot = info->order; *slot != REDIRECT_ORDER_END; slot++) {
+        packet_redirect *redirect = packet_redirects[*slot];
+        if (!redirect || !redirect->enabled ||
+            (redirect->skip_protocols & skip_bit(info->ethertype)))
+            continue;
+        redirect->inspects++;
+        redirect->match(info, &instruct);
+        u32 result;
+        if (instruct.flags == 0 || !tarn_pkt_carry_out(redirect, info, &instruct, &result))
+            continue;
+        tarn_ifmgr_if_ref_put(info->vlan_if);
+        return result;
+    }
+    __dev_kfree_skb_irq(given, SKB_REASON_DROPPED);
+    tarn_ifmgr_if_ref_put(info->vlan_if);
+    return info->result;
+}
+
+} // namespace
+
+u32 chain(tarn_pkt_info *info) asm("__wrap__Z14tarn_pkt_chainP13tarn_pkt_info");
+u32 real_chain(tarn_pkt_info *info) asm("__real__Z14tarn_pkt_chainP13tarn_pkt_info");
+u32 chain(tarn_pkt_info *info) {
+    return plainly ? plain_walk(info) : real_chain(info);
+}
+
+namespace {
+
+class PlainWalk : public RandomFrames {
+protected:
+    // What a run over so many frames comes to, in words.
+    std::string run(u64 frames) {
+        userlevel::clock_stop(static_cast<unsigned long>(-10000)); // limits go by it
+        add_interfaces();
+        decide_anything();
+        for (u64 i = 0; i < frames; i++) {
+            userlevel::clock_advance(below(4));
+            if (i % 64 == 0)
+                change();
+            note(std::to_string(offer()));
+            if (i % 256 == 0)
+                keep();
+        }
+        keep();
+        std::string told = std::to_string(fingerprint_) + "\n";
+        told +=
+            printed([](seq_file *view) { print_redirect_counters(REDIRECT_COUNTERS_RX, view); });
+        return told;
+    }
+
+    std::string run_in_a_process(bool plain, u64 frames) {
+        int ends[2];
+        if (pipe(ends) != 0)
+            return "no pipe";
+        pid_t child = fork();
+        if (child == 0) {
+            plainly = plain;
+            std::string told = run(frames);
+            _exit(write(ends[1], told.data(), told.size()) == static_cast<ssize_t>(told.size())
+                      ? 0
+                      : 1);
+        }
+        close(ends[1]);
+        std::string told;
+        char part[4096];
+        for (ssize_t got; (got = read(ends[0], part, sizeof(part))) > 0;)
+            told.append(part, static_cast<std::size_t>(got));
+        close(ends[0]);
+        int status = 0;
+        waitpid(child, &status, 0);
+        return status == 0 ? told : "the process failed\n" + told;
+    }
+
+private:
+    void note(const std::string &word) {
+        fingerprint_ = fingerprint_ * 1099511628211u ^ std::hash<std::string>{}(word);
+    }
+
+    void keep() {
+        for (const std::string &call : calls().order)
+            note(call);
+        for (const std::string &line : log())
+            note(line);
+        forget_calls();
+    }
+
+    u64 fingerprint_ = 14695981039346656037u;
+};
+
+TEST_F(PlainWalk, comes_to_the_same) {
+    const u64 frames = from_environment("TARN_RANDOM_FRAMES", 100000);
+    std::string plain = run_in_a_process(true, frames);
+    std::string fast = run_in_a_process(false, frames);
+    EXPECT_THAT(plain, ::testing::HasSubstr("l2drop_inspects"));
+    EXPECT_EQ(plain, fast) << "seed " << seed_;
+}
+
+} // namespace

@@ -1,0 +1,103 @@
+// The cases that both homes share, in a process.
+#include "sockets/socket_test.h"
+
+#include "sockets/sockets.h"
+
+#include "../../lab/tests/socket_cases.h"
+
+namespace {
+
+// The list is plain C: what it calls are functions, which find the running test here.
+class SocketCases : public SocketTest, public ::testing::WithParamInterface<socket_case> {
+public:
+    SocketCases() { current = this; }
+
+    static inline SocketCases *current = nullptr;
+    std::vector<struct socket *> descriptors;
+    std::string line;
+
+    static int open_one(int family, int type, int protocol) {
+        struct socket *made = nullptr;
+        int result = current->configure(
+            [&] { return userlevel::socket_open(family, type, protocol, &made); });
+        if (result != 0)
+            return result;
+        current->descriptors.push_back(made);
+        return static_cast<int>(current->descriptors.size()) - 1;
+    }
+    static struct socket *at(int fd) {
+        return current->descriptors.at(static_cast<std::size_t>(fd));
+    }
+
+    static long send_one(int fd, const void *name, unsigned namelen, const void *data,
+                         unsigned length) {
+        iovec buffer{const_cast<void *>(data), length};
+        msghdr msg{};
+        msg.msg_name = const_cast<void *>(name);
+        msg.msg_namelen = namelen;
+        msg.msg_iov = &buffer;
+        msg.msg_iovlen = 1;
+        return userlevel::socket_sendmsg(at(fd), &msg, MSG_DONTWAIT);
+    }
+    static long receive_one(int fd, void *name, unsigned *namelen, void *data, unsigned size,
+                            int *flags) {
+        iovec buffer{data, size};
+        msghdr msg{};
+        msg.msg_name = name;
+        msg.msg_namelen = namelen ? *namelen : 0;
+        msg.msg_iov = &buffer;
+        msg.msg_iovlen = 1;
+        long result = userlevel::socket_recvmsg(at(fd), &msg, *flags);
+        *flags = msg.msg_flags;
+        if (namelen)
+            *namelen = msg.msg_namelen;
+        return result;
+    }
+    static void deliver_one(unsigned ifindex, unsigned vid, unsigned flags, const u8 *frame,
+                            unsigned length) {
+        Arrival arrival{.port = ifindex - 5000, .vid = vid};
+        arrival.meta.flags = flags;
+        current->receive(Bytes(frame, frame + length), arrival);
+    }
+    static long sent_last(u8 *frame, unsigned size, int) {
+        auto sent = std::exchange(current->driver().sent, {});
+        if (sent.empty())
+            return -1;
+        const Bytes &bytes = sent.back().bytes;
+        std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), size), frame);
+        return static_cast<long>(bytes.size());
+    }
+    static void set_udld(int on, int filter) {
+        tarn_udld_enable(static_cast<u8>(on));
+        tarn_udld_set_hw_filter(CASE_PORT, static_cast<u8>(filter));
+    }
+    static const char *said_last() {
+        std::vector<std::string> lines = current->log();
+        current->line = lines.empty() ? "" : lines.back();
+        return current->line.c_str();
+    }
+};
+
+TEST_P(SocketCases, holds) {
+    const socket_home home{
+        .open = open_one,
+        .close = [](int fd) { userlevel::socket_close(at(fd)); },
+        .send = send_one,
+        .receive = receive_one,
+        .readable = [](int fd,
+                       int wait) { return int{userlevel::socket_poll(at(fd), POLLIN, wait)}; },
+        .deliver = deliver_one,
+        .sent = sent_last,
+        .udld = set_udld,
+        .said = said_last,
+        .rights = [](int net_raw) { userlevel::socket_caller(net_raw != 0, true); },
+        .check = [](int good, const char *what,
+                    const char *detail) { EXPECT_TRUE(good) << what << ": " << detail; },
+    };
+    GetParam().run(&home);
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, SocketCases, ::testing::ValuesIn(socket_cases),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+} // namespace

@@ -1,0 +1,16 @@
+// A switch that is told what it is by a file: the batch language of tarnctl, said to the switch of
+// this process, with no socket between.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace config {
+
+// What a line "chip WORDS" does; empty where there is no chip. `ok` says whether the line was good.
+using Chip = std::function<std::string(const std::string &line, bool &ok)>;
+
+// Every line, until one fails. "" or "FILE:LINE: what was wrong". The module must have been loaded.
+std::string apply(const std::string &file, const Chip &chip = {});
+
+} // namespace config

@@ -1,0 +1,169 @@
+#include "tarnctl/proc.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace tarnctl {
+
+namespace {
+
+constexpr const char *PROC_PATH = "/proc/tarn";
+constexpr const char *CONTROL_PATH = "/run/tarn/control";
+
+std::string failed(const std::string &what) {
+    return fmt::format("{}: {}", what, std::strerror(errno));
+}
+
+struct File {
+    int fd;
+    explicit File(int opened) : fd(opened) {}
+    File(const File &) = delete;
+    File &operator=(const File &) = delete;
+    ~File() {
+        if (fd >= 0)
+            close(fd);
+    }
+};
+
+std::string read_all(int fd, const std::string &what) {
+    std::string text;
+    char buffer[4096];
+    ssize_t length;
+    while ((length = read(fd, buffer, sizeof(buffer))) > 0)
+        text.append(buffer, static_cast<std::size_t>(length));
+    if (length < 0)
+        throw ProcError(failed(what));
+    return text;
+}
+
+class Folder : public ProcTree {
+public:
+    explicit Folder(std::string path) : path_(std::move(path)) {}
+    std::string name() const override { return path_; }
+
+    std::string read(const std::string &path) override {
+        File file(open((path_ + "/" + path).c_str(), O_RDONLY | O_CLOEXEC));
+        if (file.fd < 0)
+            throw ProcError(failed(path_ + "/" + path));
+        return read_all(file.fd, path_ + "/" + path);
+    }
+
+    // In one piece: each write is a line of its own to the switch.
+    void write(const std::string &path, const std::string &text) override {
+        File file(open((path_ + "/" + path).c_str(), O_WRONLY | O_CLOEXEC));
+        if (file.fd < 0 || ::write(file.fd, text.data(), text.size()) < 0)
+            throw ProcError(failed(path_ + "/" + path));
+    }
+
+private:
+    std::string path_;
+};
+
+class Control : public ProcTree {
+public:
+    explicit Control(std::string path) : path_(std::move(path)) {}
+    std::string name() const override { return "the control socket '" + path_ + "'"; }
+
+    std::string read(const std::string &path) override {
+        return control_ask(path_, "proc read " + path);
+    }
+
+    // A line: its end is not said.
+    void write(const std::string &path, const std::string &text) override {
+        std::string line = text.substr(0, text.find('\n'));
+        control_ask(path_, "proc write " + path + " " + line);
+    }
+
+private:
+    std::string path_;
+};
+
+bool is_socket(const std::string &path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+bool is_folder(const std::string &path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::unique_ptr<ProcTree> proc_at(const std::string &path) {
+    if (is_socket(path))
+        return proc_of_control(path);
+    if (is_folder(path))
+        return proc_folder(path);
+    throw ProcMissing(fmt::format(
+        "no proc tree: '{}' is neither a folder nor the control socket of tarn-switch", path));
+}
+
+std::string variable(const char *name) {
+    const char *value = std::getenv(name);
+    return value ? value : "";
+}
+
+} // namespace
+
+std::unique_ptr<ProcTree> proc_folder(const std::string &path) {
+    return std::make_unique<Folder>(path);
+}
+
+std::unique_ptr<ProcTree> proc_of_control(const std::string &path) {
+    return std::make_unique<Control>(path);
+}
+
+std::string control_ask(const std::string &path, const std::string &line) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    std::string what = "the control socket '" + path + "'";
+    if (path.size() >= sizeof(address.sun_path))
+        throw ProcMissing(what + ": the path is too long");
+    path.copy(address.sun_path, path.size());
+    File file(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    std::string said = line + "\n";
+    if (connect(file.fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        send(file.fd, said.data(), said.size(), MSG_NOSIGNAL) < 0)
+        throw ProcMissing(failed(what));
+    std::string reply = read_all(file.fd, what);
+    // The last line says how it went.
+    for (const std::string end : {"ok\n", "error\n"}) {
+        if (reply != end && !reply.ends_with("\n" + end))
+            continue;
+        reply.resize(reply.size() - end.size());
+        if (end == "ok\n")
+            return reply;
+        throw ProcError(reply.empty() ? what + " refused it"
+                                      : reply.substr(0, reply.find_last_not_of('\n') + 1));
+    }
+    throw ProcError(what + ": the reply was cut off");
+}
+
+std::string control_path(const std::string &path) {
+    if (!path.empty())
+        return path;
+    std::string given = variable("TARN_CONTROL");
+    return given.empty() ? CONTROL_PATH : given;
+}
+
+std::unique_ptr<ProcTree> find_proc(const std::string &path, const std::string &control) {
+    std::string given = path.empty() ? variable("TARN_PROC") : path;
+    if (!given.empty())
+        return proc_at(given);
+    if (control.empty() && is_folder(PROC_PATH))
+        return proc_folder(PROC_PATH);
+    std::string socket_path = control_path(control);
+    if (is_socket(socket_path))
+        return proc_of_control(socket_path);
+    throw ProcMissing(
+        fmt::format("no proc tree; tried:\n  {}: not there\n  the control socket '{}': "
+                    "not there",
+                    PROC_PATH, socket_path));
+}
+
+} // namespace tarnctl

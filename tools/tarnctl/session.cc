@@ -1,0 +1,250 @@
+#include "tarnctl/session.h"
+
+#include "client/attributes.h"
+#include "tarnctl/events.h"
+#include "tarnctl/help.h"
+#include "tarnctl/views.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <net/if.h>
+#include <tarn/tarnfwd_nl.h>
+
+namespace tarnctl {
+
+namespace {
+
+constexpr std::uint32_t VLAN_IFINDEX_BASE = 300;
+
+// What the switch answered, in words; the words were right.
+struct Refused : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// "{}/members" with the first value in place.
+std::string filled(std::string_view form, const std::vector<std::string> &values) {
+    std::string text(form);
+    auto at = text.find("{}");
+    return at == std::string::npos || values.empty() ? text : text.replace(at, 2, values[0]);
+}
+
+// The last value, for a row with a port and a value: "{}" of what is written.
+std::string written(const Parsed &parsed) {
+    auto last = parsed.values.empty() ? std::vector<std::string>{}
+                                      : std::vector<std::string>{parsed.values.back()};
+    return filled(parsed.row->value, last);
+}
+
+std::string refusal(const client::Answer &answer) {
+    std::string text = client::error_words(answer.error);
+    if (!answer.text.empty())
+        text += fmt::format("; it says '{}'", answer.text);
+    if (answer.about)
+        text += fmt::format(" of the attribute {}", client::attribute_info(*answer.about).name);
+    if (answer.missing)
+        text += fmt::format("; the attribute {} is missing",
+                            client::attribute_info(*answer.missing).name);
+    return text;
+}
+
+std::uint32_t u32_of(const client::Message &message, std::uint16_t number) {
+    for (const client::Attribute &attribute : client::attributes_of(message.attributes()))
+        if (attribute.number == number)
+            return attribute.number_value();
+    return 0;
+}
+
+// Which of several commands it was, by what they differ in.
+std::string which(const client::Message &message) {
+    std::uint32_t vid = u32_of(message, TARNFWD_ATTR_VID_START);
+    std::uint32_t end = u32_of(message, TARNFWD_ATTR_VID_END);
+    if (end > vid + 1)
+        return fmt::format(" (VLANs {}-{})", vid, end - 1);
+    if (vid == 0)
+        vid = u32_of(message, TARNFWD_ATTR_VID);
+    std::uint32_t ifindex = u32_of(message, TARNFWD_ATTR_IFINDEX);
+    if (vid == 0 && message.command() == TARNFWD_CMD_IF_DELETE_SVI)
+        vid = ifindex - VLAN_IFINDEX_BASE;
+    if (message.command() == TARNFWD_CMD_STP_SET_PORT_STATE)
+        return fmt::format(" (instance {})", u32_of(message, TARNFWD_ATTR_STP_INSTANCE));
+    return vid != 0 ? fmt::format(" (VLAN {})", vid) : "";
+}
+
+void remember(Session &session, const client::Message &message) {
+    if (message.command() != TARNFWD_CMD_IF_NEWLINK)
+        return;
+    for (const client::Attribute &attribute : client::attributes_of(message.attributes())) {
+        if (attribute.number != TARNFWD_ATTR_IF_NAME || attribute.value.empty())
+            continue;
+        std::string name(attribute.value.begin(), attribute.value.end() - 1);
+        session.names[name] = u32_of(message, TARNFWD_ATTR_IFINDEX);
+    }
+}
+
+// Every command is sent, whatever came of those before; the first refusal is the line's.
+void send(Session &session, const Parsed &parsed) {
+    std::string refused;
+    for (const client::Message &message : parsed.messages) {
+        client::Answer answer = session.client().command(message);
+        if (answer.error == 0)
+            remember(session, message);
+        else if (refused.empty())
+            refused =
+                fmt::format("{}{}: {}", parsed.row->words,
+                            parsed.messages.size() > 1 ? which(message) : "", refusal(answer));
+    }
+    if (!refused.empty())
+        throw Refused(refused);
+}
+
+void set_redirect(Session &session, const std::string &file, const std::string &name) {
+    Redirects redirects = read_redirects(session.proc());
+    if (!redirects.knows(name))
+        throw Refused(fmt::format("there is no redirect '{}'; there are: {}", name,
+                                  fmt::join(redirects.all(), " ")));
+    bool on = file == "redirectprotocolenable";
+    session.proc().write(file, name + "\n");
+    if (read_redirects(session.proc()).is_enabled(name) != on)
+        throw Refused(fmt::format("the switch did not {} '{}'; the kernel log may say why",
+                                  on ? "enable" : "disable", name));
+}
+
+void redirects(Session &session, const Parsed &parsed) {
+    if (!parsed.row->file.empty())
+        return set_redirect(session, std::string(parsed.row->file), parsed.values[0]);
+    session.print(show_redirects(read_redirects(session.proc()), session.json));
+}
+
+void monitor(Session &session, const Parsed &parsed) {
+    client::Client &client = session.client();
+    client.listen();
+    std::map<std::uint32_t, std::string> names;
+    for (const auto &[name, ifindex] : listed(session))
+        names[ifindex] = name;
+    unsigned long count = std::stoul(parsed.values[0], nullptr, 0);
+    for (unsigned long seen = 0; count == 0 || seen < count;) {
+        auto event = client.next_event(-1);
+        if (!event)
+            continue;
+        session.print(session.json ? event_json(*event, names) : event_line(*event, names));
+        seen++;
+    }
+}
+
+void perform(Session &session, const Parsed &parsed) {
+    const Subcommand &row = *parsed.row;
+    switch (row.action) {
+    case Action::message:
+        return send(session, parsed);
+    case Action::show: {
+        std::string file = filled(row.file, parsed.values);
+        return session.print(show_view(row.file, session.proc().read(file), session.json));
+    }
+    case Action::set:
+        return session.proc().write(filled(row.file, parsed.values), written(parsed));
+    case Action::redirect:
+        return redirects(session, parsed);
+    case Action::proc_read:
+        return session.print(raw_view(session.proc().read(parsed.values[0]), session.json));
+    case Action::proc_write:
+        return session.proc().write(parsed.values[0], parsed.values[1] + "\n");
+    case Action::monitor:
+        return monitor(session, parsed);
+    case Action::chip:
+        return session.print(session.chip(parsed.values[0]));
+    }
+}
+
+bool asks_for_help(const Words &words) {
+    return !words.empty() &&
+           (words.back() == "help" || words.back() == "--help" || words.front() == "help") &&
+           words[0] != "chip" && words[0] != "proc";
+}
+
+Words without_help(Words words) {
+    words.erase(words.front() == "help" ? words.begin() : words.end() - 1);
+    return words;
+}
+
+std::uint32_t vlan_ifindex(const std::string &name) {
+    if (!name.starts_with("vlan") || name.size() > 8 || name.size() == 4 ||
+        name.find_first_not_of("0123456789", 4) != std::string::npos || name[4] == '0')
+        return 0;
+    auto vid = static_cast<std::uint32_t>(std::stoul(name.substr(4)));
+    return vid <= 4094 ? vid + VLAN_IFINDEX_BASE : 0;
+}
+
+} // namespace
+
+std::map<std::string, std::uint32_t> listed(Session &session) {
+    try {
+        return interfaces_of(session.proc().read("ifdb"));
+    } catch (const ProcError &) {
+        return {};
+    }
+}
+
+std::uint32_t resolve(Session &session, const std::string &name) {
+    if (auto known = session.names.find(name); known != session.names.end())
+        return known->second;
+    auto all = listed(session);
+    if (auto known = all.find(name); known != all.end())
+        return known->second;
+    if (std::uint32_t ifindex = vlan_ifindex(name); ifindex != 0)
+        return ifindex;
+    return if_nametoindex(name.c_str());
+}
+
+Status run_words(Session &session, const Words &words, std::string &wrong) {
+    try {
+        if (asks_for_help(words)) {
+            session.print(help(without_help(words)));
+            return DONE;
+        }
+        perform(session,
+                parse(words, [&](const std::string &name) { return resolve(session, name); }));
+        return DONE;
+    } catch (const Refused &error) {
+        wrong = error.what();
+        return REFUSED;
+    } catch (const ProcMissing &error) {
+        wrong = error.what();
+        return WRONG;
+    } catch (const ProcError &error) {
+        wrong = error.what();
+        return REFUSED;
+    } catch (const std::runtime_error &error) { // of the words, or of the way to the switch
+        wrong = error.what();
+        return WRONG;
+    }
+}
+
+Status run_line(Session &session, const std::string &line, std::string &wrong) {
+    try {
+        Words words = words_of(line);
+        return words.empty() ? DONE : run_words(session, words, wrong);
+    } catch (const WordError &error) {
+        wrong = error.what();
+        return WRONG;
+    }
+}
+
+Status run_batch(Session &session, std::istream &input, const std::string &name, bool force,
+                 const std::function<void(const std::string &)> &complain) {
+    Status first = DONE;
+    std::string line;
+    for (std::size_t number = 1; std::getline(input, line); number++) {
+        std::string wrong;
+        Status status = run_line(session, line, wrong);
+        if (status == DONE)
+            continue;
+        complain(fmt::format("{}:{}: {}", name, number, wrong));
+        if (first == DONE)
+            first = status;
+        if (!force)
+            return status;
+    }
+    return first;
+}
+
+} // namespace tarnctl

@@ -1,0 +1,44 @@
+// Running lines: each is parsed, sent or looked up, and its outcome printed.
+#pragma once
+
+#include "client/client.h"
+#include "tarnctl/parse.h"
+#include "tarnctl/proc.h"
+
+#include <functional>
+#include <istream>
+#include <map>
+#include <string>
+
+namespace tarnctl {
+
+enum Status { DONE = 0, REFUSED = 1, WRONG = 2 };
+
+// What a line works with. The functions find their end at the first need, and throw client::Error
+// or ProcError where there is none.
+struct Session {
+    std::function<client::Client &()> client;
+    std::function<ProcTree &()> proc;
+    std::function<std::string(const std::string &line)> chip;
+    std::function<void(const std::string &text)> print;
+    bool json = false;
+    std::map<std::string, std::uint32_t> names = {}; // declared in this session
+};
+
+// The status; what went wrong is in `wrong`, in words.
+Status run_words(Session &session, const Words &words, std::string &wrong);
+Status run_line(Session &session, const std::string &line, std::string &wrong);
+
+// Every line of the input, until one fails, or all of them with `force`: the first failure is the
+// result then. `complain` takes "NAME:LINE: what was wrong".
+Status run_batch(Session &session, std::istream &input, const std::string &name, bool force,
+                 const std::function<void(const std::string &)> &complain);
+
+// The ifindex of a name: one that this session declared, the switch's own listing, vlanVID, a
+// device of the machine. 0 for none.
+std::uint32_t resolve(Session &session, const std::string &name);
+
+// Interfaces that the switch lists; empty when it cannot be asked.
+std::map<std::string, std::uint32_t> listed(Session &session);
+
+} // namespace tarnctl

@@ -1,0 +1,29 @@
+// Files of the proc tree as people and programs want to see them.
+#pragma once
+
+#include "tarnctl/proc.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnctl {
+
+// `file` as the table names it, such as "ifdb" or "{}/bridge".
+std::string show_view(std::string_view file, const std::string &text, bool json);
+std::string raw_view(const std::string &text, bool json);
+
+std::map<std::string, std::uint32_t> interfaces_of(const std::string &ifdb);
+
+struct Redirects {
+    std::vector<std::string> enabled, disabled;
+    bool is_enabled(const std::string &name) const;
+    bool knows(const std::string &name) const;
+    std::vector<std::string> all() const;
+};
+Redirects read_redirects(ProcTree &proc);
+std::string show_redirects(const Redirects &redirects, bool json);
+
+} // namespace tarnctl
