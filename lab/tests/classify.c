@@ -51,7 +51,7 @@ static void each_kind_of_frame_ends_where_it_belongs(void)
 	frame("one from all", ALL HOST ARP("002", ALL), "arp", 12);
 	frame("RARP", ALL HOST "8035", "rarp", 3);
 	frame("PPPoE", OWN HOST "8863", "pppoe", 2);
-	frame("multicast of no IP family", "0180c2000021" HOST "9000", "mcdrop", 1);
+	frame("multicast of no IP family", "01005f000001" HOST "88b5", "mcdrop", 1);
 	CHECK(lab_command("frames 1 5001 9 0 " OWN HOST IPV4("40", "11", TO4)) == 0 &&
 		      lab_stops("ipv4", 5) >= 1,
 	      "IPv4 of a VLAN without an interface: \"ipv4\", reason 5");
