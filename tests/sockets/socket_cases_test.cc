@@ -5,6 +5,11 @@
 
 #include "../../lab/tests/socket_cases.h"
 
+// For the names of the tests.
+void PrintTo(const socket_case &one, std::ostream *out) {
+    *out << one.name;
+}
+
 namespace {
 
 // The list is plain C: what it calls are functions, which find the running test here.

@@ -15,6 +15,9 @@ struct sock {
     bool dead;
     struct socket *socket;
     void (*destruct)(sock *sk);
+    void (*ready)(void *argument); // null: nobody asked to be told
+    void *ready_argument;
+    int owner; // a process; 0: this one
     pthread_mutex_t lock;   // covers the queue
     pthread_cond_t changed; // by a frame more in the queue, or room to send
     sk_buff *first, *last;
