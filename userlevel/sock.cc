@@ -64,6 +64,7 @@ sk_buff *take_first(sock *sk) {
     if (!sk->first)
         sk->last = nullptr;
     skb->next = nullptr;
+    __atomic_fetch_sub(&sk->queued, 1, __ATOMIC_RELAXED);
     return skb;
 }
 
@@ -350,6 +351,7 @@ void sk_queue_tail(sock *sk, sk_buff *skb) {
     skb->next = nullptr;
     (sk->last ? sk->last->next : sk->first) = skb;
     sk->last = skb;
+    __atomic_fetch_add(&sk->queued, 1, __ATOMIC_RELAXED);
 }
 
 void sk_queue_purge(sock *sk) {

@@ -287,15 +287,18 @@ static void case_what_no_family_has(const struct socket_home *home)
 /* A close ends the socket, also when a process does without one. */
 static void case_ends(const struct socket_home *home)
 {
-	int fd = home->open(TARN_AF_LACP, SOCK_RAW, 0), status = -1;
+	int fd = home->open(TARN_AF_LACP, SOCK_RAW, 0), status = -1, numbers[4];
 	pid_t child = fork();
 
 	if (child == 0) {
 		for (int i = 0; i < 20; i++)
-			home->open(TARN_AF_LACP, SOCK_RAW, 0);
+			home->open(TARN_AF_GARP, SOCK_RAW, 0);
 		_exit(0);
 	}
 	waitpid(child, &status, 0);
+	for (int i = 0; i < 200 && case_listed(home, "GARP", numbers); i++)
+		usleep(10000);
+	home->check(!case_listed(home, "GARP", numbers), "the child's sockets are closed with it", "");
 	case_deliver(home, LACPDU);
 	home->check(case_read(home, fd, daemon_data, 0) == 46, "the parent's socket stays", "");
 	close(fd);

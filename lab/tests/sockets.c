@@ -129,6 +129,20 @@ static void home_rights(int net_raw)
 		lab_failures++;
 }
 
+static const char *home_list(void)
+{
+	static char text[1 << 16];
+	int file = open("/proc/net/tarn_sockets", O_RDONLY | O_CLOEXEC);
+	size_t at = 0;
+	ssize_t part;
+
+	while ((part = read(file, text + at, sizeof(text) - 1 - at)) > 0)
+		at += (size_t)part;
+	text[at] = '\0';
+	close(file);
+	return text;
+}
+
 static int checks;
 
 /* The many good ones are only counted. */
@@ -150,6 +164,7 @@ static const struct socket_home home = {
 	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,
+	.list = home_list,
 	.check = home_check,
 };
 

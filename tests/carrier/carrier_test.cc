@@ -79,6 +79,8 @@ private:
         words >> word;
         if (word == "said")
             return last_line();
+        if (word == "list")
+            return userlevel::proc_read("net/tarn_sockets").text;
         if (word == "sent")
             return last_sent();
         words >> a >> b;

@@ -66,6 +66,11 @@ static void home_rights(int net_raw)
 	ask(net_raw ? "rights 1" : "rights 0");
 }
 
+static const char *home_list(void)
+{
+	return ask("list");
+}
+
 static void home_check(int good, const char *what, const char *detail)
 {
 	if (good)
@@ -86,6 +91,7 @@ static const struct socket_home home = {
 	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,
+	.list = home_list,
 	.check = home_check,
 };
 

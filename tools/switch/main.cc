@@ -78,9 +78,10 @@ int main(int argc, char **argv) {
     app.add_option("--netlink", options.netlink,
                    "serves the control family (netlink) on a Unix socket at this path")
         ->type_name("PATH");
-    app.add_option("--sockets", options.sockets,
-                   "serves the protocol sockets on a Unix socket at this path, for daemons that run\n"
-                   "with LD_PRELOAD=libtarn_preload.so TARN_SOCKETS=PATH")
+    app.add_option(
+           "--sockets", options.sockets,
+           "serves the protocol sockets on a Unix socket at this path, for daemons that run\n"
+           "with LD_PRELOAD=libtarn_preload.so TARN_SOCKETS=PATH")
         ->type_name("PATH");
     app.add_option("--proc", options.proc,
                    "mounts at this path what the kernel module has as /proc/tarn (FUSE)")
@@ -98,8 +99,9 @@ int main(int argc, char **argv) {
     CLI::App *ask =
         app.add_subcommand("ask", "sends one line to a running switch's control socket");
     ask->add_option("PATH", path)->required();
-    ask->add_option("LINE", line,
-                    "'show interfaces', 'show counters', 'proc read ifdb', 'chip show', ...")
+    ask->add_option(
+           "LINE", line,
+           "'show interfaces', 'show sockets', 'show counters', 'proc read ifdb', 'chip show', ...")
         ->required();
 
     try {
