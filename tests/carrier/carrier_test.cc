@@ -9,7 +9,9 @@
 
 #include <filesystem>
 #include <sstream>
+#include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -33,11 +35,10 @@ protected:
     }
 
     // Its exit status, or -1.
-    int run_daemon(const std::vector<std::string> &arguments,
-                   const std::string &program = CARRIED_DAEMON, const char *path = nullptr) {
+    int run_daemon(const std::vector<std::string> &arguments, const char *path = nullptr) {
         int pair[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-        std::vector<std::string> words = {program, std::to_string(pair[1])};
+        std::vector<std::string> words = {CARRIED_DAEMON, std::to_string(pair[1])};
         words.insert(words.end(), arguments.begin(), arguments.end());
         pid_t child = fork();
         if (child == 0)
@@ -83,6 +84,10 @@ private:
             return userlevel::proc_read("net/tarn_sockets").text;
         if (word == "sent")
             return last_sent();
+        if (word == "end")
+            machine::sockets_end();
+        if (word == "flood")
+            flood();
         words >> a >> b;
         if (word == "rights")
             userlevel::socket_caller(a != 0, true);
@@ -101,6 +106,19 @@ private:
         Arrival arrival{.port = ifindex - 5000, .vid = vid};
         arrival.meta.flags = flags;
         receive(bytes, arrival);
+    }
+
+    // From two threads, as from two CPUs.
+    static void flood() {
+        const Bytes frame = Frame().to("01:15:4e:00:00:01").type(0x88E3).padded();
+        auto deliver_some = [&frame] {
+            const tarn_rx_meta meta{};
+            for (int i = 0; i < 2000; i++)
+                rxtx_hw_packet_recv(userlevel::frame_make(frame), 5001, 1, &meta);
+        };
+        std::thread other(deliver_some);
+        deliver_some();
+        other.join();
     }
 
     // A packet is never empty.
@@ -138,7 +156,54 @@ std::vector<const char *> case_names() {
 INSTANTIATE_TEST_SUITE_P(Both, CarriedCases, ::testing::ValuesIn(case_names()),
                          [](const auto &one) { return std::string(one.param); });
 
-// Threads, waits, descriptors: what only a program can do.
+TEST_F(Carrier, without_a_switch_there_are_no_families) {
+    EXPECT_EQ(run_daemon({"nobody_serves"}, "/nowhere/sockets"), 0);
+}
+
+TEST_F(Carrier, whom_the_socket_is_closed_to_has_no_right_to_open) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    EXPECT_EQ(run_daemon({"a_stranger"}), 0);
+}
+
+TEST_F(Carrier, a_switch_that_ends_is_a_network_that_is_down) {
+    EXPECT_EQ(run_daemon({"the_switch_ends"}), 0);
+}
+
+TEST_F(Carrier, a_path_is_served_once_and_can_be_served_again) {
+    EXPECT_THAT(machine::sockets_serve(path_), HasSubstr("another switch serves it"));
+    EXPECT_THAT(machine::sockets_serve(""), HasSubstr("1 to 107 characters"));
+    EXPECT_THAT(machine::sockets_serve(std::string(108, 'x')), HasSubstr("1 to 107 characters"));
+    machine::sockets_end();
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_THAT(machine::sockets_serve(folder_ + "/no/such"), HasSubstr("No such file"));
+    EXPECT_EQ(machine::sockets_serve(path_), "");
+}
+
+// What is no call of ours ends that connection, and nothing else.
+TEST_F(Carrier, a_client_that_talks_nonsense_is_left) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path_.copy(address.sun_path, path_.size());
+    const tarn_carrier_request lies{.call = TARN_CARRIER_SEND, .name_length = 1u << 30};
+    for (std::size_t length : {std::size_t{1}, sizeof(lies)}) {
+        int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+        ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+        EXPECT_EQ(::send(fd, &lies, length, MSG_NOSIGNAL), static_cast<ssize_t>(length));
+        char byte;
+        EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
+        ::close(fd);
+    }
+    EXPECT_EQ(run_daemon({"two_sockets"}), 0);
+}
+
+// Under the thread sanitizer too.
+class CarrierThreads : public Carrier {};
+
+TEST_F(CarrierThreads, readers_beside_traffic_get_each_frame_once) {
+    EXPECT_EQ(run_daemon({"readers_beside_traffic"}), 0);
+}
+
+// Waits, descriptors: what only a program can do.
 TEST_F(Carrier, a_program_sees_what_it_would_see_of_a_kernel) {
     EXPECT_EQ(run_daemon({"of_a_program"}), 0);
 }

@@ -113,6 +113,68 @@ static int run(const struct socket_case *cases, size_t count, const char *wanted
 	return found;
 }
 
+/* --- the switch itself ---------------------------------------------------------------------------- */
+
+static void nobody_serves(const struct socket_home *home_)
+{
+	home_->check(home_->open(TARN_AF_LACP, SOCK_RAW, 0) == -EAFNOSUPPORT, "no switch, no families", "");
+	home_->check(close(socket(AF_UNIX, SOCK_DGRAM, 0)) == 0, "others are there", "");
+}
+
+static void a_stranger(const struct socket_home *home_)
+{
+	home_->check(setresuid(65534, 65534, 65534) == 0, "a user without rights", "");
+	home_->check(home_->open(TARN_AF_LACP, SOCK_RAW, 0) == -EPERM, "has no right to open", "");
+}
+
+static void the_switch_ends(const struct socket_home *home_)
+{
+	int fd = home_->open(TARN_AF_LACP, SOCK_RAW, 0);
+	unsigned char name[16] = { 0 };
+	struct pollfd one = { .fd = fd, .events = POLLIN };
+
+	ask("end");
+	home_->check(poll(&one, 1, 1000) == 1, "poll hears of it", "");
+	home_->check(recv(fd, daemon_data, 100, 0) < 0 && errno == ENETDOWN, "a read does not wait", "");
+	home_->check(home_->send(fd, name, sizeof(name), daemon_data, 46) == -ENETDOWN, "nor is sent", "");
+	home_->check(home_->open(TARN_AF_LACP, SOCK_RAW, 0) == -EAFNOSUPPORT, "nor opened", "");
+	close(fd);
+}
+
+/* Three processes read one socket while frames arrive. */
+static void readers_beside_traffic(const struct socket_home *home_)
+{
+	struct timeval patience = { 1, 0 };
+	int fd = home_->open(TARN_AF_MRP, SOCK_RAW, 0), results[2], numbers[4], all = 0, count;
+
+	home_->check(setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) == 0 &&
+			     pipe(results) == 0, "it can begin", "");
+	for (int i = 0; i < 3; i++) {
+		if (fork() != 0)
+			continue;
+		for (count = 0; recv(fd, daemon_data, sizeof(daemon_data), 0) == 46; count++) {
+		}
+		_exit(write(results[1], &count, sizeof(count)) != sizeof(count));
+	}
+	ask("flood");
+	for (int i = 0; i < 3; i++) {
+		if (read(results[0], &count, sizeof(count)) != sizeof(count))
+			count = -100000;
+		all += count;
+	}
+	home_->check(case_listed(home_, "MRP", numbers) && all > 0 && all + numbers[3] == 4000,
+		     "every frame is read once, or lost", "");
+	home_->check(!home_->readable(fd, 0), "no mark is left", "");
+	close(fd);
+}
+
+static const struct socket_case switch_cases[] = {
+	{ "nobody_serves", nobody_serves },
+	{ "a_stranger", a_stranger },
+	{ "the_switch_ends", the_switch_ends },
+	{ "readers_beside_traffic", readers_beside_traffic },
+};
+
 int main(int argc, char **argv)
 {
 	int found;
@@ -123,6 +185,7 @@ int main(int argc, char **argv)
 	if (strcmp(argv[2], "of_a_program") == 0)
 		found = run(daemon_cases, DAEMON_CASES, NULL);
 	else
-		found = run(socket_cases, SOCKET_CASES, argv[2]);
+		found = run(socket_cases, SOCKET_CASES, argv[2]) +
+			run(switch_cases, sizeof(switch_cases) / sizeof(switch_cases[0]), argv[2]);
 	return found == 0 ? 3 : failed != 0;
 }
