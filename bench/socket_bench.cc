@@ -1,5 +1,5 @@
-// What a frame costs that is posted to daemons: with room, read between; and full, which is the cost
-// of passing it over. A million frames each; what is alive at the end is what was before.
+// What a frame costs that is posted to daemons: with room, read between; and full, which is the
+// cost of passing it over. A million frames each; what is alive at the end is what was before.
 #include "frame_classes.h"
 
 #include "control.h"

@@ -21,6 +21,18 @@
 
 #include "tarn/skaddr.h"
 
+/* The examples, as they are. */
+#define main lacp_listener
+#define print_end lacp_print_end
+#define word lacp_word
+#include "../../examples/lacp_listener.c"
+#undef main
+#undef print_end
+#undef word
+#define main lldp_sender
+#include "../../examples/lldp_sender.c"
+#undef main
+
 #define PORT(k) (5300u + (k)) /* on b<k>, whose other end is c<k> */
 #define PATIENCE 40	      /* seconds */
 
@@ -154,7 +166,7 @@ static int has_ended(pid_t child, int *status)
 
 /* --- a responder of LACP --------------------------------------------------------------------------- */
 
-enum { LACPDU = 110, ACTOR = 4, PARTNER = 24, END_OF_LINK = 15 };
+enum { LACPDU = LACPDU_LENGTH, END_OF_LINK = 15 };
 
 /* We are one system, with a port number for each port, and in step with whatever the partner says. */
 static void answer(int fd, const struct l2_skaddr *from, const unsigned char *pdu)
@@ -177,8 +189,36 @@ static void answer(int fd, const struct l2_skaddr *from, const unsigned char *pd
 		printf("       an answer was not sent: %s\n", strerror(errno));
 }
 
+/* Its output comes by a pipe. */
+static FILE *start_listener(void)
+{
+	char *arguments[] = { "lacp_listener", "2", NULL };
+	int ends[2];
+
+	if (pipe(ends) != 0)
+		return NULL;
+	if (fork() == 0) {
+		dup2(ends[1], STDOUT_FILENO);
+		_exit(lacp_listener(2, arguments));
+	}
+	close(ends[1]);
+	net_pause(200);
+	return fdopen(ends[0], "r");
+}
+
+static int says(FILE *output, const char *text)
+{
+	char line[256];
+	int found = 0;
+
+	while (fgets(line, sizeof(line), output))
+		found |= strstr(line, text) != NULL;
+	return found;
+}
+
 static void a_bond_comes_up(void)
 {
+	FILE *listener = start_listener();
 	int where = net_namespace(), fd = socket(TARN_AF_LACP, SOCK_RAW, 0), status = -1;
 	unsigned heard[3] = { 0 }, strange = 0;
 	pid_t child;
@@ -205,6 +245,8 @@ static void a_bond_comes_up(void)
 	CHECK(heard[1] > 0 && heard[2] > 0 && strange == 0,
 	      "LACPDUs arrive from both ports, %u and %u, and nothing else (%u)", heard[1], heard[2], strange);
 	CHECK(status == 0, "the bond comes up, with both ports, and knows us (%d)", status);
+	CHECK(says(listener, "actor   "), "the example tells who is there");
+	fclose(listener);
 	close(fd);
 	remove_port(1);
 	remove_port(2);
@@ -277,6 +319,20 @@ static int put_on_cable(int tap, const unsigned char *beginning, size_t length)
 	return send(tap, frame, sizeof(frame), 0) == sizeof(frame);
 }
 
+static void the_example_is_heard(int where)
+{
+	char *arguments[] = { "lldp_sender", "5304", "02:00:00:00:00:53", "orvo-example", "1", NULL };
+	int tap = net_tap(where, "c4", 0x88cc);
+	struct pollfd one = { .fd = tap, .events = POLLIN };
+	unsigned char frame[256] = { 0 };
+
+	CHECK(lldp_sender(5, arguments) == 0 && poll(&one, 1, 5000) == 1 &&
+		      recv(tap, frame, sizeof(frame), MSG_DONTWAIT) > 14 && frame[5] == 0x0e &&
+		      memmem(frame, sizeof(frame), "orvo-example", 12),
+	      "the example that sends LLDP is heard");
+	close(tap);
+}
+
 static void frames_of_the_others_arrive(void)
 {
 	int where = net_namespace(), tap;
@@ -305,6 +361,7 @@ static void frames_of_the_others_arrive(void)
 		      "a frame of %s reaches its socket", built[i].name);
 		close(fd);
 	}
+	the_example_is_heard(where);
 	before = lab_stops("isis", 3);
 	CHECK(put_on_cable(tap, (const unsigned char[]){ 0x01, 0x80, 0xc2, 0, 0, 0x14, 2, 0, 0, 0, 0, 9, 0, 20,
 							 0xfe, 0xfe, 3 }, 17),
