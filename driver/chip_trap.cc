@@ -173,8 +173,9 @@ constexpr bool LINK = true, VLAN = false;
 
 // The first row that is on and matches decides. Rows of the operator come first, then protocols of
 // the link, protocols of a VLAN, what is for the switch itself, and last the rest of what many
-// receive. `code` is 1 unless a redirect waits for another; 5 and 6 are data of groups that nobody
-// joined. docs/driver.md says row by row what each is for.
+// receive. `code` is 1 unless a redirect waits for another, or refuses it, as that of ring
+// protection does; 5 and 6 are data of groups that nobody joined. docs/driver.md says row by row
+// what each is for.
 //
 // clang-format off
 constexpr chip_trap _rows[] = {
@@ -188,7 +189,7 @@ constexpr chip_trap _rows[] = {
     {"garp",             7,  1, 0,    7, ONLY, ON,  LINK, _is_garp},
     {"udld",             8,  1, 0,    7, ONLY, ON,  LINK, _is_udld},
     {"ldf",              9,  1, 0,    7, ONLY, ON,  VLAN, _is_ldf},
-    {"ryke",            10,  1, 0,    7, ONLY, ON,  VLAN, _is_ryke},
+    {"ryke",            10,  3, 0,    7, ONLY, ON,  VLAN, _is_ryke},
     {"befd",            11,  1, 0,    7, ONLY, ON,  VLAN, _is_befd},
     {"mrp",             12,  1, 0,    7, ONLY, ON,  VLAN, _is_mrp},
     {"raps",            13,  1, 0x08, 7, ONLY, ON,  VLAN, _is_raps},

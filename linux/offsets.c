@@ -63,6 +63,8 @@ int main(void)
 	DEFINE(TARN_MUTEX_SIZE, sizeof(struct mutex));
 
 	OFFSET(TARN_SOCK_RMEM_ALLOC, sock, sk_backlog.rmem_alloc);
+	OFFSET(TARN_SOCK_QUEUE_LENGTH, sock, sk_receive_queue.qlen);
+	OFFSET(TARN_SOCK_DROPS, sock, sk_drops);
 	OFFSET(TARN_SOCK_RCVBUF, sock, sk_rcvbuf);
 	DEFINE(TARN_SOCK_BIND_NODE, offsetof(struct sock, sk_bind_node));
 	DEFINE(TARN_SOCK_REFCNT, offsetof(struct sock, sk_refcnt));

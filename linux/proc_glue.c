@@ -3,6 +3,7 @@
 #include <linux/fs.h>
 #include <linux/proc_fs.h>
 #include <linux/seq_file.h>
+#include <net/net_namespace.h>
 
 #include "proc_glue.h"
 
@@ -37,4 +38,10 @@ struct proc_dir_entry *tarn_k_proc_create(const char *name, unsigned short mode,
 	const struct proc_ops *ops = !readable ? &write_only : writable ? &both_ways : &read_only;
 
 	return proc_create_data(name, mode, parent, ops, (void *)file);
+}
+
+/* That of the initial namespace, whose daemons the sockets are for. */
+struct proc_dir_entry *tarn_k_proc_net(void)
+{
+	return init_net.proc_net;
 }

@@ -88,6 +88,11 @@ int tarn_k_sk_del_bind_node(struct sock *sk)
 	return 1;
 }
 
+unsigned long tarn_k_sk_inode(struct sock *sk)
+{
+	return sock_i_ino(sk);
+}
+
 void tarn_k_sock_orphan(struct sock *sk)
 {
 	sock_orphan(sk);

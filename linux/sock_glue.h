@@ -46,6 +46,7 @@ void tarn_k_socket_set_ops(struct socket *sock, int family);
 struct sock *tarn_k_sk_alloc(struct net *net, int family, unsigned int flags, int kern);
 void tarn_k_sk_add_bind_node(struct sock *sk, TARN_K_LIST *list);
 int tarn_k_sk_del_bind_node(struct sock *sk);
+unsigned long tarn_k_sk_inode(struct sock *sk);
 void tarn_k_sock_orphan(struct sock *sk);
 void tarn_k_skb_set_owner_r(struct sk_buff *skb, struct sock *sk);
 void tarn_k_sk_queue_tail(struct sock *sk, struct sk_buff *skb);

@@ -152,6 +152,19 @@ proc_dir_entry *proc_create_file(const char *name, u32 mode, proc_dir_entry *par
     return add(name, S_IFREG | mode, parent, file, __builtin_return_address(0));
 }
 
+// It was there before the module.
+proc_dir_entry *proc_net() {
+    static proc_dir_entry *directory = [] {
+        auto entry = std::make_shared<proc_dir_entry>();
+        entry->name = "net";
+        entry->parent = root().get();
+        std::lock_guard guard(tree_mutex);
+        root()->children["net"] = entry;
+        return entry.get();
+    }();
+    return directory;
+}
+
 void proc_remove(proc_dir_entry *entry) {
     if (!entry)
         return;

@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <ctime>
 #include <poll.h>
@@ -63,6 +64,7 @@ sk_buff *take_first(sock *sk) {
     if (!sk->first)
         sk->last = nullptr;
     skb->next = nullptr;
+    __atomic_fetch_sub(&sk->queued, 1, __ATOMIC_RELAXED);
     return skb;
 }
 
@@ -109,12 +111,43 @@ short events_of(sock *sk) {
     return events;
 }
 
-int buffer_option(int name, int *least, int sock::**field) {
-    if (name != SO_RCVBUF && name != SO_SNDBUF)
-        return -EOPNOTSUPP;
-    *least = name == SO_RCVBUF ? RCVBUF_LEAST : SNDBUF_LEAST;
-    *field = name == SO_RCVBUF ? &sock::rcvbuf : &sock::sndbuf;
-    return 0;
+struct buffer_option {
+    int sock::*field = nullptr; // null: it is no option of a buffer
+    int least = 0, most = 0;
+};
+
+// The privileged may have more than others.
+buffer_option buffer_option_of(int name) {
+    switch (name) {
+    case SO_RCVBUF:
+        return {&sock::rcvbuf, RCVBUF_LEAST, BUFFER_DEFAULT};
+    case SO_RCVBUFFORCE:
+        return {&sock::rcvbuf, RCVBUF_LEAST, INT_MAX / 2};
+    case SO_SNDBUF:
+        return {&sock::sndbuf, SNDBUF_LEAST, BUFFER_DEFAULT};
+    case SO_SNDBUFFORCE:
+        return {&sock::sndbuf, SNDBUF_LEAST, INT_MAX / 2};
+    default:
+        return {};
+    }
+}
+
+// -1: there is no such option.
+int option_value(const struct socket *socket, int name) {
+    switch (name) {
+    case SO_DOMAIN:
+        return socket->sk->family;
+    case SO_TYPE:
+        return socket->type;
+    case SO_PROTOCOL:
+        return socket->sk->protocol;
+    case SO_RCVBUF:
+        return __atomic_load_n(&socket->sk->rcvbuf, __ATOMIC_RELAXED);
+    case SO_SNDBUF:
+        return __atomic_load_n(&socket->sk->sndbuf, __ATOMIC_RELAXED);
+    default:
+        return -1;
+    }
 }
 
 // As the kernel hands a message to a family: the name in memory of its own, the buffers in a list
@@ -216,26 +249,23 @@ short socket_poll(struct socket *socket, short events, int milliseconds) {
 
 int socket_setsockopt(struct socket *socket, int level, int name, const void *value,
                       socklen_t length) {
-    int least, wanted, sock::*field;
-    if (level != SOL_SOCKET)
-        return -EOPNOTSUPP;
-    if (int result = buffer_option(name, &least, &field); result != 0)
-        return result;
+    buffer_option option = level == SOL_SOCKET ? buffer_option_of(name) : buffer_option{};
+    if (!option.field)
+        return level == SOL_SOCKET ? -ENOPROTOOPT : -EOPNOTSUPP;
+    int wanted;
     if (length < sizeof(wanted))
         return -EINVAL;
     std::memcpy(&wanted, value, sizeof(wanted));
-    wanted = std::clamp(wanted, 0, BUFFER_DEFAULT) * 2; // for what a frame costs beyond its bytes
-    __atomic_store_n(&(socket->sk->*field), std::max(wanted, least), __ATOMIC_RELAXED);
+    // For what a frame costs beyond its bytes.
+    wanted = std::max(std::clamp(wanted, 0, option.most) * 2, option.least);
+    __atomic_store_n(&(socket->sk->*option.field), wanted, __ATOMIC_RELAXED);
     return 0;
 }
 
 int socket_getsockopt(struct socket *socket, int level, int name, void *value, socklen_t *length) {
-    int least, sock::*field;
-    if (level != SOL_SOCKET)
-        return -EOPNOTSUPP;
-    if (int result = buffer_option(name, &least, &field); result != 0)
-        return result;
-    int now = __atomic_load_n(&(socket->sk->*field), __ATOMIC_RELAXED);
+    int now = level == SOL_SOCKET ? option_value(socket, name) : -1;
+    if (now < 0)
+        return level == SOL_SOCKET ? -ENOPROTOOPT : -EOPNOTSUPP;
     *length = std::min<socklen_t>(*length, sizeof(now));
     std::memcpy(value, &now, *length);
     return 0;
@@ -243,6 +273,16 @@ int socket_getsockopt(struct socket *socket, int level, int name, void *value, s
 
 int socket_other(struct socket *) {
     return -EOPNOTSUPP;
+}
+
+void socket_on_ready(struct socket *socket, void (*ready)(void *argument), void *argument) {
+    guarded guard(socket->sk);
+    socket->sk->ready = ready;
+    socket->sk->ready_argument = argument;
+}
+
+void socket_set_owner(struct socket *socket, int process) {
+    __atomic_store_n(&socket->sk->owner, process, __ATOMIC_RELAXED);
 }
 
 void socket_caller(bool net_raw, bool initial_namespace) {
@@ -296,6 +336,7 @@ void sock_orphan(sock *sk) {
     guarded guard(sk);
     sk->dead = true;
     sk->socket = nullptr;
+    sk->ready = nullptr;
 }
 
 void skb_set_owner_r(sk_buff *skb, sock *sk) {
@@ -310,6 +351,7 @@ void sk_queue_tail(sock *sk, sk_buff *skb) {
     skb->next = nullptr;
     (sk->last ? sk->last->next : sk->first) = skb;
     sk->last = skb;
+    __atomic_fetch_add(&sk->queued, 1, __ATOMIC_RELAXED);
 }
 
 void sk_queue_purge(sock *sk) {
@@ -325,8 +367,18 @@ void sk_queue_purge(sock *sk) {
     }
 }
 
+// Under the lock of the family's list, which a close has to take: the one who is told is there.
 void sk_data_ready(sock *sk) {
     wake(sk);
+    void (*ready)(void *);
+    void *argument;
+    {
+        guarded guard(sk);
+        ready = sk->ready;
+        argument = sk->ready_argument;
+    }
+    if (ready)
+        ready(argument);
 }
 
 sk_buff *sock_alloc_send_skb(sock *sk, unsigned long size, bool noblock, int *error) {

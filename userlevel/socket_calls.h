@@ -24,12 +24,19 @@ i64 socket_sendmsg(struct socket *socket, const msghdr *msg, int flags);
 i64 socket_recvmsg(struct socket *socket, msghdr *msg, int flags);
 // The events that hold, after at most that time; -1: however long it takes.
 short socket_poll(struct socket *socket, short events, int milliseconds);
-// SO_RCVBUF and SO_SNDBUF of SOL_SOCKET, as a kernel takes them; else what the family says.
+// Of SOL_SOCKET what is a protocol socket's own: its buffers, its family, type and protocol; of
+// other levels what the family says.
 int socket_setsockopt(struct socket *socket, int level, int name, const void *value,
                       socklen_t length);
 int socket_getsockopt(struct socket *socket, int level, int name, void *value, socklen_t *length);
 // bind, connect, accept and their like: no family has them.
 int socket_other(struct socket *socket);
+
+// Calls whenever a frame has been queued, from whatever thread did it, until the socket is closed.
+// What is called may ask the socket whether it can be read, and must not close it.
+void socket_on_ready(struct socket *socket, void (*ready)(void *argument), void *argument);
+// The process that holds it, for who lists the sockets.
+void socket_set_owner(struct socket *socket, int process);
 
 // Who the callers are: privileged, and in the initial network namespace, unless said otherwise.
 void socket_caller(bool net_raw, bool initial_namespace);

@@ -23,9 +23,9 @@
  *   udld IFINDEX ON FILTER            whether the protocol is on, and what becomes of a port's frames
  *   frames COUNT IFINDEX VID LOCAL [FLAGS] HEX
  *                                     COUNT copies of the frame, delivered from process context;
- *                                     FLAGS are those of its meta data; HEX "-" is a frame of no bytes
- *   meta CODE FLAGS EXTRA             what the chip says of frames from now on, FLAGS beside their own;
- *                                     0 0 0 at first
+ *                                     FLAGS are of its meta data, added to those of "meta"; HEX "-" is a
+ *                                     frame of no bytes
+ *   meta CODE FLAGS EXTRA             what the chip says of frames from now on; 0 0 0 at first
  *   leak BYTES                        memory that is lost, for who looks for such
  * Reading gives the counters of the chain, and a line of the interface that "show" named:
  *   if: IFINDEX NAME flags HEX below RUNNING_PORTS device 0|1
@@ -47,13 +47,13 @@ struct lab_core lab_core;
 LAB_CORE_FUNCTIONS(LAB_CORE_PARAMETER)
 
 static unsigned int shown;
-static u32 code, more_flags, extra;
+static u32 said_code, said_flags, said_extra; // by "meta"
 
 static int deliver(const u8 *bytes, unsigned int length, u32 ifindex, u32 vid, u32 local, u32 flags)
 {
 	struct tarn_rx_meta meta = {
 		.debug = 1, .flood_except = { ~0u, 0 }, .local = local, .local_post_kernel = 0,
-		.code = code, .flags = flags | more_flags, .extra = extra,
+		.code = said_code, .flags = flags | said_flags, .extra = said_extra,
 	};
 	struct sk_buff *skb = __netdev_alloc_skb(NULL, length, GFP_KERNEL);
 
@@ -154,7 +154,7 @@ static int command(char *line)
 		shown = number;
 		return 0;
 	}
-	if (sscanf(line, "meta %u %i %i", &code, &more_flags, &extra) == 3)
+	if (sscanf(line, "meta %u %i %i", &said_code, &said_flags, &said_extra) == 3)
 		return 0;
 	if (sscanf(line, "leak %u", &number) == 1)
 		return lose(number);

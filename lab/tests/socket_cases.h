@@ -13,6 +13,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "../../include/tarn/skaddr.h"
 
@@ -36,6 +37,8 @@ struct socket_home {
 	/* the newest line of the log since the last question, "<level> text", or "" */
 	const char *(*said)(void);
 	void (*rights)(int net_raw); /* of the caller */
+	/* the list of open sockets, as administrators read it */
+	const char *(*list)(void);
 	void (*check)(int holds, const char *what, const char *detail);
 };
 
@@ -363,6 +366,53 @@ static inline void case_a_slow_daemon(const struct socket_home *home)
 	home->close(quick);
 }
 
+/* The numbers of the newest socket of the family: frames, bytes, limit, lost. 0: none is listed. */
+static inline int case_listed(const struct socket_home *home, const char *name, int numbers[4])
+{
+	const char *line = home->list();
+	char found[16], start[96];
+
+	snprintf(start, sizeof(start), "%-7s %-10s %7s %7s %7s %8s %8s %8s\n", "Family", "Name", "Process",
+		 "Inode", "Frames", "Bytes", "Limit", "Lost");
+	home->check(strncmp(line, start, strlen(start)) == 0, "the list has a head", line);
+	for (; line; line = strchr(line, '\n')) {
+		line += *line == '\n';
+		if (sscanf(line, "%*d %15s %*d %*d %d %d %d %d", found, &numbers[0], &numbers[1],
+			   &numbers[2], &numbers[3]) == 5 &&
+		    strcmp(found, name) == 0)
+			return 1;
+	}
+	return 0;
+}
+
+static inline void case_list(const struct socket_home *home)
+{
+	unsigned char data[2048];
+	int numbers[4], fd, each;
+
+	home->check(!case_listed(home, "MRP", numbers), "none is open", "");
+	fd = home->open(TARN_AF_MRP, SOCK_RAW, 0);
+	home->check(case_listed(home, "MRP", numbers) && numbers[0] == 0 && numbers[1] == 0 &&
+			    numbers[2] > 0 && numbers[3] == 0,
+		    "one that is new", "");
+	case_deliver(home, "01154e000001" SRC "88e3 01");
+	home->check(case_listed(home, "MRP", numbers) && numbers[0] == 1 && numbers[1] > 0, "a frame waits",
+		    "");
+	each = numbers[1];
+	for (int i = 0; i < 1000; i++)
+		case_deliver(home, "01154e000001" SRC "88e3 01");
+	home->check(case_listed(home, "MRP", numbers) && numbers[0] + numbers[3] == 1001 && numbers[3] > 0 &&
+			    numbers[1] == numbers[0] * each && numbers[1] + each >= numbers[2],
+		    "others are lost when it is full", "");
+	home->check(case_read(home, fd, data, 0) == 46 && case_listed(home, "MRP", numbers) &&
+			    numbers[1] == numbers[0] * each && numbers[0] + numbers[3] == 1000,
+		    "a read makes room", "");
+	home->close(fd);
+	for (int i = 0; i < 200 && case_listed(home, "MRP", numbers); i++)
+		usleep(10000);
+	home->check(!case_listed(home, "MRP", numbers), "a closed one is listed no more", "");
+}
+
 static inline void case_not_taken(const struct socket_home *home)
 {
 	static const struct {
@@ -481,6 +531,11 @@ static const struct send_case send_cases[] = {
 
 static inline void case_sent_frames(const struct socket_home *home)
 {
+	unsigned char late[2048];
+
+	while (home->sent(late, sizeof(late), 100) >= 0) {
+		/* of the cases before, still on its way */
+	}
 	for (unsigned i = 0; i < sizeof(send_cases) / sizeof(send_cases[0]); i++) {
 		const struct send_case *one = &send_cases[i];
 		unsigned char address[64], payload[64], expected[64], frame[2048];
@@ -489,7 +544,6 @@ static inline void case_sent_frames(const struct socket_home *home)
 		int fd = home->open(one->family, SOCK_RAW, 0);
 		long size;
 
-		home->sent(frame, sizeof(frame), 0);
 		home->check(home->send(fd, address, namelen, payload, length) == one->result,
 			    "the frame's length is the answer", one->what);
 		size = home->sent(frame, sizeof(frame), one->frame ? 2000 : 20);
@@ -527,6 +581,7 @@ static const struct socket_case socket_cases[] = {
 	{ "reading", case_reading },
 	{ "two_sockets", case_two_sockets },
 	{ "a_slow_daemon", case_a_slow_daemon },
+	{ "list", case_list },
 	{ "frames_that_are_not_taken", case_not_taken },
 	{ "send_checks", case_send_checks },
 	{ "sent_frames", case_sent_frames },

@@ -2,67 +2,18 @@
 #define _GNU_SOURCE
 #include "switch.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sched.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <linux/capability.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 
-#include "socket_cases.h"
+#include "socket_daemon.h"
 
 /* --- the home ----------------------------------------------------------------------------------- */
 
 static int kernel_log = -1;
-
-static int home_open(int family, int type, int protocol)
-{
-	int fd = socket(family, type, protocol);
-
-	return fd < 0 ? -errno : fd;
-}
-
-static void home_close(int fd)
-{
-	close(fd);
-}
-
-/* A page that is not there, for data that is nowhere. */
-#define NOWHERE ((void *)16)
-
-static long home_send(int fd, const void *name, unsigned namelen, const void *data, unsigned length)
-{
-	struct iovec buffer = { data ? (void *)data : NOWHERE, length };
-	struct msghdr msg = { .msg_name = (void *)name, .msg_namelen = namelen, .msg_iov = &buffer,
-			      .msg_iovlen = 1 };
-	long result = sendmsg(fd, &msg, MSG_DONTWAIT);
-
-	return result < 0 ? -errno : result;
-}
-
-static long home_receive(int fd, void *name, unsigned *namelen, void *data, unsigned size, int *flags)
-{
-	struct iovec buffer = { data, size };
-	struct msghdr msg = { .msg_name = name, .msg_namelen = namelen ? *namelen : 0,
-			      .msg_iov = &buffer, .msg_iovlen = 1 };
-	long result = recvmsg(fd, &msg, *flags);
-
-	*flags = msg.msg_flags;
-	if (namelen)
-		*namelen = msg.msg_namelen;
-	return result < 0 ? -errno : result;
-}
-
-static int home_readable(int fd, int milliseconds)
-{
-	struct pollfd one = { .fd = fd, .events = POLLIN };
-
-	return poll(&one, 1, milliseconds) == 1 && (one.revents & POLLIN);
-}
 
 static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
 			 unsigned length)
@@ -178,6 +129,20 @@ static void home_rights(int net_raw)
 		lab_failures++;
 }
 
+static const char *home_list(void)
+{
+	static char text[1 << 16];
+	int file = open("/proc/net/tarn_sockets", O_RDONLY | O_CLOEXEC);
+	size_t at = 0;
+	ssize_t part;
+
+	while ((part = read(file, text + at, sizeof(text) - 1 - at)) > 0)
+		at += (size_t)part;
+	text[at] = '\0';
+	close(file);
+	return text;
+}
+
 static int checks;
 
 /* The many good ones are only counted. */
@@ -189,16 +154,17 @@ static void home_check(int good, const char *what, const char *detail)
 }
 
 static const struct socket_home home = {
-	.open = home_open,
-	.close = home_close,
-	.send = home_send,
-	.receive = home_receive,
-	.readable = home_readable,
+	.open = daemon_open,
+	.close = daemon_close,
+	.send = daemon_send,
+	.receive = daemon_receive,
+	.readable = daemon_readable,
 	.deliver = home_deliver,
 	.sent = home_sent,
 	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,
+	.list = home_list,
 	.check = home_check,
 };
 
@@ -217,51 +183,6 @@ static void another_namespace_has_none(void)
 	waitpid(child, &status, 0);
 	CHECK(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 2),
 	      "no socket opens in another network namespace (%d)", WEXITSTATUS(status));
-}
-
-static void a_reader_is_woken(void)
-{
-	unsigned char frame[256], data[256];
-	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0), status = -1;
-	unsigned length = case_frame(LACPDU, frame);
-	pid_t child = fork();
-
-	if (child == 0) {
-		alarm(20);
-		_exit(recv(fd, data, sizeof(data), 0) == 46 ? 0 : 1);
-	}
-	usleep(200000);
-	home_deliver(CASE_PORT, 1, 0, frame, length);
-	waitpid(child, &status, 0);
-	CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0, "a reader that waits is woken");
-	close(fd);
-}
-
-static void read_needs_no_name(void)
-{
-	unsigned char frame[256], data[256];
-	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0);
-
-	home_deliver(CASE_PORT, 1, 0, frame, case_frame(LACPDU, frame));
-	CHECK(read(fd, data, sizeof(data)) == 46, "read() will do");
-	close(fd);
-}
-
-static void what_no_family_has(void)
-{
-	struct vlan_skaddr name = { .ifindex = CASE_PORT };
-	int fd = home_open(TARN_AF_LACP, SOCK_RAW, 0), value = 1;
-	socklen_t length = sizeof(value);
-
-	CHECK(bind(fd, (void *)&name, sizeof(name)) < 0 && errno == EOPNOTSUPP, "no bind");
-	CHECK(connect(fd, (void *)&name, sizeof(name)) < 0 && errno == EOPNOTSUPP, "no connect");
-	CHECK(listen(fd, 1) < 0 && errno == EOPNOTSUPP, "no listen");
-	CHECK(shutdown(fd, SHUT_RD) < 0 && errno == EOPNOTSUPP, "no shutdown");
-	CHECK(setsockopt(fd, TARN_AF_LACP, 1, &value, sizeof(value)) < 0 && errno == EOPNOTSUPP,
-	      "no options of its own");
-	CHECK(getsockopt(fd, TARN_AF_LACP, 1, &value, &length) < 0 && errno == EOPNOTSUPP,
-	      "nor any to ask for");
-	close(fd);
 }
 
 /* Port 5001 gets a cable, whose other end is in a namespace that says little itself. */
@@ -289,6 +210,17 @@ static void unplug(int far)
 	close(far);
 }
 
+static void run(const struct socket_case *cases, size_t count)
+{
+	for (size_t i = 0; i < count; i++) {
+		int failed = lab_failures, before = checks;
+
+		home_said();
+		cases[i].run(&home);
+		CHECK(lab_failures == failed, "%s, %d checks", cases[i].name, checks - before);
+	}
+}
+
 int main(void)
 {
 	int limit, far;
@@ -301,17 +233,9 @@ int main(void)
 	kernel_log = open("/dev/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC);
 	CHECK(kernel_log >= 0, "the kernel log can be read");
 	home_said();
-	for (unsigned i = 0; i < SOCKET_CASES; i++) {
-		int failed = lab_failures, before = checks;
-
-		home_said();
-		socket_cases[i].run(&home);
-		CHECK(lab_failures == failed, "%s, %d checks", socket_cases[i].name, checks - before);
-	}
+	run(socket_cases, SOCKET_CASES);
+	run(daemon_cases, DAEMON_CASES);
 	another_namespace_has_none();
-	a_reader_is_woken();
-	read_needs_no_name();
-	what_no_family_has();
 	unplug(far);
 	return lab_result();
 }

@@ -28,6 +28,21 @@ inline void socket_set_sk(struct socket *socket, sock *sk) {
 inline int sk_rmem_alloc(const sock *sk) {
     return __atomic_load_n(&home::field<int>(sk, TARN_SOCK_RMEM_ALLOC), __ATOMIC_RELAXED);
 }
+inline u32 sk_queue_length(const sock *sk) {
+    return __atomic_load_n(&home::field<u32>(sk, TARN_SOCK_QUEUE_LENGTH), __ATOMIC_RELAXED);
+}
+inline int sk_drops(const sock *sk) {
+    return __atomic_load_n(&home::field<int>(sk, TARN_SOCK_DROPS), __ATOMIC_RELAXED);
+}
+inline void sk_drops_inc(sock *sk) {
+    __atomic_fetch_add(&home::field<int>(sk, TARN_SOCK_DROPS), 1, __ATOMIC_RELAXED);
+}
+inline int sk_process(const sock *) {
+    return 0;
+}
+inline unsigned long sk_inode(const sock *sk) {
+    return tarn_k_sk_inode(const_cast<sock *>(sk));
+}
 inline int sk_rcvbuf(const sock *sk) {
     return __atomic_load_n(&home::field<int>(sk, TARN_SOCK_RCVBUF), __ATOMIC_RELAXED);
 }

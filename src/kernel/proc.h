@@ -4,6 +4,7 @@
 // record it is about; whoever creates the file keeps the proc_file until the file is removed.
 //
 //   proc_mkdir(name, parent)      a directory, mode 0555; a null parent is /proc itself
+//   proc_net()                    the directory of the network, /proc/net; null: there is none
 //   proc_create_file(name, mode, parent, file)
 //                                 both null on failure. A name that is there already, or is none
 //                                 ("", ".", "..", one with a slash), is a bug of the caller's
@@ -67,6 +68,8 @@ inline long proc_file_write(const proc_file *file, const void *from, unsigned lo
 
 proc_dir_entry *proc_create_file(const char *name, u32 mode, proc_dir_entry *parent,
                                  const proc_file *file);
+
+proc_dir_entry *proc_net();
 
 extern "C" {
 proc_dir_entry *proc_mkdir(const char *name, proc_dir_entry *parent);

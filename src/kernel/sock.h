@@ -15,6 +15,10 @@
 //                             on the family's list, at its head; false when it was on none
 //   sk_rmem_alloc(sk)         bytes charged for what waits to be read
 //   sk_rcvbuf(sk)             the most that may be charged
+//   sk_queue_length(sk)       frames that wait to be read
+//   sk_drops(sk)              frames that were not offered to it; sk_drops_inc(sk) one more
+//   sk_process(sk), sk_inode(sk)
+//                             who holds it, as far as the home knows; else 0
 //   sk_list_first(list), sk_list_next(sk)
 //                             the sockets of a family's list, newest first; under its lock
 //   skb_set_owner_r(skb, sk)  charges the frame to the socket, until it is freed
@@ -82,6 +86,11 @@ sock *socket_sk(const struct socket *socket);
 void socket_set_sk(struct socket *socket, sock *sk);
 
 int sk_rmem_alloc(const sock *sk);
+u32 sk_queue_length(const sock *sk);
+int sk_drops(const sock *sk);
+void sk_drops_inc(sock *sk);
+int sk_process(const sock *sk);
+unsigned long sk_inode(const sock *sk);
 int sk_rcvbuf(const sock *sk);
 u16 sk_protocol(const sock *sk);
 void sk_set_protocol(sock *sk, u16 protocol);

@@ -30,11 +30,18 @@ void _count(net_device_stats *stats, const sk_buff *skb) {
         count_up(stats->multicast);
 }
 
+bool _has_room(const sk_buff *skb, const sock *sk) {
+    return static_cast<u32>(sk_rmem_alloc(sk)) + skb_truesize(skb) <
+           static_cast<u32>(sk_rcvbuf(sk));
+}
+
+// The daemon is not told of a frame that it does not get; the list of sockets has the number.
 void _post_one(sk_buff *skb, sock *sk) {
-    if (static_cast<u32>(sk_rmem_alloc(sk)) + skb_truesize(skb) >= static_cast<u32>(sk_rcvbuf(sk)))
+    sk_buff *clone = _has_room(skb, sk) ? skb_clone(skb, GFP_ATOMIC) : nullptr;
+    if (clone && tarn_socket_post_skb(sk, clone) >= 0) [[likely]]
         return;
-    sk_buff *clone = skb_clone(skb, GFP_ATOMIC);
-    if (clone && tarn_socket_post_skb(sk, clone) < 0)
+    sk_drops_inc(sk);
+    if (clone)
         __dev_kfree_skb_irq(clone, SKB_REASON_DROPPED);
 }
 

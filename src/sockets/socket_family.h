@@ -14,6 +14,7 @@
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
 #include "sockets/socket.h"
+#include "sockets/socket_list.h"
 #include "tarn/skaddr.h"
 
 struct socket_family;
@@ -174,7 +175,8 @@ struct family_sockets {
     // The family alone; the kernel may have no room for it, which is accepted.
     static void open(const net_proto_family *family = &record) {
         rwlock_init(&lock, Family.lock_name);
-        sock_register(family);
+        if (sock_register(family) == 0)
+            socket_list_family(Family.number, Family.name, &list, &lock);
     }
     // The redirect, then the family: without the one not the other.
     static i32 start(const packet_redirect *redirect, u32 slot,

@@ -66,7 +66,7 @@ const std::vector<Row> rows{
     {"garp", to("01:80:c2:00:00:2f"), 1, 0, 7, STAYS},
     {"udld", to("01:00:0c:cc:cc:cc"), 1, 0, 7, STAYS},
     {"ldf", to("00:00:f4:27:71:01"), 1, 0, 7, STAYS},
-    {"ryke", to("00:e0:2b:00:00:04"), 1, 0, 7, STAYS},
+    {"ryke", to("00:e0:2b:00:00:04"), 3, 0, 7, STAYS},
     {"befd", to("00:0c:25:0a:8c:01"), 1, 0, 7, STAYS},
     {"mrp", to("01:15:4e:00:00:01", 0x88E3), 1, 0, 7, STAYS},
     {"raps", to("01:19:a7:00:00:01", 0x8902), 1, 8, 7, STAYS},

@@ -5,6 +5,11 @@
 
 #include "../../lab/tests/socket_cases.h"
 
+// For the names of the tests.
+void PrintTo(const socket_case &one, std::ostream *out) {
+    *out << one.name;
+}
+
 namespace {
 
 // The list is plain C: what it calls are functions, which find the running test here.
@@ -67,6 +72,10 @@ public:
         std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), size), frame);
         return static_cast<long>(bytes.size());
     }
+    static const char *list_now() {
+        current->line = userlevel::proc_read("net/tarn_sockets").text;
+        return current->line.c_str();
+    }
     static void set_udld(int on, int filter) {
         tarn_udld_enable(static_cast<u8>(on));
         tarn_udld_set_hw_filter(CASE_PORT, static_cast<u8>(filter));
@@ -91,6 +100,7 @@ TEST_P(SocketCases, holds) {
         .udld = set_udld,
         .said = said_last,
         .rights = [](int net_raw) { userlevel::socket_caller(net_raw != 0, true); },
+        .list = list_now,
         .check = [](int good, const char *what,
                     const char *detail) { EXPECT_TRUE(good) << what << ": " << detail; },
     };

@@ -136,6 +136,29 @@ TEST_F(SocketLife, a_queued_frame_is_the_sockets_and_no_devices) {
     EXPECT_EQ(skb->sk, one->sk);
 }
 
+// A clone for each with room, none for a full one, and the bytes are everybody's.
+TEST_F(SocketLife, a_frame_costs_one_clone_for_each_socket_with_room) {
+    std::vector<struct socket *> all(100);
+    for (struct socket *&one : all)
+        one = open(TARN_AF_LACP);
+    for (std::size_t i = 0; i < all.size(); i += 4)
+        all[i]->sk->rcvbuf = 0;
+    userlevel::snapshot before = userlevel::take_snapshot();
+    u64 made = userlevel::allocations_made();
+    receive(LACPDU);
+    std::map<std::string, int> alive;
+    for (const userlevel::object &object : userlevel::leaked_since(before))
+        alive[object.kind]++;
+    EXPECT_EQ(alive["sk_buff"], 75);
+    EXPECT_EQ(alive["skb data"], 1);
+    EXPECT_EQ(userlevel::allocations_made() - made, 75u + 2); // the frame itself is two
+    for (std::size_t i = 0; i < all.size(); i++) {
+        EXPECT_EQ(has_frame(all[i]), i % 4 != 0) << i;
+        EXPECT_EQ(sk_drops(all[i]->sk), i % 4 == 0) << i;
+        read(all[i]);
+    }
+}
+
 TEST_F(SocketLife, a_reader_waits_for_a_frame) {
     struct socket *one = open(TARN_AF_LACP);
     Reading got{};

@@ -44,6 +44,10 @@ struct Row {
     u32 cos, queue;
 };
 
+void PrintTo(const Row &row, std::ostream *out) {
+    *out << row.name;
+}
+
 class Families : public Send, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(Families, send_on_a_port) {

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int ROUNDS = 1000;
+constexpr int ROUNDS = 34000; // of three daemons: a hundred thousand sockets
 
 i64 read_one(struct socket *one) {
     Bytes data(100), name(64);
@@ -34,7 +34,7 @@ void deliver(const std::atomic<bool> &stop) {
     const Bytes frames[] = {Frame().to("01:80:c2:00:00:02").type(0x8809).padded(),
                             Frame().to("01:80:c2:00:00:0e").type(0x88CC).padded()};
     tarn_rx_meta meta{};
-    for (u32 i = 0; !stop; i++)
+    for (u32 i = 0; !stop || i < 2; i++) // at least one of each
         rxtx_hw_packet_recv(userlevel::frame_make(frames[i % 2], i % 3),
                             plain_switch::FIRST_PORT_IFINDEX + 1, 1, &meta);
 }

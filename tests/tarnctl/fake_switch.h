@@ -156,6 +156,8 @@ public:
     std::vector<Reply> replies = {}; // for the next commands; 0 when there are no more
     Proc proc = {};
     std::string printed = {};
+    std::vector<std::string> traces = {};
+    std::string socket_list = {};
     std::vector<std::string> chip_lines = {};
     std::unique_ptr<client::Client> client = nullptr;
     tarnctl::Session session;
@@ -169,6 +171,8 @@ public:
                           chip_lines.push_back(line);
                           return "done\n";
                       },
+                  .sockets = [this] { return socket_list; },
+                  .follow = [this](const std::string &order) { traces.push_back(order); },
                   .print = [this](const std::string &text) { printed += text; }} {}
 
     Bytes answer(View message) {

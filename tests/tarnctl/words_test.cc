@@ -35,7 +35,7 @@ struct WrongLine {
 constexpr WrongLine WRONG_LINES[] = {
     {"lnik add", "unknown word 'lnik': say one of link, fib, vlan, vxlan, pvlan, lag, stp, mirror, "
                  "neigh, arp, igmp, multicast, mroute, auth, dhcp, ryke, udld, vornappsd, fdb, "
-                 "stack, show, redirect, counters, debug, openflow, proc, monitor, chip"},
+                 "stack, show, redirect, counters, debug, openflow, proc, monitor, trace, chip"},
     {"vlan member", "a word is missing after 'vlan member': say one of add, del"},
     {"vlan member ad", "unknown word 'ad' after 'vlan member': say one of add, del"},
     {"vlan pvid 5001", "vlan pvid: VID is missing: a VLAN number from 1 to 4094"},
@@ -419,6 +419,29 @@ TEST(tarnctl_set, lines_go_to_their_files) {
                   "pktdebugpostenable: 1\n", "pktdebugratelimitburst: 5\n",
                   "pktdebugratelimitinterval: 250\n", "port1/openflow: 1\n",
                   "port1/disablevlans: 1\n", "arpseccnt: 0\n", "pktdebug: 1 2\n"}));
+}
+
+TEST(tarnctl_trace, says_what_is_wanted) {
+    fake::Switch tarn;
+    EXPECT_EQ(tarn.line("trace"), DONE);
+    EXPECT_EQ(tarn.line("trace port p1 redirect arp drops count 2"), DONE);
+    tarn.session.json = true;
+    EXPECT_EQ(tarn.line("trace --port p1 --drops"), DONE);
+    EXPECT_EQ(tarn.traces,
+              (std::vector<std::string>{"trace", "trace port p1 redirect arp drops count 2",
+                                        "trace json port p1 drops"}));
+}
+
+TEST(tarnctl_sockets, are_shown_as_they_are_and_as_json) {
+    fake::Switch tarn;
+    tarn.socket_list = "Family  Name  Lost\n46      LACP  3\n";
+    EXPECT_EQ(tarn.line("show sockets"), DONE);
+    EXPECT_EQ(tarn.printed, tarn.socket_list);
+    tarn.session.json = true;
+    tarn.printed.clear();
+    EXPECT_EQ(tarn.line("show sockets"), DONE);
+    EXPECT_EQ(nlohmann::json::parse(tarn.printed),
+              nlohmann::json::parse(R"([{"family": 46, "name": "LACP", "lost": 3}])"));
 }
 
 TEST(tarnctl_chip, gets_the_rest_of_the_line) {

@@ -82,6 +82,11 @@ std::string apply(const std::string &file, const Chip &chip) {
         .client = [&client]() -> client::Client & { return client; },
         .proc = [&proc]() -> tarnctl::ProcTree & { return proc; },
         .chip = [&chip](const std::string &line) { return say_to_chip(chip, line); },
+        .sockets = []() -> std::string { throw tarnctl::ProcError("nobody listens yet"); },
+        .follow =
+            [](const std::string &) {
+                throw tarnctl::ProcError("a trace is for a switch that runs");
+            },
         .print = [](const std::string &text) { std::fputs(text.c_str(), stdout); }};
     std::string wrong;
     tarnctl::run_batch(session, input, file, false,

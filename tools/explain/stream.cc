@@ -1,14 +1,12 @@
 #include "explain/stream.h"
 
 #include "control.h"
-#include "explain/event.h"
+#include "explain/order.h"
 
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <sstream>
 #include <sys/socket.h>
 #include <utility>
 
@@ -17,51 +15,6 @@ namespace explain {
 namespace {
 
 constexpr std::size_t QUEUE = 4096; // events that may wait for their reader
-
-struct Order {
-    Filter filter;
-    bool json = false;
-    unsigned long count = 0; // 0: no end
-    unsigned long seconds = 0;
-};
-
-bool read_number(std::istream &words, unsigned long &number) {
-    std::string word;
-    if (!(words >> word))
-        return false;
-    auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-    return error == std::errc{} && end == word.data() + word.size() && number != 0;
-}
-
-std::string parse(const std::string &line, Order &order) {
-    std::istringstream words(line);
-    std::string word;
-    words >> word; // "trace"
-    while (words >> word) {
-        bool good = true;
-        if (word == "json")
-            order.json = true;
-        else if (word == "drops")
-            order.filter.drops = true;
-        else if (word == "port")
-            good = static_cast<bool>(words >> order.filter.port);
-        else if (word == "redirect")
-            good = static_cast<bool>(words >> order.filter.redirect);
-        else if (word == "count")
-            good = read_number(words, order.count);
-        else if (word == "seconds")
-            good = read_number(words, order.seconds);
-        else
-            return "unknown word '" + word +
-                   "': say 'trace [json] [port NAME] [redirect NAME] [drops] [count N] [seconds "
-                   "N]'\n";
-        if (!good)
-            return "'" + word + "' wants a " +
-                   (word == "port" || word == "redirect" ? "name" : "number from 1") +
-                   " behind it\n";
-    }
-    return "";
-}
 
 // Between the threads of frames, which must not wait, and the one that writes.
 class Queue {
@@ -131,7 +84,7 @@ bool trace_is_order(const std::string &line) {
 
 std::string trace_stream(int fd, const std::string &line) {
     Order order;
-    std::string wrong = parse(line, order);
+    std::string wrong = parse_order(line, order);
     if (!wrong.empty())
         return wrong;
     using clock = std::chrono::steady_clock;

@@ -309,15 +309,17 @@ std::string command(const std::string &line, bool *ok) {
         return show_counters(REDIRECT_COUNTERS_MODIFY_TX);
     if (line == "show interfaces")
         return show_interfaces();
+    if (line == "show sockets")
+        return userlevel::proc_read("net/tarn_sockets").text;
     if (line.starts_with("proc read "))
         return proc_read(line.substr(10), ok);
     if (line.starts_with("proc write "))
         return proc_write(line.substr(11), ok);
     *ok = false;
     return "unknown word '" + line +
-           "': say 'show interfaces', 'show counters [modify_rx|modify_tx]', 'proc read NAME', "
-           "'proc write NAME TEXT', 'trace [drops] ...' or 'chip WORDS...' ('chip help' lists "
-           "those)\n";
+           "': say 'show interfaces', 'show sockets', 'show counters [modify_rx|modify_tx]', "
+           "'proc read NAME', 'proc write NAME TEXT', 'trace [drops] ...' or 'chip WORDS...' "
+           "('chip help' lists those)\n";
 }
 
 void stop() {

@@ -1,4 +1,5 @@
 #include "machine/netlink_server.h"
+#include "machine/socket_server.h"
 #include "switch/control_socket.h"
 #include "switch/live_switch.h"
 #include "switch/options.h"
@@ -33,6 +34,8 @@ int run(const live::Options &options) {
         wrong = live::control_serve(options.control);
     if (wrong.empty() && !options.netlink.empty())
         wrong = machine::netlink_serve(options.netlink);
+    if (wrong.empty() && !options.sockets.empty())
+        wrong = machine::sockets_serve(options.sockets);
     if (!wrong.empty()) {
         live::stop();
         return fail(wrong);
@@ -41,6 +44,7 @@ int run(const live::Options &options) {
     std::fflush(stdout);
     int signal;
     sigwait(&signals, &signal);
+    machine::sockets_end();
     machine::netlink_end();
     live::control_end();
     live::stop();
@@ -74,6 +78,11 @@ int main(int argc, char **argv) {
     app.add_option("--netlink", options.netlink,
                    "serves the control family (netlink) on a Unix socket at this path")
         ->type_name("PATH");
+    app.add_option(
+           "--sockets", options.sockets,
+           "serves the protocol sockets on a Unix socket at this path, for daemons that run\n"
+           "with LD_PRELOAD=libtarn_preload.so TARN_SOCKETS=PATH")
+        ->type_name("PATH");
     app.add_option("--proc", options.proc,
                    "mounts at this path what the kernel module has as /proc/tarn (FUSE)")
         ->type_name("PATH");
@@ -90,8 +99,9 @@ int main(int argc, char **argv) {
     CLI::App *ask =
         app.add_subcommand("ask", "sends one line to a running switch's control socket");
     ask->add_option("PATH", path)->required();
-    ask->add_option("LINE", line,
-                    "'show interfaces', 'show counters', 'proc read ifdb', 'chip show', ...")
+    ask->add_option(
+           "LINE", line,
+           "'show interfaces', 'show sockets', 'show counters', 'proc read ifdb', 'chip show', ...")
         ->required();
 
     try {

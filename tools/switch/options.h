@@ -27,6 +27,7 @@ struct Options {
     std::string address = "02:00:00:00:00:01";
     std::string control;             // path of the socket; empty: none
     std::string netlink;             // path of the control family's socket; empty: none
+    std::string sockets;             // path of the protocol sockets; empty: none
     std::string proc;                // where to mount the files of /proc/tarn; empty: nowhere
     std::string config;              // a batch of tarnctl, run at the end; empty: none
     bool devices_in_process = false; // no TAP devices

@@ -67,6 +67,8 @@ enum class Action {
     proc_read,
     proc_write,
     monitor,
+    sockets,
+    trace,
     chip,
 };
 

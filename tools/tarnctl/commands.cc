@@ -84,6 +84,11 @@ Argument otherwise(std::string_view fallback, std::string_view word, Argument ar
     return argument;
 }
 
+Argument perhaps(Argument argument) {
+    argument.optional = true;
+    return argument;
+}
+
 // At least one of the words must be said.
 Argument said(Argument argument) {
     argument.optional = false;
@@ -722,6 +727,9 @@ std::vector<Subcommand> rows_of_views() {
         show("show counters tx-modify", "txmodifycounts",
              "Shows what the hooks saw that change frames on their way out."),
         local("show redirects", Action::redirect, "Shows which redirects are enabled."),
+        local(
+            "show sockets", Action::sockets,
+            "Shows who listens on the sockets of protocols, what waits there, and what was lost."),
         show("show refcounts", "refcounts", "Shows interfaces that somebody holds a reference to."),
         show("show memory", "meminfo", "Shows free memory, and how often a port joined a VLAN."),
         show("show subnet-vlans", "subnetvlan", "Shows how many subnets each port classifies."),
@@ -763,6 +771,10 @@ std::vector<Subcommand> rows_of_views() {
         local("monitor", Action::monitor, "Prints the events of the switch, one line each.",
               {otherwise("0", "count",
                          number(0, "EVENTS", 0, WHOLE, "ends after so many; 0: never"))}),
+        local("trace", Action::trace,
+              "Prints what redirects decide about frames, and why, as they do.",
+              {perhaps(value(Kind::text, 0, "WHICH",
+                             "port NAME, redirect NAME, drops, count N, seconds N"))}),
         local(
             "chip", Action::chip,
             "Says a line to the software chip of tarn-switch, in its own words: 'chip help' lists "
@@ -824,6 +836,7 @@ const std::vector<Topic> &topics() {
         {"show", "what the switch knows"},
         {"proc", "the proc tree, file by file"},
         {"monitor", "events as they come"},
+        {"trace", "decisions about frames as they are made"},
         {"chip", "the software chip of tarn-switch"},
     };
     return all;

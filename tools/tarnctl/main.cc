@@ -1,13 +1,16 @@
 // tarnctl: configures the switch and shows what it does.
+#include "explain/kernel_trace.h"
 #include "tarnctl/help.h"
 #include "tarnctl/options.h"
 #include "tarnctl/session.h"
 #include "tarnctl/views.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <unistd.h>
 
 namespace {
 
@@ -30,6 +33,34 @@ struct Ends {
     std::unique_ptr<ProcTree> proc = nullptr;
 };
 
+constexpr const char *KERNEL_SOCKETS = "/proc/net/tarn_sockets";
+
+// The kernel's where its module is loaded, unless a control socket is named.
+bool is_kernel(const std::string &control) {
+    return control.empty() && !std::getenv("TARN_CONTROL") && access(KERNEL_SOCKETS, R_OK) == 0;
+}
+
+std::string sockets(const std::string &control) {
+    if (!is_kernel(control))
+        return control_ask(control_path(control), "show sockets");
+    std::ifstream file(KERNEL_SOCKETS);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void follow(const std::string &control, const std::string &line) {
+    if (!is_kernel(control))
+        return control_follow(control_path(control), line, print);
+    explain::Order order;
+    std::string wrong = explain::parse_order(line, order);
+    if (wrong.empty() && explain::kernel_trace_folder().empty())
+        wrong = "the event tarn:redirect is not to be seen; mount tracefs at /sys/kernel/tracing, "
+                "and be root";
+    if (wrong.empty())
+        wrong = explain::kernel_trace(explain::kernel_trace_folder(), order, print);
+    if (!wrong.empty())
+        throw ProcError(wrong.substr(0, wrong.find_last_not_of('\n') + 1));
+}
+
 Session session_of(Ends &ends) {
     return {.client = [&ends]() -> client::Client & {
                 if (!ends.client)
@@ -45,6 +76,8 @@ Session session_of(Ends &ends) {
                 [&ends](const std::string &line) {
                     return control_ask(control_path(ends.settings.control), "chip " + line);
                 },
+            .sockets = [&ends] { return sockets(ends.settings.control); },
+            .follow = [&ends](const std::string &order) { follow(ends.settings.control, order); },
             .print = print,
             .json = ends.settings.json};
 }

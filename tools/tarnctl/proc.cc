@@ -21,6 +21,10 @@ std::string failed(const std::string &what) {
     return fmt::format("{}: {}", what, std::strerror(errno));
 }
 
+std::string control_name(const std::string &path) {
+    return "the control socket '" + path + "'";
+}
+
 struct File {
     int fd;
     explicit File(int opened) : fd(opened) {}
@@ -109,6 +113,37 @@ std::string variable(const char *name) {
     return value ? value : "";
 }
 
+// The socket, with the line said.
+int control_say(const std::string &path, const std::string &line) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    std::string what = control_name(path);
+    if (path.size() >= sizeof(address.sun_path))
+        throw ProcMissing(what + ": the path is too long");
+    path.copy(address.sun_path, path.size());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string said = line + "\n";
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+        send(fd, said.data(), said.size(), MSG_NOSIGNAL) >= 0)
+        return fd;
+    std::string wrong = failed(what);
+    close(fd);
+    throw ProcMissing(wrong);
+}
+
+// Whether the reply is whole: its last line says how it went, and is taken off.
+bool is_whole(std::string &reply, const std::string &what) {
+    for (const std::string end : {"ok\n", "error\n"}) {
+        if (reply != end && !reply.ends_with("\n" + end))
+            continue;
+        reply.resize(reply.size() - end.size());
+        if (end == "ok\n")
+            return true;
+        throw ProcError(reply.empty() ? what + " refused it"
+                                      : reply.substr(0, reply.find_last_not_of('\n') + 1));
+    }
+    return false;
+}
+
 } // namespace
 
 std::unique_ptr<ProcTree> proc_folder(const std::string &path) {
@@ -120,28 +155,29 @@ std::unique_ptr<ProcTree> proc_of_control(const std::string &path) {
 }
 
 std::string control_ask(const std::string &path, const std::string &line) {
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    std::string what = "the control socket '" + path + "'";
-    if (path.size() >= sizeof(address.sun_path))
-        throw ProcMissing(what + ": the path is too long");
-    path.copy(address.sun_path, path.size());
-    File file(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    std::string said = line + "\n";
-    if (connect(file.fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        send(file.fd, said.data(), said.size(), MSG_NOSIGNAL) < 0)
-        throw ProcMissing(failed(what));
+    File file(control_say(path, line));
+    std::string what = control_name(path);
     std::string reply = read_all(file.fd, what);
-    // The last line says how it went.
-    for (const std::string end : {"ok\n", "error\n"}) {
-        if (reply != end && !reply.ends_with("\n" + end))
-            continue;
-        reply.resize(reply.size() - end.size());
-        if (end == "ok\n")
-            return reply;
-        throw ProcError(reply.empty() ? what + " refused it"
-                                      : reply.substr(0, reply.find_last_not_of('\n') + 1));
-    }
+    if (is_whole(reply, what))
+        return reply;
     throw ProcError(what + ": the reply was cut off");
+}
+
+void control_follow(const std::string &path, const std::string &line,
+                    const std::function<void(const std::string &text)> &print) {
+    File file(control_say(path, line));
+    std::string what = control_name(path), held;
+    char buffer[4096];
+    for (ssize_t length; (length = read(file.fd, buffer, sizeof(buffer))) > 0;) {
+        held.append(buffer, static_cast<std::size_t>(length));
+        bool whole = is_whole(held, what);
+        std::size_t end = whole ? held.size() : held.rfind('\n') + 1;
+        print(held.substr(0, end));
+        held.erase(0, end);
+        if (whole)
+            return;
+    }
+    throw ProcError(what + ": the switch has gone");
 }
 
 std::string control_path(const std::string &path) {

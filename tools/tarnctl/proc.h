@@ -33,6 +33,9 @@ std::unique_ptr<ProcTree> proc_folder(const std::string &path);
 // Says a line to the control socket and gives back its reply; throws ProcError with it when the
 // switch calls it an error.
 std::string control_ask(const std::string &path, const std::string &line);
+// The same for a reply that goes on: given as it comes, in whole lines.
+void control_follow(const std::string &path, const std::string &line,
+                    const std::function<void(const std::string &text)> &print);
 std::unique_ptr<ProcTree> proc_of_control(const std::string &path);
 
 // The one that is there: `path` (else $TARN_PROC) if given, else /proc/tarn, else the control

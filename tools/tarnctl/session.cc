@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <net/if.h>
+#include <sstream>
 #include <tarn/tarnfwd_nl.h>
 
 namespace tarnctl {
@@ -131,6 +132,15 @@ void monitor(Session &session, const Parsed &parsed) {
     }
 }
 
+// "--port p1 --drops" means the same as "port p1 drops".
+std::string trace_order(const Session &session, const std::string &which) {
+    std::string order = session.json ? "trace json" : "trace";
+    std::istringstream words(which);
+    for (std::string word; words >> word;)
+        order += " " + word.substr(word.starts_with("--") ? 2 : 0);
+    return order;
+}
+
 void perform(Session &session, const Parsed &parsed) {
     const Subcommand &row = *parsed.row;
     switch (row.action) {
@@ -150,6 +160,10 @@ void perform(Session &session, const Parsed &parsed) {
         return session.proc().write(parsed.values[0], parsed.values[1] + "\n");
     case Action::monitor:
         return monitor(session, parsed);
+    case Action::sockets:
+        return session.print(session.json ? table_json(session.sockets()) : session.sockets());
+    case Action::trace:
+        return session.follow(trace_order(session, parsed.values[0]));
     case Action::chip:
         return session.print(session.chip(parsed.values[0]));
     }

@@ -20,6 +20,8 @@ struct Session {
     std::function<client::Client &()> client;
     std::function<ProcTree &()> proc;
     std::function<std::string(const std::string &line)> chip;
+    std::function<std::string()> sockets;                 // the list, as the switch prints it
+    std::function<void(const std::string &order)> follow; // prints the trace
     std::function<void(const std::string &text)> print;
     bool json = false;
     std::map<std::string, std::uint32_t> names = {}; // declared in this session

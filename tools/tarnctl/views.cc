@@ -1,6 +1,7 @@
 #include "tarnctl/views.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -280,6 +281,27 @@ std::string show_view(std::string_view file, const std::string &text, bool json_
 
 std::string raw_view(const std::string &text, bool json_wanted) {
     return json_wanted ? dumped(lines_json(text)) : text;
+}
+
+std::string table_json(const std::string &table) {
+    json all = json::array();
+    std::vector<std::string> heading;
+    for (const std::string &line : lines_of(table)) {
+        auto fields = fields_of(line);
+        if (heading.empty()) {
+            heading = std::move(fields);
+            for (std::string &name : heading)
+                name[0] = static_cast<char>(std::tolower(name[0]));
+            continue;
+        }
+        json row = json::object();
+        for (std::size_t i = 0; i < std::min(fields.size(), heading.size()); i++) {
+            bool number = fields[i].find_first_not_of("0123456789") == std::string::npos;
+            row[heading[i]] = number ? json(number_of(fields[i])) : json(fields[i]);
+        }
+        all.push_back(row);
+    }
+    return all.dump(2) + "\n";
 }
 
 std::map<std::string, std::uint32_t> interfaces_of(const std::string &ifdb) {

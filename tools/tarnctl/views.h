@@ -15,6 +15,9 @@ namespace tarnctl {
 std::string show_view(std::string_view file, const std::string &text, bool json);
 std::string raw_view(const std::string &text, bool json);
 
+// A table with a heading, as JSON: an object a row, its names those of the heading.
+std::string table_json(const std::string &table);
+
 std::map<std::string, std::uint32_t> interfaces_of(const std::string &ifdb);
 
 struct Redirects {

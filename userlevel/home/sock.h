@@ -15,9 +15,14 @@ struct sock {
     bool dead;
     struct socket *socket;
     void (*destruct)(sock *sk);
+    void (*ready)(void *argument); // null: nobody asked to be told
+    void *ready_argument;
+    int owner;              // a process; 0: this one
     pthread_mutex_t lock;   // covers the queue
     pthread_cond_t changed; // by a frame more in the queue, or room to send
     sk_buff *first, *last;
+    u32 queued; // frames
+    int drops;
 };
 
 // What user space holds.
@@ -54,6 +59,21 @@ inline void socket_set_sk(struct socket *socket, sock *sk) {
 
 inline int sk_rmem_alloc(const sock *sk) {
     return __atomic_load_n(&sk->rmem_alloc, __ATOMIC_RELAXED);
+}
+inline u32 sk_queue_length(const sock *sk) {
+    return __atomic_load_n(&sk->queued, __ATOMIC_RELAXED);
+}
+inline int sk_drops(const sock *sk) {
+    return __atomic_load_n(&sk->drops, __ATOMIC_RELAXED);
+}
+inline void sk_drops_inc(sock *sk) {
+    __atomic_fetch_add(&sk->drops, 1, __ATOMIC_RELAXED);
+}
+inline int sk_process(const sock *sk) {
+    return __atomic_load_n(&sk->owner, __ATOMIC_RELAXED);
+}
+inline unsigned long sk_inode(const sock *) {
+    return 0;
 }
 inline int sk_rcvbuf(const sock *sk) {
     return __atomic_load_n(&sk->rcvbuf, __ATOMIC_RELAXED);

@@ -1,0 +1,91 @@
+// What a frame costs that is posted to daemons: with room, read between; and full, which is the
+// cost of passing it over. A million frames each; what is alive at the end is what was before.
+#include "frame_classes.h"
+
+#include "control.h"
+#include "kernel/skb.h"
+#include "socket_calls.h"
+#include "tarn/skaddr.h"
+
+#include <benchmark/benchmark.h>
+#include <poll.h>
+
+namespace {
+
+constexpr i64 FRAMES = 1'000'000;
+constexpr int BETWEEN_READS = 32; // frames that fit a receive buffer
+
+const Bytes LACPDU = Frame().to("01:80:c2:00:00:02").type(0x8809).padded();
+
+std::vector<struct socket *> open_sockets(i64 count) {
+    frame_classes::load();
+    std::vector<struct socket *> made(static_cast<std::size_t>(count));
+    for (struct socket *&one : made)
+        userlevel::socket_open(TARN_AF_LACP, SOCK_RAW, 0, &one);
+    return made;
+}
+
+void deliver() {
+    const tarn_rx_meta meta = frame_classes::meta();
+    sk_buff *skb = userlevel::frame_make(LACPDU);
+    if (rxtx_hw_packet_recv(skb, 5001, 1, &meta) != 0)
+        kfree_skb(skb);
+}
+
+void read_all(const std::vector<struct socket *> &sockets) {
+    u8 data[64];
+    for (struct socket *one : sockets)
+        while (userlevel::socket_poll(one, POLLIN, 0)) {
+            iovec buffer{data, sizeof(data)};
+            msghdr msg{};
+            msg.msg_iov = &buffer;
+            msg.msg_iovlen = 1;
+            userlevel::socket_recvmsg(one, &msg, MSG_DONTWAIT);
+        }
+}
+
+void report(benchmark::State &state, u64 allocations, const userlevel::snapshot &before) {
+    auto frames = static_cast<double>(state.iterations());
+    state.counters["allocations/frame"] = static_cast<double>(allocations) / frames;
+    state.counters["alive"] = static_cast<double>(userlevel::leaked_since(before).size());
+    state.counters["per_socket"] =
+        benchmark::Counter(frames * static_cast<double>(state.range(0)),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void post_and_read(benchmark::State &state) {
+    auto sockets = open_sockets(state.range(0));
+    userlevel::snapshot before = userlevel::take_snapshot();
+    u64 made = userlevel::allocations_made();
+    int waiting = 0;
+    for (auto _ : state) {
+        deliver();
+        if (++waiting == BETWEEN_READS) {
+            read_all(sockets);
+            waiting = 0;
+        }
+    }
+    made = userlevel::allocations_made() - made;
+    read_all(sockets);
+    report(state, made, before);
+    for (struct socket *one : sockets)
+        userlevel::socket_close(one);
+}
+
+void post_to_full_ones(benchmark::State &state) {
+    auto sockets = open_sockets(state.range(0));
+    for (int i = 0; i < 1000; i++)
+        deliver();
+    userlevel::snapshot before = userlevel::take_snapshot();
+    u64 made = userlevel::allocations_made();
+    for (auto _ : state)
+        deliver();
+    report(state, userlevel::allocations_made() - made, before);
+    for (struct socket *one : sockets)
+        userlevel::socket_close(one);
+}
+
+BENCHMARK(post_and_read)->Arg(1)->Arg(10)->Arg(100)->Iterations(FRAMES);
+BENCHMARK(post_to_full_ones)->Arg(1)->Arg(10)->Arg(100)->Iterations(FRAMES);
+
+} // namespace

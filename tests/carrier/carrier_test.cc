@@ -1,0 +1,211 @@
+// The protocol sockets of a process, in programs that were written for those of a kernel.
+#include "support/transmit_test.h"
+
+#include "../../lab/tests/socket_cases.h"
+#include "machine/socket_server.h"
+#include "socket_calls.h"
+#include "sockets/sockets.h"
+#include "tarn/socket_carrier.h"
+
+#include <filesystem>
+#include <sstream>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using ::testing::HasSubstr;
+
+// A switch whose sockets are served, and daemons under the preload library.
+class Carrier : public TransmitTest {
+protected:
+    Carrier() {
+        char folder[] = "/tmp/tarn-carrier-XXXXXX";
+        folder_ = mkdtemp(folder);
+        path_ = folder_ + "/sockets";
+        EXPECT_EQ(machine::sockets_serve(path_), "");
+    }
+    ~Carrier() override {
+        machine::sockets_end();
+        std::filesystem::remove_all(folder_);
+        log();
+        remember(); // the records of closed sockets stay, on purpose
+    }
+
+    // Its exit status, or -1.
+    int run_daemon(const std::vector<std::string> &arguments, const char *path = nullptr) {
+        int pair[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
+        std::vector<std::string> words = {CARRIED_DAEMON, std::to_string(pair[1])};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        pid_t child = fork();
+        if (child == 0)
+            become(words, path ? path : path_.c_str());
+        ::close(pair[1]);
+        answer_all(pair[0]);
+        ::close(pair[0]);
+        int status = -1;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string path_, folder_;
+
+private:
+    [[noreturn]] static void become(const std::vector<std::string> &words, const char *path) {
+        std::vector<char *> pointers;
+        for (const std::string &word : words)
+            pointers.push_back(const_cast<char *>(word.c_str()));
+        pointers.push_back(nullptr);
+        setenv("LD_PRELOAD", TARN_PRELOAD, 1);
+        setenv(TARN_SOCKETS_VARIABLE, path, 1);
+        execv(pointers[0], pointers.data());
+        _exit(127);
+    }
+
+    void answer_all(int fd) {
+        char line[1024];
+        for (ssize_t length; (length = recv(fd, line, sizeof(line), 0)) > 0;) {
+            std::string reply = answer({line, static_cast<std::size_t>(length)});
+            ::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+        }
+    }
+
+    std::string answer(const std::string &line) {
+        std::istringstream words(line);
+        std::string word;
+        unsigned a = 0, b = 0, c = 0;
+        words >> word;
+        if (word == "said")
+            return last_line();
+        if (word == "list")
+            return userlevel::proc_read("net/tarn_sockets").text;
+        if (word == "sent")
+            return last_sent();
+        if (word == "end")
+            machine::sockets_end();
+        if (word == "flood")
+            flood();
+        words >> a >> b;
+        if (word == "rights")
+            userlevel::socket_caller(a != 0, true);
+        if (word == "udld") {
+            tarn_udld_enable(static_cast<u8>(a));
+            tarn_udld_set_hw_filter(port1()->ifindex, static_cast<u8>(b));
+        }
+        if (word == "deliver" && words >> c >> word)
+            deliver(a, b, c, word);
+        return "ok";
+    }
+
+    void deliver(u32 ifindex, u32 vid, u32 flags, const std::string &hex) {
+        Bytes bytes(hex.size() / 2);
+        case_bytes(hex.c_str(), bytes.data());
+        Arrival arrival{.port = ifindex - 5000, .vid = vid};
+        arrival.meta.flags = flags;
+        receive(bytes, arrival);
+    }
+
+    // From two threads, as from two CPUs.
+    static void flood() {
+        const Bytes frame = Frame().to("01:15:4e:00:00:01").type(0x88E3).padded();
+        auto deliver_some = [&frame] {
+            const tarn_rx_meta meta{};
+            for (int i = 0; i < 2000; i++)
+                rxtx_hw_packet_recv(userlevel::frame_make(frame), 5001, 1, &meta);
+        };
+        std::thread other(deliver_some);
+        deliver_some();
+        other.join();
+    }
+
+    // A packet is never empty.
+    std::string last_line() {
+        auto lines = log();
+        return lines.empty() ? std::string("", 1) : lines.back();
+    }
+
+    std::string last_sent() {
+        auto sent = std::exchange(driver().sent, {});
+        if (sent.empty())
+            return "-";
+        std::string hex;
+        for (u8 byte : sent.back().bytes) {
+            char two[3];
+            std::snprintf(two, sizeof(two), "%02x", byte);
+            hex += two;
+        }
+        return hex;
+    }
+};
+
+class CarriedCases : public Carrier, public ::testing::WithParamInterface<const char *> {};
+
+TEST_P(CarriedCases, hold) {
+    EXPECT_EQ(run_daemon({GetParam()}), 0);
+}
+
+std::vector<const char *> case_names() {
+    std::vector<const char *> names;
+    for (const socket_case &one : socket_cases)
+        names.push_back(one.name);
+    return names;
+}
+INSTANTIATE_TEST_SUITE_P(Both, CarriedCases, ::testing::ValuesIn(case_names()),
+                         [](const auto &one) { return std::string(one.param); });
+
+TEST_F(Carrier, without_a_switch_there_are_no_families) {
+    EXPECT_EQ(run_daemon({"nobody_serves"}, "/nowhere/sockets"), 0);
+}
+
+TEST_F(Carrier, whom_the_socket_is_closed_to_has_no_right_to_open) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    EXPECT_EQ(run_daemon({"a_stranger"}), 0);
+}
+
+TEST_F(Carrier, a_switch_that_ends_is_a_network_that_is_down) {
+    EXPECT_EQ(run_daemon({"the_switch_ends"}), 0);
+}
+
+TEST_F(Carrier, a_path_is_served_once_and_can_be_served_again) {
+    EXPECT_THAT(machine::sockets_serve(path_), HasSubstr("another switch serves it"));
+    EXPECT_THAT(machine::sockets_serve(""), HasSubstr("1 to 107 characters"));
+    EXPECT_THAT(machine::sockets_serve(std::string(108, 'x')), HasSubstr("1 to 107 characters"));
+    machine::sockets_end();
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_THAT(machine::sockets_serve(folder_ + "/no/such"), HasSubstr("No such file"));
+    EXPECT_EQ(machine::sockets_serve(path_), "");
+}
+
+// What is no call of ours ends that connection, and nothing else.
+TEST_F(Carrier, a_client_that_talks_nonsense_is_left) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path_.copy(address.sun_path, path_.size());
+    const tarn_carrier_request lies{.call = TARN_CARRIER_SEND, .name_length = 1u << 30};
+    for (std::size_t length : {std::size_t{1}, sizeof(lies)}) {
+        int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+        ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+        EXPECT_EQ(::send(fd, &lies, length, MSG_NOSIGNAL), static_cast<ssize_t>(length));
+        char byte;
+        EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
+        ::close(fd);
+    }
+    EXPECT_EQ(run_daemon({"two_sockets"}), 0);
+}
+
+// Under the thread sanitizer too.
+class CarrierThreads : public Carrier {};
+
+TEST_F(CarrierThreads, readers_beside_traffic_get_each_frame_once) {
+    EXPECT_EQ(run_daemon({"readers_beside_traffic"}), 0);
+}
+
+// Waits, descriptors: what only a program can do.
+TEST_F(Carrier, a_program_sees_what_it_would_see_of_a_kernel) {
+    EXPECT_EQ(run_daemon({"of_a_program"}), 0);
+}
+
+} // namespace

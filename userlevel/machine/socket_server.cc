@@ -1,0 +1,288 @@
+#include "machine/socket_server.h"
+
+#include "socket_calls.h"
+#include "tarn/socket_carrier.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace machine {
+
+namespace {
+
+constexpr std::uint8_t MARK = 1;
+
+std::string served; // the path, for the end
+int listener = -1;
+int stop_event = -1;
+std::thread server;
+
+// One packet of a client, and what it is answered by.
+struct call {
+    tarn_carrier_request request{};
+    tarn_carrier_reply reply{};
+    std::vector<std::uint8_t> bytes; // behind the request
+    std::vector<std::uint8_t> data;  // behind the reply
+    int answer = -1;                 // where the reply goes
+
+    call() = default;
+    call(const call &) = delete;
+    call &operator=(const call &) = delete;
+    ~call() {
+        if (answer >= 0)
+            close(answer);
+    }
+
+    // Whether there is more to come.
+    bool receive(int fd);
+    void send_reply() const;
+};
+
+int descriptor_beside(const msghdr &msg) {
+    const cmsghdr *beside = CMSG_FIRSTHDR(&msg);
+    if (!beside || beside->cmsg_level != SOL_SOCKET || beside->cmsg_type != SCM_RIGHTS)
+        return -1;
+    int fd;
+    std::memcpy(&fd, CMSG_DATA(beside), sizeof(fd));
+    return fd;
+}
+
+bool call::receive(int fd) {
+    bytes.resize(TARN_CARRIER_DATA_MAX);
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    std::array<iovec, 2> parts{{{&request, sizeof(request)}, {bytes.data(), bytes.size()}}};
+    msghdr msg{};
+    msg.msg_iov = parts.data();
+    msg.msg_iovlen = parts.size();
+    msg.msg_control = control.data();
+    msg.msg_controllen = control.size();
+    ssize_t length = recvmsg(fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (length < 0)
+        return errno == EAGAIN || errno == EINTR;
+    answer = descriptor_beside(msg);
+    if (answer < 0 || static_cast<std::size_t>(length) < sizeof(request))
+        return false;
+    bytes.resize(static_cast<std::size_t>(length) - sizeof(request));
+    return request.name_length <= std::min<std::size_t>(bytes.size(), TARN_CARRIER_NAME_MAX);
+}
+
+void call::send_reply() const {
+    std::array<iovec, 2> parts{{{const_cast<tarn_carrier_reply *>(&reply), sizeof(reply)},
+                                {const_cast<std::uint8_t *>(data.data()), data.size()}}};
+    msghdr msg{};
+    msg.msg_iov = parts.data();
+    msg.msg_iovlen = parts.size();
+    sendmsg(answer, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+// One socket of a daemon. The thread of the server makes its calls; that of whoever delivers a
+// frame puts the mark.
+class connection {
+public:
+    explicit connection(int fd) : fd_(fd) {}
+    ~connection() {
+        if (socket_)
+            userlevel::socket_close(socket_); // and nobody is told of frames any more
+        close(fd_);
+    }
+    connection(const connection &) = delete;
+    connection &operator=(const connection &) = delete;
+
+    int fd() const { return fd_; }
+
+    // Whether there is more to come.
+    bool serve_one() {
+        call one;
+        if (!one.receive(fd_))
+            return false;
+        if (one.answer < 0)
+            return true; // nothing was there
+        serve(one);
+        one.send_reply();
+        return socket_ != nullptr;
+    }
+
+private:
+    void serve(call &one) {
+        if (one.request.call == TARN_CARRIER_OPEN)
+            one.reply.result = open(one.request);
+        else if (!socket_)
+            one.reply.result = -EBADF;
+        else
+            serve_open(one);
+    }
+
+    void serve_open(call &one) {
+        switch (one.request.call) {
+        case TARN_CARRIER_SEND:
+            return send(one);
+        case TARN_CARRIER_RECEIVE:
+            return receive(one);
+        case TARN_CARRIER_SETOPT:
+            one.reply.result = userlevel::socket_setsockopt(
+                socket_, one.request.a, one.request.b, one.bytes.data(),
+                static_cast<socklen_t>(one.bytes.size()));
+            return;
+        case TARN_CARRIER_GETOPT:
+            return get_option(one);
+        default:
+            one.reply.result = userlevel::socket_other(socket_);
+        }
+    }
+
+    int open(const tarn_carrier_request &request) {
+        if (socket_)
+            return -EISCONN;
+        int result = userlevel::socket_open(request.a, request.b, request.c, &socket_);
+        if (result != 0)
+            return result;
+        ucred peer{};
+        socklen_t length = sizeof(peer);
+        getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &peer, &length);
+        userlevel::socket_set_owner(socket_, peer.pid);
+        userlevel::socket_on_ready(
+            socket_, [](void *self) { static_cast<connection *>(self)->put_mark(); }, this);
+        return 0;
+    }
+
+    void send(call &one) {
+        const tarn_carrier_request &request = one.request;
+        iovec data{one.bytes.data() + request.name_length, one.bytes.size() - request.name_length};
+        if (request.nowhere)
+            data = {nullptr, request.size};
+        msghdr msg{};
+        msg.msg_name = request.name_length != 0 ? one.bytes.data() : nullptr;
+        msg.msg_namelen = request.name_length;
+        msg.msg_iov = &data;
+        msg.msg_iovlen = 1;
+        one.reply.result = userlevel::socket_sendmsg(socket_, &msg, request.a | MSG_DONTWAIT);
+    }
+
+    void receive(call &one) {
+        one.data.resize(std::min<std::size_t>(one.request.size, TARN_CARRIER_DATA_MAX));
+        iovec data{one.data.data(), one.data.size()};
+        msghdr msg{};
+        msg.msg_name = one.reply.name;
+        msg.msg_namelen = sizeof(one.reply.name);
+        msg.msg_iov = &data;
+        msg.msg_iovlen = 1;
+        std::lock_guard guard(lock_);
+        one.reply.empty = !can_read();
+        one.reply.result = userlevel::socket_recvmsg(socket_, &msg, one.request.a | MSG_DONTWAIT);
+        one.reply.takes_mark = marked_ && !can_read();
+        if (one.reply.takes_mark)
+            marked_ = false;
+        one.reply.msg_flags = static_cast<std::uint32_t>(msg.msg_flags);
+        one.reply.name_length = one.reply.result < 0 ? 0 : msg.msg_namelen;
+        one.data.resize(static_cast<std::size_t>(std::max<std::int64_t>(one.reply.result, 0)));
+    }
+
+    void get_option(call &one) {
+        auto length = static_cast<socklen_t>(std::min<std::uint64_t>(one.request.size, 4096));
+        one.data.resize(length);
+        one.reply.result = userlevel::socket_getsockopt(socket_, one.request.a, one.request.b,
+                                                        one.data.data(), &length);
+        one.data.resize(one.reply.result < 0 ? 0 : length);
+    }
+
+    bool can_read() { return userlevel::socket_poll(socket_, POLLIN, 0) & POLLIN; }
+
+    void put_mark() {
+        std::lock_guard guard(lock_);
+        if (!marked_ && can_read())
+            marked_ = ::send(fd_, &MARK, sizeof(MARK), MSG_DONTWAIT | MSG_NOSIGNAL) == 1;
+    }
+
+    int fd_;
+    struct socket *socket_ = nullptr;
+    std::mutex lock_;     // covers the mark, and with it what it tells of
+    bool marked_ = false; // the mark is there, or about to be read
+};
+
+void accept_one(std::vector<std::unique_ptr<connection>> &connections) {
+    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0)
+        connections.push_back(std::make_unique<connection>(fd));
+}
+
+// One call at a time over all daemons, whose sockets are closed when it ends.
+void serve() {
+    std::vector<std::unique_ptr<connection>> connections;
+    for (;;) {
+        std::vector<pollfd> waiting{{.fd = stop_event, .events = POLLIN, .revents = 0},
+                                    {.fd = listener, .events = POLLIN, .revents = 0}};
+        const std::size_t first = waiting.size();
+        for (const auto &each : connections)
+            waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
+        if (poll(waiting.data(), waiting.size(), -1) < 0)
+            continue;
+        if (waiting[0].revents)
+            return;
+        for (std::size_t i = connections.size(); i > 0; i--)
+            if (waiting[first + i - 1].revents && !connections[i - 1]->serve_one())
+                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
+        if (waiting[1].revents)
+            accept_one(connections);
+    }
+}
+
+bool is_served(const sockaddr_un &address) {
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    bool answers = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    close(fd);
+    return answers;
+}
+
+} // namespace
+
+std::string sockets_serve(const std::string &path) {
+    std::string where = "protocol sockets '" + path + "': ";
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.empty() || path.size() >= sizeof(address.sun_path))
+        return where + "the path must have 1 to 107 characters";
+    path.copy(address.sun_path, path.size());
+    if (is_served(address))
+        return where + "another switch serves it; stop it, or choose another";
+    unlink(path.c_str());
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    // Who may connect is privileged.
+    mode_t old = umask(0077);
+    bool bound = fd >= 0 &&
+                 bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+                 listen(fd, 64) == 0;
+    umask(old);
+    if (!bound) {
+        std::string wrong = where + std::strerror(errno);
+        close(fd);
+        return wrong;
+    }
+    served = path;
+    listener = fd;
+    stop_event = eventfd(0, EFD_CLOEXEC);
+    server = std::thread(serve);
+    return "";
+}
+
+void sockets_end() {
+    if (!server.joinable())
+        return;
+    eventfd_write(stop_event, 1);
+    server.join();
+    close(stop_event);
+    close(listener);
+    unlink(served.c_str());
+}
+
+} // namespace machine
