@@ -22,7 +22,7 @@ x86_64)
   elf_machine="Advanced Micro Devices X86-64"
   ;;
 *)
-  echo "lab: no architecture '${1:-}' (arm, x86_64)" >&2
+  echo "lab: no architecture '${1:-}' (arm, x86_64, and -debug of each)" >&2
   exit 2
   ;;
 esac

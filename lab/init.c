@@ -8,7 +8,7 @@
  * /lab/busybox   where it is: a shell on /dev/hvc0 instead of the programs
  *
  * The host listens on three ports: standard output and standard error of the programs, and reports
- * ("ready", "exit NAME STATUS", "done"). Their standard input is empty. The console is left to the
+ * ("ready", "exit NAME STATUS", "lost OBJECTS" of a kernel that looks for such, "done"). Their standard input is empty. The console is left to the
  * kernel log.
  */
 #include <errno.h>
@@ -145,6 +145,42 @@ static void run_programs(int output, int errors)
 		fclose(list);
 }
 
+/* Memory that nothing points to, once all programs have ended. What is younger than that is in use, and
+ * what changes between two looks. */
+#define LEAKS "/sys/kernel/debug/kmemleak"
+#define OLD_SECONDS 6
+
+static void look(void)
+{
+	int file = open(LEAKS, O_WRONLY | O_CLOEXEC);
+
+	if (file < 0 || write(file, "scan", 4) != 4)
+		complain(LEAKS);
+	close(file);
+}
+
+static void look_for_leaks(int errors)
+{
+	char *line = NULL;
+	size_t size = 0;
+	int count = 0;
+	FILE *found;
+
+	mount("debugfs", "/sys/kernel/debug", "debugfs", 0, NULL);
+	if (access(LEAKS, W_OK) != 0)
+		return;
+	sleep(OLD_SECONDS);
+	look();
+	look();
+	found = fopen(LEAKS, "re");
+	while (found && getline(&line, &size, found) > 0) {
+		count += strncmp(line, "unreferenced object", 19) == 0;
+		dprintf(errors, "%s", line);
+	}
+	if (found)
+		report("lost %d\n", count);
+}
+
 static void run_shell(void)
 {
 	pid_t child;
@@ -191,10 +227,12 @@ int main(void)
 	if (output >= 0 && errors >= 0 && reports >= 0) {
 		report("ready\n");
 		load_modules();
-		if (access("/lab/busybox", X_OK) == 0)
+		if (access("/lab/busybox", X_OK) == 0) {
 			run_shell();
-		else
+		} else {
 			run_programs(output, errors);
+			look_for_leaks(errors);
+		}
 		report("done\n");
 	}
 	sync();

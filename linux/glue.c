@@ -14,6 +14,7 @@
 #include <linux/printk.h>
 #include <linux/ratelimit.h>
 #include <linux/skbuff.h>
+#include <linux/slab.h>
 #include <linux/spinlock.h>
 #include <linux/workqueue.h>
 
@@ -120,4 +121,14 @@ void tarn_k_mutex_lock(void *lock)
 void tarn_k_mutex_unlock(void *lock)
 {
 	mutex_unlock(lock);
+}
+
+/* --- memory -------------------------------------------------------------------------------------- */
+
+struct kmem_cache *tarn_k_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
+					    unsigned int flags, void (*constructor)(void *object))
+{
+	if (IS_ENABLED(CONFIG_DEBUG_KMEMLEAK))
+		flags &= ~(__force unsigned int)SLAB_NOLEAKTRACE;
+	return kmem_cache_create(name, size, align, (__force slab_flags_t)flags, constructor);
 }

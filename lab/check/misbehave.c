@@ -29,20 +29,43 @@ static int fill(void)
 	return 0;
 }
 
-/* Jumps to an address that is not mapped: tarn_lab calls the addresses that it is given. */
-static int oops(void)
-{
+/* tarn_lab calls the addresses that it is given: these are of nothing. */
 #define LAB_WRONG(name, symbol) #name "=8 "
+static int load_lab(void)
+{
 	static const char wrong[] = LAB_CORE_FUNCTIONS(LAB_WRONG);
 	int file = open("/lab/tarn_lab.ko", O_RDONLY | O_CLOEXEC);
+
+	return syscall(SYS_finit_module, file, wrong, 0);
+}
+
+/* Jumps to an address that is not mapped. */
+static int oops(void)
+{
 	char text[16];
+	int file;
 
 	printf("before\n");
 	fflush(stdout);
-	if (syscall(SYS_finit_module, file, wrong, 0) != 0)
+	if (load_lab() != 0)
 		return 1;
 	file = open("/proc/tarn_lab", O_RDONLY | O_CLOEXEC);
 	return read(file, text, sizeof(text)) < 0;
+}
+
+/* The stack may still point to one. */
+static int leak(void)
+{
+	if (load_lab() != 0)
+		return 1;
+	for (int i = 0; i < 8; i++) {
+		int file = open("/proc/tarn_lab", O_WRONLY | O_CLOEXEC);
+
+		if (write(file, "leak 512", 8) != 8)
+			return 1;
+		close(file);
+	}
+	return 0;
 }
 
 /* A report that does not stop the kernel. */
@@ -64,6 +87,8 @@ int main(int count, char **words)
 		return fill();
 	if (strcmp(what, "oops") == 0)
 		return oops();
+	if (strcmp(what, "leak") == 0)
+		return leak();
 	if (strcmp(what, "warn") == 0)
 		return warn();
 	if (strcmp(what, "signal") == 0)

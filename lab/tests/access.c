@@ -7,7 +7,6 @@
 
 #include <errno.h>
 #include <linux/capability.h>
-#include <linux/genetlink.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -16,7 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "../../tests/control/nl_cases.h"
+#include "genl.h"
 #include "proc_run.h"
 #include "tarn/skaddr.h"
 
@@ -122,69 +121,12 @@ static int use_an_open_one(void)
 	return 0;
 }
 
-/* 0, or the error of the acknowledgement. */
-static int command(const struct nl_case *one, uint16_t family)
+static int command(const struct nl_case *one)
 {
-	struct sockaddr_nl address = { .nl_family = AF_NETLINK };
-	int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC);
 	struct nl_message message;
-	uint8_t answer[4096];
-	struct nlmsgerr error = { .error = -CANNOT };
 
-	nl_case_build(&message, one, NL_COMPLETE, 0, family, 7);
-	if (bind(fd, (struct sockaddr *)&address, sizeof(address)) == 0 &&
-	    send(fd, message.u.bytes, message.length, 0) == (ssize_t)message.length &&
-	    recv(fd, answer, sizeof(answer), 0) >= (ssize_t)(NLMSG_HDRLEN + sizeof(error)))
-		memcpy(&error, answer + NLMSG_HDRLEN, sizeof(error));
-	close(fd);
-	return error.error;
-}
-
-static uint16_t family;
-static uint32_t group;
-
-/* The number at the end of a path of nests, each the first of its type; 0 where there is none. */
-static uint32_t number_at(const uint8_t *at, size_t rest, const uint16_t *path, int steps)
-{
-	struct nlattr header;
-	uint32_t number = 0;
-
-	for (; rest >= NLA_HDRLEN; at += NLA_ALIGN(header.nla_len), rest -= NLA_ALIGN(header.nla_len)) {
-		size_t length;
-
-		memcpy(&header, at, sizeof(header));
-		if (header.nla_len < NLA_HDRLEN || (size_t)NLA_ALIGN(header.nla_len) > rest)
-			return 0;
-		if ((header.nla_type & NLA_TYPE_MASK) != path[0])
-			continue;
-		length = header.nla_len - NLA_HDRLEN;
-		if (steps > 1)
-			return number_at(at + NLA_HDRLEN, length, path + 1, steps - 1);
-		memcpy(&number, at + NLA_HDRLEN, length < sizeof(number) ? length : sizeof(number));
-		return number;
-	}
-	return 0;
-}
-
-static void find_family(void)
-{
-	static const uint16_t to_family[] = { CTRL_ATTR_FAMILY_ID };
-	static const uint16_t to_group[] = { CTRL_ATTR_MCAST_GROUPS, 1, CTRL_ATTR_MCAST_GRP_ID };
-	int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC);
-	struct nl_message question;
-	uint8_t answer[8192];
-	ssize_t length = -1;
-
-	nl_message_start(&question, GENL_ID_CTRL, CTRL_CMD_GETFAMILY, 0, 1);
-	nl_message_put(&question, CTRL_ATTR_FAMILY_NAME, TARNFWD_NL_FAMILY, sizeof(TARNFWD_NL_FAMILY));
-	question.u.header.nlmsg_len = question.length;
-	if (send(fd, question.u.bytes, question.length, 0) > 0)
-		length = recv(fd, answer, sizeof(answer), 0) - NLMSG_HDRLEN - GENL_HDRLEN;
-	close(fd);
-	if (length <= 0)
-		return;
-	family = (uint16_t)number_at(answer + NLMSG_HDRLEN + GENL_HDRLEN, (size_t)length, to_family, 1);
-	group = number_at(answer + NLMSG_HDRLEN + GENL_HDRLEN, (size_t)length, to_group, 3);
+	nl_case_build(&message, one, NL_COMPLETE, 0, genl_family, 7);
+	return genl_ask(&message);
 }
 
 /* How many of the commands answer as they answer root: up to 200. */
@@ -193,7 +135,7 @@ static int commands(void)
 	int answered = 0;
 
 	for (size_t i = 0; i < NL_CASES; i++)
-		answered += command(&nl_cases[i], family) == nl_cases[i].answer;
+		answered += command(&nl_cases[i]) == nl_cases[i].answer;
 	return answered;
 }
 
@@ -210,7 +152,7 @@ static int join(int protocol, uint32_t number)
 
 static int join_events(void)
 {
-	return join(NETLINK_GENERIC, group);
+	return join(NETLINK_GENERIC, genl_group);
 }
 
 static int join_frames(void)
@@ -297,8 +239,9 @@ static void sockets(void)
 
 static void control(void)
 {
-	find_family();
-	CHECK(family != 0 && group != 0, "the family has id %u and group %u", family, group);
+	genl_find();
+	CHECK(genl_family != 0 && genl_group != 0, "the family has id %u and group %u", genl_family,
+	      genl_group);
 	CHECK(as(nobody, commands) == (int)NL_CASES, "who has no right sends all %d commands, on purpose",
 	      (int)NL_CASES);
 	CHECK(as(root_of_both, commands) == (int)NL_CASES, "from any namespace");

@@ -73,7 +73,7 @@ void vlan_start(void)
 {
 	lab_setup();
 	if (!looks_for_leaks()) {
-		printf("       this kernel does not look for leaks: --debug does\n");
+		printf("       this kernel does not look for leaks: -debug does\n");
 		return;
 	}
 	mount("debugfs", DEBUG, "debugfs", 0, NULL);

@@ -10,6 +10,8 @@
 #include "kernel/preempt.h"
 #include "kernel/types.h"
 
+#include "home/memory.h" // GFP_KERNEL, GFP_ATOMIC, __GFP_ZERO
+
 struct kmem_cache;
 
 inline constexpr unsigned SLAB_NOLEAKTRACE = 0x800000;
@@ -22,8 +24,6 @@ kmem_cache *kmem_cache_create(const char *name, unsigned size, unsigned align, u
 void *kmem_cache_alloc(kmem_cache *cache, gfp_t flags);
 void kmem_cache_free(kmem_cache *cache, void *object);
 }
-
-#include "home/memory.h" // GFP_KERNEL, GFP_ATOMIC, __GFP_ZERO
 
 inline gfp_t gfp_here() {
     return preempt_count() != 0 ? GFP_ATOMIC : GFP_KERNEL;
