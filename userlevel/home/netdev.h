@@ -101,7 +101,7 @@ inline bool netdev_has_set_mac_address(const net_device *device) {
 }
 // Bit 59.
 inline void netdev_set_vlan_feature(net_device *device) {
-    device->features |= u64{1} << 59;
+    __atomic_fetch_or(&device->features, u64{1} << 59, __ATOMIC_RELAXED);
 }
 inline bool netif_carrier_ok(const net_device *device) {
     return __atomic_load_n(&device->carrier, __ATOMIC_RELAXED);
