@@ -1,28 +1,23 @@
 // What a frame costs that is posted to daemons: with room, read between; and full, which is the
 // cost of passing it over. A million frames each; what is alive at the end is what was before.
 #include "frame_classes.h"
+#include "listeners.h"
 
 #include "control.h"
 #include "kernel/skb.h"
-#include "socket_calls.h"
-#include "tarn/skaddr.h"
 
 #include <benchmark/benchmark.h>
-#include <poll.h>
 
 namespace {
 
 constexpr i64 FRAMES = 1'000'000;
-constexpr int BETWEEN_READS = 32; // frames that fit a receive buffer
 
-const Bytes LACPDU = Frame().to("01:80:c2:00:00:02").type(0x8809).padded();
+const Bytes LACPDU = frame_classes::detail::lacpdu();
 
-std::vector<struct socket *> open_sockets(i64 count) {
-    frame_classes::load();
-    std::vector<struct socket *> made(static_cast<std::size_t>(count));
-    for (struct socket *&one : made)
-        userlevel::socket_open(TARN_AF_LACP, SOCK_RAW, 0, &one);
-    return made;
+Listeners listeners(i64 count) {
+    static const bool loaded = (frame_classes::load(), true);
+    (void)loaded;
+    return {TARN_AF_LACP, static_cast<std::size_t>(count)};
 }
 
 void deliver() {
@@ -30,18 +25,6 @@ void deliver() {
     sk_buff *skb = userlevel::frame_make(LACPDU);
     if (rxtx_hw_packet_recv(skb, 5001, 1, &meta) != 0)
         kfree_skb(skb);
-}
-
-void read_all(const std::vector<struct socket *> &sockets) {
-    u8 data[64];
-    for (struct socket *one : sockets)
-        while (userlevel::socket_poll(one, POLLIN, 0)) {
-            iovec buffer{data, sizeof(data)};
-            msghdr msg{};
-            msg.msg_iov = &buffer;
-            msg.msg_iovlen = 1;
-            userlevel::socket_recvmsg(one, &msg, MSG_DONTWAIT);
-        }
 }
 
 void report(benchmark::State &state, u64 allocations, const userlevel::snapshot &before) {
@@ -54,26 +37,24 @@ void report(benchmark::State &state, u64 allocations, const userlevel::snapshot 
 }
 
 void post_and_read(benchmark::State &state) {
-    auto sockets = open_sockets(state.range(0));
+    Listeners daemons = listeners(state.range(0));
     userlevel::snapshot before = userlevel::take_snapshot();
     u64 made = userlevel::allocations_made();
     int waiting = 0;
     for (auto _ : state) {
         deliver();
-        if (++waiting == BETWEEN_READS) {
-            read_all(sockets);
+        if (++waiting == Listeners::ROOM) {
+            daemons.read_all();
             waiting = 0;
         }
     }
     made = userlevel::allocations_made() - made;
-    read_all(sockets);
+    daemons.read_all();
     report(state, made, before);
-    for (struct socket *one : sockets)
-        userlevel::socket_close(one);
 }
 
 void post_to_full_ones(benchmark::State &state) {
-    auto sockets = open_sockets(state.range(0));
+    Listeners daemons = listeners(state.range(0));
     for (int i = 0; i < 1000; i++)
         deliver();
     userlevel::snapshot before = userlevel::take_snapshot();
@@ -81,8 +62,6 @@ void post_to_full_ones(benchmark::State &state) {
     for (auto _ : state)
         deliver();
     report(state, userlevel::allocations_made() - made, before);
-    for (struct socket *one : sockets)
-        userlevel::socket_close(one);
 }
 
 BENCHMARK(post_and_read)->Arg(1)->Arg(10)->Arg(100)->Iterations(FRAMES);

@@ -74,7 +74,11 @@ void link(header *one) {
     close(one);
 }
 
+// Null is ignored.
 void unlink(header *one) {
+    if (!one)
+        return;
+    open(one);
     header *previous = one->previous;
     header *next = one->next;
     open(previous);
@@ -101,6 +105,17 @@ READS_HEADERS i32 add_holders(header *one, i32 more) {
     if constexpr (UNDER_ASAN)
         std::free(one);
     BUG();
+}
+
+// The block, when that was its last holder; else null.
+header *let_go(const void *memory) {
+    if (!memory)
+        return nullptr;
+    header *one = header_of(memory);
+    i32 left = add_holders(one, -1);
+    if (left < 0)
+        freed_twice(one);
+    return left == 0 ? one : nullptr;
 }
 
 // The function where the linker knows it, and always what addr2line wants: file and offset.
@@ -185,20 +200,20 @@ void hold(const void *memory) {
 }
 
 void release(const void *memory) {
-    if (!memory)
-        return;
-    header *one = header_of(memory);
-    i32 left = add_holders(one, -1);
-    if (left < 0)
-        freed_twice(one);
-    if (left != 0)
+    release(memory, nullptr);
+}
+
+void release(const void *first, const void *second) {
+    header *ended[] = {let_go(first), let_go(second)};
+    if (!ended[0] && !ended[1])
         return;
     {
         std::lock_guard guard(memory_mutex);
-        open(one);
-        unlink(one);
+        for (header *one : ended)
+            unlink(one);
     }
-    std::free(one);
+    for (header *one : ended)
+        std::free(one);
 }
 
 READS_HEADERS bool is_shared(const void *memory) {

@@ -103,8 +103,7 @@ bool let_go(sk_buff *skb) {
 void destroy(sk_buff *skb) {
     if (skb->destructor)
         skb->destructor(skb);
-    release(skb->head);
-    release(skb);
+    release(skb->head, skb);
 }
 
 void end(sk_buff *skb, std::atomic<u64> &counter) {

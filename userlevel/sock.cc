@@ -369,11 +369,11 @@ void sk_queue_purge(sock *sk) {
 
 // Under the lock of the family's list, which a close has to take: the one who is told is there.
 void sk_data_ready(sock *sk) {
-    wake(sk);
     void (*ready)(void *);
     void *argument;
     {
         guarded guard(sk);
+        pthread_cond_broadcast(&sk->changed);
         ready = sk->ready;
         argument = sk->ready_argument;
     }

@@ -34,6 +34,6 @@ i32 tarn_pim_init() {
                            .match = tarn_pim_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP,
-                           .concerns = FRAME_IPV4 | FRAME_IPV6};
+                           .concerns = FRAME_IP_ROUTING};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }
