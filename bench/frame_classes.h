@@ -10,6 +10,7 @@
 #include "support/frame_builder.h"
 #include "tarn/skaddr.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -78,8 +79,9 @@ inline std::vector<Class> all() {
     };
 }
 
-// A switch of the usual size: 64 ports, 100 VLANs, and one group that the chip floods.
-inline void load() {
+namespace detail {
+
+inline bool make_switch() {
     init_module();
     for (u32 vid = 1; vid <= 100; vid++)
         plain_switch::add_vlan(vid);
@@ -88,7 +90,16 @@ inline void load() {
     constexpr u8 group[] = {239, 1, 2, 4};
     u32 address;
     memcpy(&address, group, sizeof(address));
-    tarn_mcdrop_flooding_group_add(0, 1, address);
+    return tarn_mcdrop_flooding_group_add(0, 1, address) == 0;
+}
+
+} // namespace detail
+
+// A switch of the usual size, once: 64 ports, 100 VLANs, and one group that the chip floods.
+inline void load() {
+    static const bool made = detail::make_switch();
+    if (!made)
+        std::abort();
 }
 
 inline tarn_rx_meta meta() {

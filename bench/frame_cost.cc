@@ -27,6 +27,7 @@ void receive(const frame_classes::Class &one, long count) {
 
 void send(const transmit_classes::Class &one, long count) {
     transmit_classes::load();
+    one.prepare();
     for (; count > 0; count--)
         one.send();
 }

@@ -36,7 +36,7 @@ std::mutex list_mutex; // covers what follows; never held across a call to a dev
 std::vector<net_device *> devices;
 u32 next_ifindex = 1;
 std::map<const net_device *, netdev_record> records;
-bool recording = false;
+std::atomic<bool> recording = false;
 
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
@@ -422,6 +422,17 @@ void dev_add_pack(packet_type *type) {
     }
 }
 
+namespace {
+
+void record(net_device *device, const sk_buff *skb) {
+    std::lock_guard guard(list_mutex);
+    if (auto found = records.find(device); found != records.end())
+        found->second.received.push_back(
+            {{skb->data, skb->data + skb->len}, skb->mark, skb->protocol});
+}
+
+} // namespace
+
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
     offer_to_packet_types(skb);
@@ -430,13 +441,8 @@ int netif_rx_ni(sk_buff *skb) {
         the_back->receive(device, skb);
         return 0;
     }
-    {
-        std::lock_guard guard(list_mutex);
-        if (recording)
-            if (auto found = records.find(device); found != records.end())
-                found->second.received.push_back(
-                    {{skb->data, skb->data + skb->len}, skb->mark, skb->protocol});
-    }
+    if (recording)
+        record(device, skb);
     consume_skb(skb);
     return 0;
 }
