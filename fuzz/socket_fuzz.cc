@@ -21,7 +21,8 @@
 
 namespace {
 
-constexpr std::array FAMILIES{46, 48, 50, 53, 54, 55, 56, 57, 61, 66, 67, 68, 69, 70};
+constexpr std::array FAMILIES{46, 47, 48, 50, 51, 52, 53, 54, 55, 56, 57,
+                              60, 61, 62, 63, 65, 66, 67, 68, 69, 70};
 constexpr std::array INTERFACES{5001u, 5002u, 5003u, 4501u, 301u, 302u, 0u, 9999u};
 constexpr u32 LONGEST = 1500 + 18;
 

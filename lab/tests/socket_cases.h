@@ -60,24 +60,32 @@ struct family_case {
 	int length_first;        /* too long a payload is found before anything else */
 	int header;              /* bytes that a send adds to what it was given */
 	int receives;
+	int sends;
 };
 
 static const struct family_case family_cases[] = {
-	{ 46, "lacp", 16, "4 l2_skaddr is null", "4 _lacp_sock_sendmsg namelen 15", 0, 14, 1 },
-	{ 48, "stp", 16, "4 l2_skaddr is null", "4 _stp_sock_sendmsg namelen 15", 0, 14, 1 },
-	{ 50, "garp", 36, "4 l2_skaddr is null", "4 _garp_sock_sendmsg namelen 35", 0, 14, 1 },
-	{ 53, "lldp", 36, "4 vlan_skaddr is null", "4 _lldp_sock_sendmsg namelen 35", 0, 14, 1 },
-	{ 54, "ryke", 36, "6 vlan_skaddr is null", "6 _ryke_sock_sendmsg namelen 35", 0, 0, 1 },
-	{ 55, "testd", 36, "4 vlan_skaddr is null", "4 _testd_sock_sendmsg namelen 35", 0, 0, 1 },
-	{ 56, "frame", 36, "4 _frame_sock_sendmsg namelen 0", "4 _frame_sock_sendmsg namelen 35", 0, 0, 0 },
-	{ 57, "ldf", 36, "4 vlan_skaddr is null", "4 _ldf_sock_sendmsg namelen 35", 1, 0, 1 },
+	{ 46, "lacp", 16, "4 l2_skaddr is null", "4 _lacp_sock_sendmsg namelen 15", 0, 14, 1, 1 },
+	{ 47, "eapol", 0, "", "", 0, 0, 1, 0 },
+	{ 48, "stp", 16, "4 l2_skaddr is null", "4 _stp_sock_sendmsg namelen 15", 0, 14, 1, 1 },
+	{ 50, "garp", 36, "4 l2_skaddr is null", "4 _garp_sock_sendmsg namelen 35", 0, 14, 1, 1 },
+	{ 51, "igmp_snoop", 0, "", "", 0, 0, 1, 0 },
+	{ 52, "mld_snoop", 0, "", "", 0, 0, 1, 0 },
+	{ 53, "lldp", 36, "4 vlan_skaddr is null", "4 _lldp_sock_sendmsg namelen 35", 0, 14, 1, 1 },
+	{ 54, "ryke", 36, "6 vlan_skaddr is null", "6 _ryke_sock_sendmsg namelen 35", 0, 0, 1, 1 },
+	{ 55, "testd", 36, "4 vlan_skaddr is null", "4 _testd_sock_sendmsg namelen 35", 0, 0, 1, 1 },
+	{ 56, "frame", 36, "4 _frame_sock_sendmsg namelen 0", "4 _frame_sock_sendmsg namelen 35", 0, 0, 0, 1 },
+	{ 57, "ldf", 36, "4 vlan_skaddr is null", "4 _ldf_sock_sendmsg namelen 35", 1, 0, 1, 1 },
+	{ 60, "dhcpsn", 0, "", "", 0, 0, 1, 0 },
 	{ 61, "udld", 36, "4 _udld_sock_sendmsg vlan_skaddr is null", "4 _udld_sock_sendmsg namelen 35",
-	  0, 0, 1 },
-	{ 66, "cfm", 36, "6 vlan_skaddr is null", "6 tarn_sock_get_L2_xmit_port namelen 35", 1, 14, 1 },
-	{ 67, "befd", 16, "6 l2_skaddr is null", "6 tarn_sock_get_L2_xmit_port namelen 15", 1, 14, 1 },
-	{ 68, "isis", 16, "", "", 0, 17, 1 },
-	{ 69, "mrp", 36, "4 vlan_skaddr is null", "4 _mrp_sock_sendmsg namelen 35", 0, 0, 1 },
-	{ 70, "profinet", 36, "", "", 0, 0, 1 },
+	  0, 0, 1, 1 },
+	{ 62, "kelm", 0, "", "", 0, 0, 1, 0 },
+	{ 63, "openflowd", 0, "", "", 0, 0, 1, 0 },
+	{ 65, "kelm_agent", 36, "4 vlan_skaddr is null", "4 _kelm_agent_sock_sendmsg namelen 35", 0, 14, 1, 1 },
+	{ 66, "cfm", 36, "6 vlan_skaddr is null", "6 tarn_sock_get_L2_xmit_port namelen 35", 1, 14, 1, 1 },
+	{ 67, "befd", 16, "6 l2_skaddr is null", "6 tarn_sock_get_L2_xmit_port namelen 15", 1, 14, 1, 1 },
+	{ 68, "isis", 16, "", "", 0, 17, 1, 1 },
+	{ 69, "mrp", 36, "4 vlan_skaddr is null", "4 _mrp_sock_sendmsg namelen 35", 0, 0, 1, 1 },
+	{ 70, "profinet", 36, "", "", 0, 0, 1, 1 },
 };
 
 #define FAMILY_CASES (sizeof(family_cases) / sizeof(family_cases[0]))
@@ -144,6 +152,8 @@ static const struct receive_case receive_cases[] = {
 	  "0000f4277101" "@own@" "8899" CLEAR16 PORT "0100" "0000f4277101" "@own@" "8899", 14, 46 },
 	{ 61, "UDLD", "01000ccccccc" SRC "0020 aaaa0300000c0111",
 	  "01000ccccccc" SRC "0020" CLEAR16 PORT "0100" "01000ccccccc" SRC "0020", 14, 46 },
+	{ 65, "a frame of the agents", "0180c200002f" SRC "fbaf 01",
+	  "0180c200002f" SRC "fbaf" CLEAR16 PORT "0100" "0000000000000000000000000000", 0, 60 },
 	{ 66, "an untagged continuity check", "0180c2000030" SRC "8902 6001",
 	  "0180c2000030" SRC "8902" CLEAR16 PORT "0100" "0180" "000000000000" SRCEND "00000000", 14, 46 },
 	{ 66, "a tagged one", "0180c2000030" SRC "8100e001 8902 6001",
@@ -225,11 +235,17 @@ static inline long case_read(const struct socket_home *home, int fd, unsigned ch
 
 static inline void case_opening(const struct socket_home *home)
 {
+	static const int nobodys[] = { 49, 58, 59, 64 };
+	unsigned char data[2048];
+
 	for (unsigned i = 0; i < FAMILY_CASES; i++) {
 		const struct family_case *one = &family_cases[i];
 		int fd = home->open(one->family, SOCK_RAW, 0x1234);
 
 		home->check(fd >= 0, "a raw socket opens", one->name);
+		home->check(fd >= 0 && !home->readable(fd, 0), "with nothing to read", one->name);
+		home->check(case_read(home, fd, data, 0) == (one->receives ? -EINVAL : -EOPNOTSUPP),
+			    "which is this error", one->name);
 		if (fd >= 0)
 			home->close(fd);
 		home->check(home->open(one->family, SOCK_DGRAM, 0) == -ESOCKTNOSUPPORT,
@@ -242,8 +258,9 @@ static inline void case_opening(const struct socket_home *home)
 			    "rights come before the type", one->name);
 		home->rights(1);
 	}
-	home->check(home->open(49, SOCK_RAW, 0) == -EAFNOSUPPORT, "49 is nobody's", "");
-	home->check(home->open(58, SOCK_RAW, 0) == -EAFNOSUPPORT, "58 is nobody's", "");
+	for (unsigned i = 0; i < sizeof(nobodys) / sizeof(nobodys[0]); i++)
+		home->check(home->open(nobodys[i], SOCK_RAW, 0) == -EAFNOSUPPORT, "49, 58, 59, 64 are nobody's",
+			    "");
 	home->check(home->open(71, SOCK_RAW, 0) == -EAFNOSUPPORT, "71 is beyond", "");
 }
 
@@ -451,6 +468,12 @@ static inline void case_send_checks(const struct socket_home *home)
 		int fd = home->open(one->family, SOCK_RAW, 0);
 		long too_long = one->length_first ? -EMSGSIZE : -EINVAL;
 
+		if (!one->sends) {
+			home->check(home->send(fd, NULL, 0, data, 60) == -EOPNOTSUPP, "it does not send",
+				    one->name);
+			home->close(fd);
+			continue;
+		}
 		case_address(one, CASE_PORT, address);
 		home->said();
 		home->check(home->send(fd, NULL, 0, data, 60) == -EINVAL, "no address", one->name);
@@ -520,6 +543,7 @@ static const struct send_case send_cases[] = {
 	{ 56, "any frame", IFINDEX("0100"), WHOLE, WHOLE, 16 },
 	{ 57, "loop detection", IFINDEX("0100"), WHOLE, WHOLE, 16 },
 	{ 61, "UDLD", IFINDEX("0000"), WHOLE, WHOLE, 16 },
+	{ 65, "a frame of the agents", IFINDEX("0000"), "0102", TO FROM "fbaf 0102", 16 },
 	{ 66, "a continuity check", IFINDEX("0000"), "6001", TO FROM "8902 6001", 16 },
 	{ 66, "with a priority alone", IFINDEX("00e0"), "6001", TO FROM "8902 6001", 16 },
 	{ 66, "with a tag", IFINDEX("05a0"), "6001", TO FROM "8100a005 8902 6001", 20 },

@@ -79,6 +79,18 @@ TEST_F(ReceiveSockets, lacp_and_lldp_need_a_port) {
     EXPECT_EQ(decide("lacp", Frame().to("01:80:c2:00:00:03"), arrived()), Decision{});
 }
 
+TEST_F(ReceiveSockets, kelm_agent_decides_in_order) {
+    const Bytes frame = Frame().to("01:80:c2:00:00:2f").type(0xFBAF).padded();
+    EXPECT_EQ(decide("kelm_agent", frame, arrived()), (Decision{DAEMON, 3}));
+    EXPECT_EQ(decide("kelm_agent", frame, without_port()), (Decision{STOP, 2}));
+    tarn_pkt_info own = without_port(), low = without_port();
+    own.src_mac_is_own = 1;
+    low.low_mem = 1;
+    EXPECT_EQ(decide("kelm_agent", frame, own), (Decision{STOP, 1}));
+    EXPECT_EQ(decide("kelm_agent", frame, low), (Decision{STOP, 1}));
+    EXPECT_EQ(decide("kelm_agent", Frame().to("01:80:c2:00:00:2e"), arrived()), Decision{});
+}
+
 TEST_F(ReceiveSockets, others_take_every_frame_to_them) {
     struct Row {
         const char *name;

@@ -109,6 +109,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Row{"ryke", 54, false, {}, 1, 6, 6}, Row{"testd", 55, false, {}, 0, 2, 2},
                       Row{"frame", 56, false, {}, 1, 0, 0}, Row{"ldf", 57, false, {}, 1, 6, 6},
                       Row{"udld", 61, false, {}, 0, 6, 6},
+                      Row{"kelm_agent", 65, false, header({0xFB, 0xAF}), 0, 6, 6},
                       Row{"cfm", 66, false, header({0x89, 0x02}), 0, 6, 6},
                       Row{"befd", 67, true, header({0xAA, 0xAA}), 0, 6, 6},
                       // The length leaves the three bytes of LLC out.
