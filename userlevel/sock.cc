@@ -206,6 +206,8 @@ void socket_set_nonblocking(struct socket *socket, bool on) {
 }
 
 i64 socket_sendmsg(struct socket *socket, const msghdr *msg, int flags) {
+    if (!socket->ops->sendmsg)
+        return -EOPNOTSUPP;
     if (__atomic_load_n(&socket->nonblocking, __ATOMIC_RELAXED))
         flags |= MSG_DONTWAIT;
     carried call(*msg, flags);

@@ -1,8 +1,25 @@
+// "igmp", family 51: IGMP snooping.
+// Its sockets open, wait and close; what reaches them and how they send takes effect when it lands.
 #include "redirects/redirect_calls.h"
+#include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
-// The socket family of IGMP snooping: takes effect when it lands; nothing is registered until then.
+namespace {
+
+constexpr socket_family _igmp_snoop{
+    .number = TARN_AF_IGMP_SNOOP,
+    .name = "IGMP",
+    .lock_name = "igmp_snoop_sock_list_lock",
+    .address_size = sizeof(vlan_skaddr),
+    .receive = {},
+    .send = {},
+    .sends = false,
+};
+
+} // namespace
+
 i32 tarn_af_igs_sock_init() {
+    family_sockets<_igmp_snoop>::open();
     return 0;
 }
 

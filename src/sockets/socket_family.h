@@ -130,6 +130,8 @@ struct socket_family {
     u32 address_size; // of what is received
     socket_receive_rules receive;
     socket_send_rules send;
+    bool reads = true; // whether its daemons may call recvmsg, and sendmsg
+    bool sends = true;
 };
 
 i32 socket_family_create(const net_proto_family *record, net *space, struct socket *socket,
@@ -148,7 +150,7 @@ sk_buff *socket_family_address(const socket_receive_rules *rules, sk_buff *skb,
 sk_buff *socket_family_post(const socket_receive_rules *rules, sk_buff *skb,
                             const tarn_post_info *info, const sk_list *list, rwlock_t *lock);
 
-template <const socket_family &Family, bool Receives = true>
+template <const socket_family &Family>
 struct family_sockets {
     static inline constinit sk_list list{};
     static inline constinit rwlock_t lock{};
@@ -169,7 +171,8 @@ struct family_sockets {
     }
 
     static constexpr proto object{Family.name};
-    static constexpr proto_ops ops{Family.number, release, sendmsg, Receives ? recvmsg : nullptr};
+    static constexpr proto_ops ops{Family.number, release, Family.sends ? sendmsg : nullptr,
+                                   Family.reads ? recvmsg : nullptr};
     static constexpr net_proto_family record{Family.number, create, &object, &ops};
 
     // The family alone; the kernel may have no room for it, which is accepted.
