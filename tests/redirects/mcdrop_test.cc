@@ -14,7 +14,10 @@ constexpr const char *GROUP6_MAC = "33:33:00:00:00:fb";
 
 class Mcdrop : public Redirects {
 protected:
-    Mcdrop() { userlevel::clock_stop(1000000); }
+    Mcdrop() {
+        userlevel::clock_stop(1000000);
+        answers().ipv4_type = answers().ipv6_type = 0; // but where a test says more
+    }
     ~Mcdrop() override {
         tarn_mcdrop_flooding_group_flush();
         remember(); // the table keeps the nodes of what was in it
