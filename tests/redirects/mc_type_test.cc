@@ -121,7 +121,8 @@ TEST_F(McType, ipv6_line_by_line) {
 
 TEST_F(McType, these_ipv6_groups_are_of_routers) {
     for (u32 last = 0; last < 256; last++) {
-        bool expected = last == 4 || last == 5 || last == 6 || last == 9 || last == 10 || last == 13;
+        bool expected =
+            last == 4 || last == 5 || last == 6 || last == 9 || last == 10 || last == 13;
         EXPECT_EQ(type(ipv6(link_group(static_cast<u8>(last)))),
                   expected ? TARN_MC_ROUTER : TARN_MC_DATA)
             << last;
@@ -158,8 +159,10 @@ TEST_F(McType, data_that_nobody_joined_is_held_to_its_limit_in_the_chain) {
     userlevel::clock_stop(1000000);
     Frame data = Frame().to("01:00:5e:01:02:03").ipv4({.destination = {239, 1, 2, 3}});
     Frame hello = Frame().to("01:00:5e:00:00:05").ipv4({.destination = {224, 0, 0, 5}});
-    Frame data6 = Frame().to("33:33:00:00:00:fb").ipv6(
-        {.destination = {0xFF, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFB}});
+    Frame data6 =
+        Frame()
+            .to("33:33:00:00:00:fb")
+            .ipv6({.destination = {0xFF, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFB}});
     for (int i = 0; i < 20; i++) {
         receive(data);
         receive(hello);
