@@ -45,6 +45,7 @@ constexpr Meaning MEANINGS[] = {
     {"l2drop", 1, "source MAC is all ones"},
     {"l2drop", 2, "source MAC has the group bit"},
     {"l2drop", 3, "source MAC is zero"},
+    {"l2mac", 1, "a new address, told to the control daemon"},
     {"kelm", 1, "VLAN disabled on the port, or our own source MAC"},
     {"kelm", 2, "delivered or replicated"},
     {"kelm_agent", 1, "our own source MAC, or memory is short"},
