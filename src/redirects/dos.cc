@@ -2,17 +2,16 @@
 #include "control/tarnfwd_nl_event.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
+#include "redirects/fragment.h"
 #include "redirects/redirects.h"
 
 namespace {
 
 constexpr u32 _SLOT = 28;
-constexpr u16 _FRAGMENT_BITS = 0x3FFF; // more fragments, and the offset
 constexpr u32 _REPORTED_BYTES = 20;
 
 i32 tarn_dos_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    bool fragment =
-        info->ethertype == ETH_P_IP && (be16_to_cpu(info->ip_frag_off) & _FRAGMENT_BITS) != 0;
+    bool fragment = info->ethertype == ETH_P_IP && is_ipv4_fragment(info);
     if (fragment || (info->flags & TARN_RX_DOS))
         instruct->flags |= REDIRECT_POST_USERSPACE;
     return 0;
