@@ -51,11 +51,6 @@ i32 tarn_af_mlds_l3_multicast_enable(u32, u32) {
 
 void tarn_ipv6_mc_software_routing_enabled_set(u8) {}
 
-// Until then it takes no frame for its own.
-i32 tarn_mlds_get_mc_type(const tarn_pkt_info *) {
-    return TARN_MC_NONE;
-}
-
 u8 tarn_ipv6_mc_software_routing_enabled_get() {
     return 0;
 }
