@@ -1,5 +1,6 @@
 // Daemons and ports in any state: sends on every family with any address and length, received
-// frames, reads of any size. The input is a row of steps: what, which, length, bytes.
+// frames, reads of any size, options of any level. The input is a row of steps: what, which,
+// length, bytes.
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_create.h"
@@ -122,6 +123,21 @@ void read(u32 which, std::size_t size) {
     userlevel::socket_recvmsg(sockets[which % FAMILIES.size()], &msg, flags);
 }
 
+// Any level and name; of the socket's own level more often those that there are.
+void set_option(u32 which, std::span<const u8> bytes) {
+    if (bytes.size() < 2)
+        return;
+    struct socket *socket = sockets[which % FAMILIES.size()];
+    int level = bytes[0] & 1 ? SOL_SOCKET : bytes[0];
+    std::vector<u8> value(bytes.begin() + 2, bytes.end());
+    userlevel::socket_setsockopt(socket, level, bytes[1], value.data(),
+                                 static_cast<socklen_t>(value.size()));
+    auto length = static_cast<socklen_t>(value.size());
+    userlevel::socket_getsockopt(socket, level, bytes[1], value.data(), &length);
+    if (length > value.size())
+        forbidden("more of an option than there is room for");
+}
+
 void deliver(u32 where, std::span<const u8> bytes) {
     tarn_rx_meta meta{};
     meta.flags = where & 8;
@@ -140,13 +156,15 @@ void change(u32 what, u32 flags) {
 }
 
 void step(u32 what, u32 which, std::span<const u8> bytes) {
-    switch (what % 4) {
+    switch (what % 5) {
     case 0:
         return send(which, bytes);
     case 1:
         return deliver(which, bytes);
     case 2:
         return read(which, what);
+    case 3:
+        return set_option(which, bytes);
     default:
         return change(which, what >> 2);
     }

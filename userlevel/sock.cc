@@ -269,7 +269,8 @@ int socket_getsockopt(struct socket *socket, int level, int name, void *value, s
     if (now < 0)
         return level == SOL_SOCKET ? -ENOPROTOOPT : -EOPNOTSUPP;
     *length = std::min<socklen_t>(*length, sizeof(now));
-    std::memcpy(value, &now, *length);
+    if (*length > 0) // of no bytes the address may be null
+        std::memcpy(value, &now, *length);
     return 0;
 }
 

@@ -226,6 +226,9 @@ TEST_F(SocketLife, no_family_has_options_of_its_own) {
     EXPECT_EQ(userlevel::socket_setsockopt(one, SOL_SOCKET, SO_RCVBUF, &value, length), 0);
     EXPECT_EQ(userlevel::socket_getsockopt(one, SOL_SOCKET, SO_RCVBUF, &value, &length), 0);
     EXPECT_EQ(value, 200000);
+    length = 0; // who only asks whether there is such
+    EXPECT_EQ(userlevel::socket_getsockopt(one, SOL_SOCKET, SO_RCVBUF, nullptr, &length), 0);
+    EXPECT_EQ(length, 0u);
 }
 
 TEST_F(SocketLife, a_family_that_nobody_registered_does_not_open) {
