@@ -10,6 +10,7 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "../../tests/control/nl_cases.h"
@@ -86,17 +87,29 @@ static void write_file(const char *path, const char *text)
 	close(file);
 }
 
+static long milliseconds(void)
+{
+	struct timespec now;
+
+	clock_gettime(CLOCK_MONOTONIC, &now);
+	return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
 static void a_stream_is_held(const char *what, const char *hex, const char *redirect, int on, int reason)
 {
-	long passed, held;
+	long passed, held, most, began;
 
 	net_pause(500); /* for a token, and so that the flow is forgotten */
 	passed = lab_stops(redirect, on);
 	held = lab_stops("mcdrop", reason);
+	began = milliseconds();
 	CHECK(lab_command("frames 50 5001 1 0 %s" ZEROS16, hex) == 0, "50 frames of %s arrive", what);
+	/* A flow goes on every 200 ms; a kernel that checks itself is slow. */
+	most = 1 + (milliseconds() - began + 20) / 200;
 	passed = lab_stops(redirect, on) - passed;
 	held = lab_stops("mcdrop", reason) - held;
-	CHECK(passed == 1 && held == 49, "1 goes on (%ld), 49 are dropped (%ld)", passed, held);
+	CHECK(passed >= 1 && passed <= most && passed + held == 50,
+	      "%ld go on of at most %ld, %ld are dropped", passed, most, held);
 }
 
 static void multicast_that_nobody_joined_is_held_to_its_limit(void)
