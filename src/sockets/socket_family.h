@@ -118,6 +118,8 @@ inline constexpr char SKADDR_IS_SHORT[] = "%s namelen %d";
 
 // The result of a transmit call, on any but 0 of which the frame stayed here: frees it then.
 i32 socket_sent(sk_buff *skb, u32 result);
+// Sends the frame on the port of the send, with that class of service and the rest of its rules.
+i32 socket_transmit(const socket_send *send, sk_buff *skb, u32 cos);
 // Checks that the interface is what the rules want, and finds where frames for it leave.
 i32 socket_route_port(socket_send *send);
 
