@@ -6,10 +6,11 @@
 #include "port.h"
 
 #include <array>
+#include <atomic>
 
 struct chip_device {
     u32 slot;
-    int references;
+    std::atomic<int> references;
 };
 
 namespace {
@@ -26,7 +27,7 @@ void chip_ports_receive(u32 slot, std::span<const u8> bytes) {
 }
 
 int chip_port_open(const char *, u32 slot, chip_device **device) {
-    *device = open_devices[slot] = new chip_device{slot, 1};
+    *device = open_devices[slot] = new chip_device{slot, {1}};
     return 0;
 }
 
