@@ -3,7 +3,7 @@
  * How soon and how often a LACPDU that is put on one end of a cable is in the hands of a daemon at the
  * other end. Run it by bench/delivery-live.
  *
- *   delivery packet|switch SENDER RECEIVER SOCKETS FRAMES SINGLE
+ *   delivery packet|switch SENDER RECEIVER SOCKETS FRAMES SINGLE [PROCESS]
  *
  * packet: the daemon has packet sockets on RECEIVER, each with a filter for these frames; switch: it has
  * sockets of family 46, of the kernel or, by the preload library, of a switch that has RECEIVER for a
@@ -12,8 +12,9 @@
  *
  * Sends SINGLE frames one at a time, to a daemon that waits, and prints "latency NANOSECONDS" for each,
  * until the last of the sockets was read; then FRAMES with WINDOW of them under way, and prints "rate
- * FRAMES-A-SECOND", of frames that all sockets had. Every frame has a number, and each socket must have
- * them all, in order: anything else is an error.
+ * FRAMES-A-SECOND", of frames that all sockets had, and "work NANOSECONDS" of processor time for each of
+ * these: the sender's, the daemon's, and that of PROCESS, a switch. Every frame has a number, and each
+ * socket must have them all, in order: anything else is an error.
  */
 #include <arpa/inet.h>
 #include <errno.h>
@@ -182,6 +183,8 @@ static void listen_for(uint32_t frames)
 		atomic_store(&shared->done_at, now());
 		announce(&shared->done, all);
 	}
+	/* Its time is asked for while it is there. */
+	await(&shared->ready, 2, "nobody ends it");
 }
 
 static pid_t start_daemon(int is_packet, const char *device, uint32_t frames)
@@ -239,8 +242,23 @@ static void one_at_a_time(uint32_t frames)
 	}
 }
 
-static void with_a_window(uint32_t from, uint32_t frames)
+/* Processor time of all its threads. */
+static int64_t time_of(pid_t process)
 {
+	struct timespec time;
+	clockid_t clock;
+
+	if (process == 0)
+		return 0;
+	errno = clock_getcpuclockid(process, &clock);
+	if (errno != 0 || clock_gettime(clock, &time) != 0)
+		give_up("the time of a process");
+	return (int64_t)time.tv_sec * 1000000000 + time.tv_nsec;
+}
+
+static void with_a_window(uint32_t from, uint32_t frames, pid_t daemon, pid_t process)
+{
+	int64_t work = time_of(getpid()) + time_of(daemon) + time_of(process);
 	int64_t begin = now(), took;
 
 	for (uint32_t i = from; i < from + frames; i++) {
@@ -250,7 +268,8 @@ static void with_a_window(uint32_t from, uint32_t frames)
 	}
 	await(&shared->done, from + frames, "frames are lost");
 	took = atomic_load(&shared->done_at) - begin;
-	printf("rate %.0f\n", frames * 1e9 / (double)took);
+	work = time_of(getpid()) + time_of(daemon) + time_of(process) - work;
+	printf("rate %.0f\nwork %.0f\n", frames * 1e9 / (double)took, (double)work / frames);
 }
 
 static uint32_t number_of(const char *text)
@@ -259,7 +278,7 @@ static uint32_t number_of(const char *text)
 	unsigned long number = strtoul(text, &end, 10);
 
 	if (*text == '\0' || *end != '\0' || number == 0 || number > 100000000) {
-		fprintf(stderr, "delivery: '%s' is no number of frames or sockets\n", text);
+		fprintf(stderr, "delivery: '%s' is no number\n", text);
 		exit(2);
 	}
 	return (uint32_t)number;
@@ -267,17 +286,19 @@ static uint32_t number_of(const char *text)
 
 int main(int argc, char **argv)
 {
-	int is_packet = argc == 7 && strcmp(argv[1], "packet") == 0, status;
+	int is_packet = argc > 1 && strcmp(argv[1], "packet") == 0, status;
 	uint32_t frames, single;
-	pid_t child;
+	pid_t child, process;
 
-	if (argc != 7 || (!is_packet && strcmp(argv[1], "switch") != 0)) {
-		fprintf(stderr, "usage: delivery packet|switch SENDER RECEIVER SOCKETS FRAMES SINGLE\n");
+	if (argc < 7 || argc > 8 || (!is_packet && strcmp(argv[1], "switch") != 0)) {
+		fprintf(stderr, "usage: delivery packet|switch SENDER RECEIVER SOCKETS FRAMES SINGLE "
+				"[PROCESS]\n");
 		return 2;
 	}
 	socket_count = number_of(argv[4]);
 	frames = number_of(argv[5]);
 	single = number_of(argv[6]);
+	process = argc == 8 ? (pid_t)number_of(argv[7]) : 0;
 	if (socket_count > SOCKETS_MAX) {
 		fprintf(stderr, "delivery: %u sockets at most\n", SOCKETS_MAX);
 		return 2;
@@ -289,7 +310,8 @@ int main(int argc, char **argv)
 	open_cable(argv[2]);
 	await(&shared->ready, 1, "the daemon does not start");
 	one_at_a_time(single);
-	with_a_window(single, frames);
+	with_a_window(single, frames, child, process);
+	announce(&shared->ready, 2);
 	if (waitpid(child, &status, 0) != child || status != 0) {
 		fprintf(stderr, "delivery: the daemon failed\n");
 		return 1;
