@@ -73,6 +73,8 @@ inline std::vector<Class> all() {
         {"arp",
          Frame().to("ff:ff:ff:ff:ff:ff").type(0x0806).bytes({0, 1, 8, 0, 6, 4, 0, 1}).padded()},
         {"multicast-ipv4",
+         Frame().to("01:00:5e:00:00:05").ipv4({.destination = {224, 0, 0, 5}}).padded()},
+        {"multicast-held",
          Frame().to("01:00:5e:01:02:03").ipv4({.destination = {239, 1, 2, 3}}).padded()},
         {"multicast-registered",
          Frame().to("01:00:5e:01:02:04").ipv4({.destination = {239, 1, 2, 4}}).padded()},

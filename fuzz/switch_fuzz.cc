@@ -1,67 +1,17 @@
 // The core on top of the chip, in one process: frames on ports, frames of the IP stack, and words
 // for the chip, one after another. The input is a row of steps: what, where, length, bytes.
 #include "chip.h"
+#include "chip_ports.h"
 #include "control.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "kernel/netdev.h"
-#include "kernel/skb.h"
 #include "module/tarn_module.h"
 #include "plain_switch/plain_switch.h"
-#include "port.h"
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
-
-// Devices that take everything and keep nothing.
-struct chip_device {
-    u32 slot;
-    int references;
-};
-
-namespace {
-
-std::array<chip_device *, 64> open_devices{};
-
-} // namespace
-
-int chip_port_open(const char *, u32 slot, chip_device **device) {
-    *device = open_devices[slot] = new chip_device{slot, 1};
-    return 0;
-}
-
-void chip_port_close(chip_device *device) {
-    open_devices[device->slot] = nullptr;
-    chip_port_put(device);
-}
-
-void chip_port_get(chip_device *device) {
-    device->references++;
-}
-
-void chip_port_put(chip_device *device) {
-    if (--device->references == 0)
-        delete device;
-}
-
-unsigned long chip_port_lost(chip_device *) {
-    return 0;
-}
-
-int chip_port_send(chip_device *, sk_buff *skb) {
-    consume_skb(skb);
-    return 0;
-}
-
-int chip_port_is(const chip_device *, const net_device *) {
-    return 0;
-}
-
-void chip_commands_begin(void) {}
-void chip_commands_end(void) {}
 
 namespace {
 
@@ -92,10 +42,7 @@ void load() {
 }
 
 void frame_on_port(u32 where, std::span<const u8> bytes) {
-    chip_device *device = open_devices[where % 4];
-    sk_buff *skb = device ? userlevel::frame_make(bytes) : nullptr;
-    if (skb)
-        chip_receive(device, device->slot, skb);
+    chip_ports_receive(where % 4, bytes);
 }
 
 void frame_of_stack(u32 where, std::span<const u8> bytes) {

@@ -110,8 +110,9 @@ void watch_link(work_item *) {
             if (std::find(devices.begin(), devices.end(), device) == devices.end())
                 continue;
         }
-        device->operstate = netif_carrier_ok(device) ? IF_OPER_UP : IF_OPER_DOWN;
-        if (device->flags & IFF_UP)
+        write_once(device->operstate,
+                   static_cast<u8>(netif_carrier_ok(device) ? IF_OPER_UP : IF_OPER_DOWN));
+        if (read_once(device->flags) & IFF_UP)
             notify(device, NETDEV_CHANGE);
     }
 }
@@ -159,7 +160,7 @@ int change_flags(net_device *device, u32 flags, bool tell_back) {
         if (result != 0)
             return result;
     }
-    device->flags = now;
+    write_once(device->flags, now); // written under the lock, read without it
     if (tell_back && the_back && device->back)
         the_back->flags(device, now);
     if ((old ^ now) & IFF_UP)
@@ -296,7 +297,7 @@ void unregister_netdev(net_device *device) {
         std::lock_guard guard(rtnl);
         if (device->flags & IFF_UP) {
             open_or_stop(device, false);
-            device->flags &= ~IFF_UP;
+            write_once(device->flags, device->flags & ~u32{IFF_UP});
             notify(device, NETDEV_DOWN);
         }
         notify(device, NETDEV_UNREGISTER);
@@ -330,9 +331,10 @@ void dev_put(net_device *device) {
 }
 
 unsigned dev_get_flags(const net_device *device) {
-    u32 flags = device->flags;
-    if (device->flags & IFF_UP) {
-        if (device->operstate == IF_OPER_UP || device->operstate == IF_OPER_UNKNOWN)
+    u32 flags = read_once(device->flags);
+    if (flags & IFF_UP) {
+        u8 state = read_once(device->operstate);
+        if (state == IF_OPER_UP || state == IF_OPER_UNKNOWN)
             flags |= IFF_RUNNING;
         if (netif_carrier_ok(device))
             flags |= IFF_LOWER_UP;
@@ -372,7 +374,7 @@ void dev_addr_set(net_device *device, const u8 *address) {
 }
 
 void netdev_set_operstate(net_device *device, u8 state) {
-    device->operstate = state;
+    write_once(device->operstate, state); // beside the watch of the link: the later counts
 }
 
 void netif_carrier_on(net_device *device) {

@@ -33,7 +33,8 @@ bool _is_above(const tarn_if *above, const tarn_if *ifp, u32 depth) {
 }
 
 u32 _device_flags_or(const tarn_if *ifp, u32 otherwise) {
-    return ifp->netdev ? netdev_flags(ifp->netdev) : otherwise;
+    const net_device *device = read_once(ifp->netdev);
+    return device ? netdev_flags(device) : otherwise;
 }
 
 // The first child lends the parent its flags: whether they are others now.

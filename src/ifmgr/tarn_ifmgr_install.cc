@@ -108,21 +108,8 @@ u32 _first_stp_state(u32 type) {
                                                                         : TARN_STP_FORWARDING;
 }
 
+// The files come last: who reads them finds the rest as it is to be.
 void _start_by_type(tarn_if *ifp) {
-    switch (ifp->type) {
-    case TARN_IF_TYPE_ETHERNET:
-        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
-        ifp->destructor = tarn_ifmgr_eth_if_destructor;
-        break;
-    case TARN_IF_TYPE_SWITCHPORT:
-        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
-        _module_create_proc_if(ifp);
-        ifp->destructor = tarn_ifmgr_l2_if_destructor;
-        break;
-    case TARN_IF_TYPE_VLAN:
-        ifp->destructor = tarn_ifmgr_vlan_if_destructor;
-        break;
-    }
     ifp->auth_supp_table = nullptr;
     ifp->auth_guest_vlan = 0;
     ifp->guest_fwd_count = 0;
@@ -133,6 +120,20 @@ void _start_by_type(tarn_if *ifp) {
     ifp->stp_instance = 0;
     for (u32 &state : ifp->stp_state)
         state = _first_stp_state(ifp->type);
+    switch (ifp->type) {
+    case TARN_IF_TYPE_ETHERNET:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        ifp->destructor = tarn_ifmgr_eth_if_destructor;
+        break;
+    case TARN_IF_TYPE_SWITCHPORT:
+        ifp->auth_state = TARN_AUTH_UNCONTROLLED;
+        ifp->destructor = tarn_ifmgr_l2_if_destructor;
+        _module_create_proc_if(ifp);
+        break;
+    case TARN_IF_TYPE_VLAN:
+        ifp->destructor = tarn_ifmgr_vlan_if_destructor;
+        break;
+    }
 }
 
 } // namespace

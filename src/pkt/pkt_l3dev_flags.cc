@@ -41,7 +41,7 @@ _wanted _to_clear(const tarn_if *ifp, u32 flags) {
 } // namespace
 
 i32 tarn_os_l3_if_flags_set(tarn_if *ifp, u32 flags) {
-    net_device *device = ifp->netdev;
+    net_device *device = read_once(ifp->netdev);
     if (!device)
         return -EINVAL;
     if (ifp->type == TARN_IF_TYPE_VLAN)
@@ -61,7 +61,7 @@ i32 tarn_os_l3_if_flags_set(tarn_if *ifp, u32 flags) {
 }
 
 i32 tarn_os_l3_if_flags_unset(tarn_if *ifp, u32 flags) {
-    net_device *device = ifp->netdev;
+    net_device *device = read_once(ifp->netdev);
     if (!device)
         return -EINVAL;
 

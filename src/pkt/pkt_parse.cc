@@ -1,5 +1,6 @@
 // Header parsing: Ethernet, IPv4 (RFC 791), IPv6 with its extension headers (RFC 8200).
 #include "kernel/ipv6.h"
+#include "pkt/fragment.h"
 #include "pkt/pkt_calls.h"
 #include "pkt/pkt_candidates.h"
 #include "pkt/pkt_rx.h"
@@ -11,8 +12,6 @@ constexpr u8 _IPPROTO_UDP = 17;
 constexpr u8 _IPPROTO_ICMPV6 = 58;
 constexpr u8 _IPPROTO_PIM = 103;
 constexpr u8 _IPPROTO_VRRP = 112;
-
-constexpr u16 _FRAGMENT_BITS = 0x3FFF; // more fragments, and the offset
 
 constexpr u32 _IPV4_HLEN = 20;
 constexpr u32 _IPV6_HLEN = 40;
@@ -56,7 +55,7 @@ void _parse_ipv4(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
     memcpy(info->src_ip, header + 12, 4);
     memcpy(info->dst_ip, header + 16, 4);
     info->facts |= _protocol_facts(info->ip_proto);
-    if (be16_to_cpu(info->ip_frag_off) & _FRAGMENT_BITS)
+    if (is_ipv4_fragment(info))
         info->facts |= FRAME_FRAGMENT;
     info->ipv4_mc_mac_matches = info->mac_ipv4_mc && _ipv4_group_matches(destination, info->dst_ip);
 }

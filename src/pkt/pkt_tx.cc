@@ -79,7 +79,7 @@ u32 _xmit(tarn_if *port, tarn_if *vlan_if, sk_buff *skb, u32 cos, u32 queue, u8 
 u32 _send_l3(tarn_if *ifp, sk_buff *skb, u32 cos, u32 queue) {
     if (ifp->type == TARN_IF_TYPE_VLAN || (read_once(ifp->if_flags) & TARN_IF_F_L3_SWITCHPORT))
         return _tarn_start_xmit(nullptr, ifp, skb, cos, queue, 1, _is_local(ifp), false);
-    if (ifp->type == TARN_IF_TYPE_SWITCHPORT && ifp->netdev)
+    if (ifp->type == TARN_IF_TYPE_SWITCHPORT && read_once(ifp->netdev))
         return _tarn_start_xmit(ifp, nullptr, skb, cos, queue, 1, false, false);
     pr_warn("%s - dropping L3 packet\n", "_tarn_eth_drv_tx");
     kfree_skb(skb);

@@ -1,5 +1,6 @@
 // "dos": reports frames that look like an attack. Reports only: the frame goes on.
 #include "control/tarnfwd_nl_event.h"
+#include "pkt/fragment.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
 #include "redirects/redirects.h"
@@ -10,7 +11,8 @@ constexpr u32 _SLOT = 28;
 constexpr u32 _REPORTED_BYTES = 20;
 
 i32 tarn_dos_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if ((info->facts & FRAME_FRAGMENT) || (info->flags & TARN_RX_DOS))
+    bool fragment = info->ethertype == ETH_P_IP && is_ipv4_fragment(info);
+    if (fragment || (info->flags & TARN_RX_DOS))
         instruct->flags |= REDIRECT_POST_USERSPACE;
     return 0;
 }

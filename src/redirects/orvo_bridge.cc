@@ -1,5 +1,6 @@
 // "orvo-bridge": a VLAN whose device is the port of a kernel bridge belongs to that bridge.
 #include "kernel/netdev.h"
+#include "kernel/once.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
 #include "redirects/redirects.h"
@@ -10,7 +11,8 @@ constexpr u32 _SLOT = 0;
 constexpr u32 _BRIDGED = 1;
 
 bool _is_bridged(const tarn_if *ifp) {
-    return ifp && ifp->netdev && (netdev_priv_flags(ifp->netdev) & IFF_BRIDGE_PORT);
+    const net_device *device = ifp ? read_once(ifp->netdev) : nullptr;
+    return device && (netdev_priv_flags(device) & IFF_BRIDGE_PORT);
 }
 
 i32 tarn_orvo_bridge_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {

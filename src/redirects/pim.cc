@@ -16,14 +16,8 @@ bool _is_pim(const tarn_pkt_info *info) {
 }
 
 i32 tarn_pim_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (!_is_pim(info))
-        return 0;
-    if (gate_passes(info)) {
-        instruct->flags |= REDIRECT_STACK_REPLICATE;
-        return 0;
-    }
-    instruct->flags |= REDIRECT_STOP;
-    instruct->reason = _GATE;
+    if (_is_pim(info))
+        replicate_through_gate(info, instruct, _GATE);
     return 0;
 }
 

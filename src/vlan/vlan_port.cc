@@ -171,7 +171,7 @@ i32 tarn_vlan_unbind_vlan_from_port(tarn_if *vlan, tarn_if *port, u32 flush) {
     if (!vlan || !port)
         return -EINVAL;
     if (flush)
-        _flush(vlan->netdev, port);
+        _flush(read_once(vlan->netdev), port);
     i32 result = tarn_ifmgr_unbind(vlan, port);
     _clear_bits(port, vlan->vid);
     return result;

@@ -226,10 +226,14 @@ TEST_F(SocketLife, no_family_has_options_of_its_own) {
     EXPECT_EQ(userlevel::socket_setsockopt(one, SOL_SOCKET, SO_RCVBUF, &value, length), 0);
     EXPECT_EQ(userlevel::socket_getsockopt(one, SOL_SOCKET, SO_RCVBUF, &value, &length), 0);
     EXPECT_EQ(value, 200000);
+    length = 0; // who only asks whether there is such
+    EXPECT_EQ(userlevel::socket_getsockopt(one, SOL_SOCKET, SO_RCVBUF, nullptr, &length), 0);
+    EXPECT_EQ(length, 0u);
 }
 
 TEST_F(SocketLife, a_family_that_nobody_registered_does_not_open) {
-    EXPECT_EQ(userlevel::socket_open(TARN_AF_DHCPSN, SOCK_RAW, 0, nullptr), -EAFNOSUPPORT);
+    for (int family : {45, 49, 58, 59, 64, 71})
+        EXPECT_EQ(userlevel::socket_open(family, SOCK_RAW, 0, nullptr), -EAFNOSUPPORT) << family;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "switch/control_socket.h"
 
 #include "explain/stream.h"
+#include "machine/unix_listener.h"
 #include "switch/live_switch.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
@@ -27,19 +27,6 @@ bool address_of(const std::string &path, sockaddr_un &address) {
         return false;
     path.copy(address.sun_path, path.size());
     return true;
-}
-
-std::string failed(const std::string &path) {
-    return "control socket '" + path + "': " + std::strerror(errno);
-}
-
-// Whether a switch answers there: a socket that nobody serves is what a killed one has left.
-bool is_served(const sockaddr_un &address) {
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    bool served_now =
-        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
-    close(fd);
-    return served_now;
 }
 
 bool write_all(int fd, const std::string &text) {
@@ -109,21 +96,9 @@ int print_reply(int fd, bool as_it_comes) {
 } // namespace
 
 std::string control_serve(const std::string &path) {
-    sockaddr_un address;
-    if (!address_of(path, address))
-        return "control socket '" + path + "': the path is too long";
-    if (is_served(address))
-        return "control socket '" + path +
-               "': another switch serves it; stop it, or choose another";
-    unlink(path.c_str());
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    mode_t old = umask(0077);
-    bool bound = fd >= 0 &&
-                 bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-                 listen(fd, 16) == 0;
-    umask(old);
-    if (!bound)
-        return failed(path);
+    int fd = -1;
+    if (std::string wrong = machine::listen_at(path, SOCK_STREAM, fd); !wrong.empty())
+        return "control socket '" + path + "': " + wrong;
     served = path;
     std::thread([fd] {
         for (;;)

@@ -1,5 +1,6 @@
-// The control socket of a live switch: a Unix socket for its owner alone. A client sends one line
-// and reads the reply until its end; the last line of the reply is "ok" or "error".
+// The control socket of a live switch: a Unix socket (who may connect: machine/unix_listener.h). A
+// client sends one line and reads the reply until its end; the last line of the reply is "ok" or
+// "error".
 #pragma once
 
 #include <string>

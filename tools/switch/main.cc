@@ -1,5 +1,6 @@
 #include "machine/netlink_server.h"
 #include "machine/socket_server.h"
+#include "machine/unix_listener.h"
 #include "switch/control_socket.h"
 #include "switch/live_switch.h"
 #include "switch/options.h"
@@ -86,6 +87,10 @@ int main(int argc, char **argv) {
     app.add_option("--proc", options.proc,
                    "mounts at this path what the kernel module has as /proc/tarn (FUSE)")
         ->type_name("PATH");
+    app.add_option("--group", options.group,
+                   "lets the members of this group, too, reach those sockets and files, which are\n"
+                   "for the owner of the process alone unless this is given")
+        ->type_name("NAME");
     app.add_option("--config", options.config,
                    "runs a batch of tarnctl when the ports and VLANs above are there")
         ->type_name("FILE")
@@ -111,6 +116,8 @@ int main(int argc, char **argv) {
         for (const std::string &vlan : vlans)
             options.vlans.push_back(live::parse_vlan(vlan));
         live::refuse_twice(options);
+        if (!options.group.empty())
+            machine::let_in(live::parse_group(options.group));
     } catch (const CLI::ParseError &error) {
         int result = app.exit(error);
         return result == 0 ? 0 : 2;

@@ -1,6 +1,7 @@
 #include "switch/options.h"
 
 #include <CLI/CLI.hpp>
+#include <grp.h>
 #include <set>
 
 namespace live {
@@ -61,6 +62,16 @@ VlanOption parse_vlan(const std::string &text) {
     for (const std::string &member : split(text.substr(at + 1), ','))
         vlan.members.push_back(parse_member(member));
     return vlan;
+}
+
+gid_t parse_group(const std::string &text) {
+    if (const group *known = getgrnam(text.c_str()))
+        return known->gr_gid;
+    bool digits = !text.empty() && text.size() <= 9 &&
+                  text.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits)
+        wrong("--group", "there is no group '" + text + "'");
+    return static_cast<gid_t>(std::stoul(text));
 }
 
 void refuse_twice(const Options &options) {

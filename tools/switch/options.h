@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace live {
@@ -29,6 +30,7 @@ struct Options {
     std::string netlink;             // path of the control family's socket; empty: none
     std::string sockets;             // path of the protocol sockets; empty: none
     std::string proc;                // where to mount the files of /proc/tarn; empty: nowhere
+    std::string group;               // who may reach those beside the owner; empty: nobody
     std::string config;              // a batch of tarnctl, run at the end; empty: none
     bool devices_in_process = false; // no TAP devices
     std::vector<std::string> enable, disable;
@@ -38,6 +40,7 @@ struct Options {
 // Each throws CLI::ValidationError with what was wrong and what to write.
 PortOption parse_port(const std::string &text); // NAME=DEVICE
 VlanOption parse_vlan(const std::string &text); // VID=PORT[:tagged],...
+gid_t parse_group(const std::string &text);     // a name or a number
 // A port or a VLAN that was given twice: the second would take the place of the first.
 void refuse_twice(const Options &options);
 

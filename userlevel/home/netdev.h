@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include "kernel/bug.h"
+#include "kernel/once.h"
 
 // A device of the process. userlevel/netdev.cc keeps them; where the machine allows it, each has a
 // TAP device at its back (userlevel/netdev_tap.cc).
@@ -48,7 +49,7 @@ inline void netdev_set_ifindex(net_device *device, u32 ifindex) {
     device->ifindex = ifindex;
 }
 inline u32 netdev_flags(const net_device *device) {
-    return device->flags;
+    return read_once(device->flags);
 }
 inline u32 netdev_priv_flags(const net_device *device) {
     return device->priv_flags;

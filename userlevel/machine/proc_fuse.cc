@@ -3,6 +3,7 @@
 #include "machine/proc_fuse.h"
 
 #include "control.h"
+#include "machine/unix_listener.h"
 #include "proc.h"
 
 #include <cerrno>
@@ -25,6 +26,8 @@
 namespace machine {
 
 namespace {
+
+constexpr mode_t FOR_OTHERS = 0007; // of the top folder: it is closed to them, whatever is in it
 
 std::string served;    // path of the mount
 std::string directory; // of the tree
@@ -49,10 +52,10 @@ int get_status(const char *path, struct stat *status, fuse_file_info *) {
     if (!found)
         return -ENOENT;
     *status = {};
-    status->st_mode = found->mode;
+    status->st_mode = path[1] == '\0' ? found->mode & ~FOR_OTHERS : found->mode;
     status->st_nlink = found->links;
     status->st_uid = geteuid();
-    status->st_gid = getegid();
+    status->st_gid = let_in().value_or(getegid());
     clock_gettime(CLOCK_REALTIME, &status->st_mtim);
     status->st_atim = status->st_ctim = status->st_mtim;
     return 0;
@@ -153,8 +156,8 @@ void serve(fuse_session *session) {
 
 fuse *make() {
     std::string options = "default_permissions,fsname=tarn,subtype=tarn";
-    if (geteuid() == 0)
-        options += ",allow_other";
+    if (let_in())
+        options += ",allow_other"; // and the top folder says who
     const char *words[] = {"tarn", "-o", options.c_str(), nullptr};
     fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char **>(words));
     fuse *made = fuse_new(&arguments, &operations(), sizeof(fuse_operations), nullptr);
@@ -170,7 +173,8 @@ std::string start(const std::string &path) {
         fuse_destroy(mounted);
         mounted = nullptr;
         return "'" + path +
-               "': it cannot be mounted; that takes /dev/fuse, and root or the package fuse3";
+               "': it cannot be mounted; that takes /dev/fuse, and root or the package fuse3" +
+               (let_in() ? " (and, for a group, user_allow_other in /etc/fuse.conf)" : "");
     }
     fuse_session *session = fuse_get_session(mounted);
     int fd = fuse_session_fd(session);

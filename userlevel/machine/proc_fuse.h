@@ -5,7 +5,8 @@
 // a write gives what the store says. Two things differ, since the machine decides them: a write of
 // no bytes does not get here, and the place in an open file moves with what is written.
 //
-// Others than the owner of the process see the files when that is root.
+// Others than the owner of the process see the files when their group is let in
+// (machine/unix_listener.h).
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
 #include "machine/socket_server.h"
 
+#include "machine/unix_listener.h"
 #include "socket_calls.h"
 #include "tarn/socket_carrier.h"
 
@@ -12,8 +13,6 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -238,36 +237,12 @@ void serve() {
     }
 }
 
-bool is_served(const sockaddr_un &address) {
-    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    bool answers = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
-    close(fd);
-    return answers;
-}
-
 } // namespace
 
 std::string sockets_serve(const std::string &path) {
-    std::string where = "protocol sockets '" + path + "': ";
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    if (path.empty() || path.size() >= sizeof(address.sun_path))
-        return where + "the path must have 1 to 107 characters";
-    path.copy(address.sun_path, path.size());
-    if (is_served(address))
-        return where + "another switch serves it; stop it, or choose another";
-    unlink(path.c_str());
-    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    // Who may connect is privileged.
-    mode_t old = umask(0077);
-    bool bound = fd >= 0 &&
-                 bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-                 listen(fd, 64) == 0;
-    umask(old);
-    if (!bound) {
-        std::string wrong = where + std::strerror(errno);
-        close(fd);
-        return wrong;
-    }
+    int fd = -1;
+    if (std::string wrong = listen_at(path, SOCK_SEQPACKET, fd); !wrong.empty())
+        return "protocol sockets '" + path + "': " + wrong;
     served = path;
     listener = fd;
     stop_event = eventfd(0, EFD_CLOEXEC);

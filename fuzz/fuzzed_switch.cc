@@ -1,0 +1,171 @@
+#include "fuzzed_switch.h"
+
+#include "chip.h"
+#include "containers/tarn_avl.h"
+#include "control.h"
+#include "ifmgr/tarn_if.h"
+#include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_settings.h"
+#include "kernel/memory.h"
+#include "module/tarn_module.h"
+#include "pkt/pkt_redirect.h"
+#include "plain_switch/plain_switch.h"
+#include "redirects/redirects.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fuzzed {
+
+namespace {
+
+std::map<std::string, u32> redirects; // and whether each is on at first
+std::map<std::string, u32> alive;     // after a reset: how much of what
+std::vector<char> reply(CHIP_REPLY);
+
+void tell(const std::string &line) {
+    chip_command(line.c_str(), reply.data(), reply.size());
+}
+
+void note_redirects(const char *file, u32 on) {
+    std::istringstream lines(userlevel::proc_read(file).text);
+    for (std::string name; std::getline(lines, name);)
+        redirects[name] = on;
+}
+
+void remove_interfaces() {
+    std::vector<u32> all;
+    for (const tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
+         node = tarn_avl_next_node(node))
+        all.push_back(static_cast<const tarn_if *>(node->info)->ifindex);
+    std::reverse(all.begin(), all.end()); // ports after what is above them
+    for (u32 ifindex : all) {
+        tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex);
+        if (!ifp)
+            continue;
+        tarn_ifmgr_if_ref_put(ifp);
+        tarn_ifmgr_delete_interface(ifp);
+        userlevel::work_run();
+    }
+}
+
+// The database keeps the records of interfaces that went, for those that come with their numbers.
+void free_records() {
+    std::vector<tarn_if *> all;
+    for (const tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
+         node = tarn_avl_next_node(node))
+        if (auto *ifp = static_cast<tarn_if *>(node->info); !(ifp->if_flags & TARN_IF_F_VALID))
+            all.push_back(ifp);
+    for (tarn_if *ifp : all) {
+        tarn_avl_delete(p_tarn_if_db->tree, ifp);
+        kfree(ifp);
+    }
+}
+
+std::map<std::string, u32> count_alive() {
+    std::map<std::string, u32> counted;
+    for (const userlevel::object &object : userlevel::live()) {
+        // A tree keeps its free nodes, and a closed socket leaves its record behind on purpose.
+        if (std::string kind = object.kind; kind == "avl_node_cache" || kind == "sock")
+            continue;
+        char site[32];
+        std::snprintf(site, sizeof(site), " from %p", object.site);
+        counted[std::to_string(object.bytes) + " bytes of " + object.kind + site]++;
+    }
+    return counted;
+}
+
+// Blocks of that size are addresses of this list, and nothing else's.
+void forget_hosts() {
+    for (const userlevel::object &object : userlevel::live()) {
+        if (object.bytes != sizeof(u32) || std::string(object.kind) != "kmalloc")
+            continue;
+        u32 address;
+        std::memcpy(&address, object.address, sizeof(address));
+        tarn_vornappsd_remove_ip_address(&address);
+    }
+}
+
+void forget_settings() {
+    forget_hosts();
+    tarn_mcdrop_flooding_group_flush();
+    for (const auto &[name, on] : redirects)
+        enable_redirect_by_name(name.c_str(), on);
+    for (const char *file : {"pktdebug", "pktdebugvlan", "pktdebuglowmem", "pktdebugslaveonly",
+                             "pktdebugpostenable", "pktdebugpvlanprimary", "hidecounter"})
+        userlevel::proc_write(std::string("tarn/") + file, file[0] == 'h' ? "\n" : "0\n");
+}
+
+void add_ports() {
+    for (u32 vid : {1u, 2u})
+        plain_switch::add_vlan(vid);
+    for (u32 k = 1; k <= PORTS; k++) {
+        tarn_if *port = plain_switch::add_port(k);
+        std::string number = std::to_string(port->ifindex);
+        tell("noport " + number);
+        tell("port " + number + " p" + std::to_string(k));
+        for (u32 vid : {1u, 2u}) {
+            plain_switch::add_member(port, vid);
+            tell("vlan " + number + " " + std::to_string(vid) +
+                 (vid == 1 ? " untagged" : " tagged"));
+        }
+        tell("pvid " + number + " 1");
+    }
+    const u8 address[6] = {2, 0, 0, 0, 2, 1};
+    tarn_ifmgr_aggregator_add("lag1", address, TARN_AGG_TYPE_STATIC, 4501);
+    tarn_ifmgr_aggregator_port_attach(4501, 5003);
+    for (const char *line : {"fdb flush", "mac 02:00:00:00:00:01 1", "filter 806 800 86dd",
+                             "trap filter on", "flood hardware", "age 300", "sflow 0"})
+        tell(line);
+}
+
+} // namespace
+
+void load() {
+    userlevel::log_keep(false);
+    userlevel::random_seed(1);
+    init_module();
+    chip_start();
+    note_redirects("tarn/redirectprotocolenable", 1);
+    note_redirects("tarn/redirectprotocoldisable", 0);
+    reset();
+    reset(); // what the first one leaves is there for ever
+    alive = count_alive();
+}
+
+void reset() {
+    userlevel::fail_allocation(0);
+    remove_interfaces();
+    free_records();
+    forget_settings();
+    add_ports();
+    userlevel::work_run();
+    userlevel::neigh_flushes_take();
+}
+
+void must_have_lost_nothing() {
+    std::map<std::string, u32> now = count_alive();
+    if (now == alive)
+        return;
+    for (const auto &[what, count] : now)
+        if (count != alive[what])
+            std::fprintf(stderr, "%u of %s, not %u\n", count, what.c_str(), alive[what]);
+    std::fprintf(stderr, "alive, latest last:\n%s", userlevel::describe(userlevel::live()).c_str());
+    std::abort();
+}
+
+void run_steps(std::span<const u8> input, Step step) {
+    while (input.size() > 3) {
+        std::size_t length = std::min<std::size_t>(input[2], input.size() - 3);
+        step(input[0], input[1], input.subspan(3, length));
+        input = input.subspan(3 + length);
+    }
+}
+
+} // namespace fuzzed
