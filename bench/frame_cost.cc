@@ -1,7 +1,9 @@
 // frame_cost CLASS FRAMES: offers or sends that many frames of a class, for an instruction counter
 // to watch. Without arguments it lists the classes, each with the function in which its cost is
-// counted.
+// counted. What comes of a frame that was received, once it is decided, is counted in
+// tarn_pkt_carry_out.
 #include "frame_classes.h"
+#include "listeners.h"
 #include "transmit_classes.h"
 
 #include "kernel/skb.h"
@@ -11,18 +13,21 @@
 
 namespace {
 
-void receive(const Bytes &frame, long count) {
+void receive(const frame_classes::Class &one, long count) {
     frame_classes::load();
+    Listeners listeners(one.family, one.sockets);
     const tarn_rx_meta meta = frame_classes::meta();
     for (; count > 0; count--) {
-        sk_buff *skb = userlevel::frame_make(frame);
+        sk_buff *skb = userlevel::frame_make(one.frame);
         if (rxtx_hw_packet_recv(skb, 5001, 1, &meta) != 0)
             kfree_skb(skb);
+        listeners.read_all();
     }
 }
 
 void send(const transmit_classes::Class &one, long count) {
     transmit_classes::load();
+    one.prepare();
     for (; count > 0; count--)
         one.send();
 }
@@ -44,7 +49,7 @@ int main(int argc, char **argv) {
     const long count = std::atol(argv[2]);
     for (const auto &one : frame_classes::all())
         if (one.name == wanted)
-            return receive(one.frame, count), 0;
+            return receive(one, count), 0;
     for (const auto &one : transmit_classes::all())
         if (one.name == wanted)
             return send(one, count), 0;

@@ -18,8 +18,9 @@ namespace transmit_classes {
 
 struct Class {
     std::string name;
-    const char *function; // where its cost is counted, as callgrind's patterns name it
-    std::function<void()> send;
+    const char *function;          // where its cost is counted, as callgrind's patterns name it
+    std::function<void()> prepare; // once, before any is sent
+    std::function<void()> send;    // one frame, made anew
 };
 
 namespace detail {
@@ -55,42 +56,59 @@ inline sk_buff *frame() {
 
 } // namespace detail
 
-// On the switch of frame_classes::load(): VLAN 1 has 64 ports, VLAN 2 two.
-inline void load() {
-    frame_classes::load();
-    for (u32 k : {1u, 2u})
-        plain_switch::add_member(detail::interface(5000 + k), 2);
-    detail::driver(false);
+namespace detail {
+
+// VLAN 1 has 64 ports already; the VLAN of each of these numbers gets as many.
+inline constexpr u32 FLOODED[] = {2, 4, 8, 16, 32};
+
+inline bool make_vlans() {
+    for (u32 ports : FLOODED)
+        for (u32 k = 1; k <= ports; k++)
+            plain_switch::add_member(interface(5000 + k), ports);
+    return true;
 }
+
+inline void mirror(bool on) {
+    (on ? tarn_ifmgr_set_portmirror : tarn_ifmgr_unset_portmirror)(5002, 5001, 2, 0);
+}
+
+inline Class flood_in_software(u32 ports) {
+    const u32 vid = ports == 64 ? 1 : ports;
+    return {"flood-" + std::to_string(ports) + "-ports", "tarn_flood_except_port(*",
+            [] { driver(false); },
+            [vid] { tarn_flood_except_port(nullptr, vid, nullptr, frame(), 0, 4, 1); }};
+}
+
+} // namespace detail
 
 inline std::vector<Class> all() {
     using namespace detail;
     auto to_port = [] {
         tarn_start_xmit(interface(5001), interface(301), frame(), 6, 6, 1, false);
     };
-    auto mirrored = [=] {
-        tarn_ifmgr_set_portmirror(5002, 5001, 2, 0);
-        to_port();
-    };
     auto of_stack = [] {
         net_device *device = interface(301)->netdev;
         userlevel::netdev_transmit(device, Frame().ipv4({}).padded().build());
     };
-    auto by_chip = [] {
-        driver(true);
-        tarn_flood_except_port(nullptr, 1, nullptr, frame(), 0, 4, 1);
+    auto flood = [] { tarn_flood_except_port(nullptr, 1, nullptr, frame(), 0, 4, 1); };
+    std::vector<Class> classes{
+        {"xmit-port", "tarn_start_xmit(*", [] { mirror(false); }, to_port},
+        {"xmit-mirrored", "tarn_start_xmit(*", [] { mirror(true); }, to_port},
+        {"xmit-of-stack", "tarn_eth_dev_xmit(*", [] { mirror(false); }, of_stack},
+        {"flood-by-chip", "tarn_flood_except_port(*", [] { driver(true); }, flood},
     };
-    auto in_software = [](u32 vid) {
-        return [vid] { tarn_flood_except_port(nullptr, vid, nullptr, frame(), 0, 4, 1); };
-    };
-    return {
-        {"xmit-port", "tarn_start_xmit(*", to_port},
-        {"xmit-mirrored", "tarn_start_xmit(*", mirrored},
-        {"xmit-of-stack", "tarn_eth_dev_xmit(*", of_stack},
-        {"flood-by-chip", "tarn_flood_except_port(*", by_chip},
-        {"flood-2-ports", "tarn_flood_except_port(*", in_software(2)},
-        {"flood-64-ports", "tarn_flood_except_port(*", in_software(1)},
-    };
+    for (u32 ports : FLOODED)
+        classes.push_back(flood_in_software(ports));
+    classes.push_back(flood_in_software(64));
+    return classes;
+}
+
+// On the switch of frame_classes::load().
+inline void load() {
+    frame_classes::load();
+    static const bool made = detail::make_vlans();
+    (void)made;
+    detail::driver(false);
 }
 
 } // namespace transmit_classes

@@ -3,8 +3,9 @@
  *
  *     lldp_sender IFINDEX MAC NAME [COUNT [SECONDS]]
  *
- * IFINDEX is that of the port, MAC the address of the switch, NAME what it is called; `tarn-switch ask
- * CONTROL "show interfaces"` lists the ports. How to run it in either home: see lacp_listener.c.
+ * IFINDEX is that of the port, MAC the address of the switch, NAME what it is called; `tarnctl show
+ * interfaces` lists the ports. It ends with 0 when the last frame was sent. How to run it in either home:
+ * see lacp_listener.c.
  */
 #include <errno.h>
 #include <stdio.h>
@@ -78,16 +79,17 @@ int main(int argc, char **argv)
         fprintf(stderr, "lldp_sender: no socket: %s\n", strerror(errno));
         return 1;
     }
+    int status = 0;
     for (; left != 0; left -= left > 0) {
         ssize_t sent = sendto(fd, pdu, length, 0, (struct sockaddr *)&to, sizeof(to));
 
+        /* the answer is the length of the frame; a port that is down may come up again */
+        status = sent < 0 || (size_t)sent != length + ETHERNET_HEADER;
         if (sent < 0)
             fprintf(stderr, "lldp_sender: port %u: %s\n", to.ifindex, strerror(errno));
-        else if ((size_t)sent != length + ETHERNET_HEADER) /* the answer is the length of the frame */
-            return 1;
         if (left != 1)
             sleep(seconds);
     }
     close(fd);
-    return 0;
+    return status;
 }

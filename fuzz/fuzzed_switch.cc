@@ -5,6 +5,7 @@
 #include "control.h"
 #include "ifmgr/tarn_if.h"
 #include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_index.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/memory.h"
 #include "module/tarn_module.h"
@@ -64,6 +65,7 @@ void free_records() {
             all.push_back(ifp);
     for (tarn_if *ifp : all) {
         tarn_avl_delete(p_tarn_if_db->tree, ifp);
+        tarn_ifmgr_index_remove(ifp);
         kfree(ifp);
     }
 }

@@ -22,35 +22,42 @@
 
 namespace {
 
-constexpr std::array FAMILIES{46, 48, 50, 53, 54, 55, 56, 57, 61, 66, 67, 68, 69, 70};
+constexpr std::array FAMILIES{46, 47, 48, 50, 51, 52, 53, 54, 55, 56, 57,
+                              60, 61, 62, 63, 65, 66, 67, 68, 69, 70};
 constexpr std::array INTERFACES{5001u, 5002u, 5003u, 4501u, 301u, 302u, 0u, 9999u};
 constexpr u32 LONGEST = 1500 + 18;
 
 std::array<struct socket *, FAMILIES.size()> sockets{};
 u32 answer = 0;
+u32 taken = 0; // by the chip or a device, of the send under way
 
 void forbidden(const char *what) {
     std::fprintf(stderr, "sent what the rules forbid: %s\n", what);
     std::abort();
 }
 
-// No frame may be longer than a payload and its headers, nor leave a port that is down.
-u32 xmit(u32 ifindex, u32, u32, u32, sk_buff *skb, u32, u8, u8) {
+// What the chip does with a frame, which may not be longer than a payload and its headers.
+u32 chip_takes(sk_buff *skb) {
     if (skb_len(skb) > LONGEST)
         forbidden("too long a frame");
+    if (answer != 0)
+        return answer;
+    taken++;
+    consume_skb(skb);
+    return 0;
+}
+
+// Nor may it leave a port that is down.
+u32 xmit(u32 ifindex, u32, u32, u32, sk_buff *skb, u32, u8, u8) {
     tarn_if *port = ifindex != 0 ? tarn_ifmgr_lookup_by_index(ifindex) : nullptr;
     if (port && !(port->flags & 1) && port->ifindex != 4501)
         forbidden("on a port that is down");
     tarn_ifmgr_if_ref_put(port);
-    if (answer == 0)
-        consume_skb(skb);
-    return answer;
+    return chip_takes(skb);
 }
 
 i32 flood(u32, u32, u32, u32, sk_buff *skb, u32, u8, u32, u32, u8) {
-    if (answer == 0)
-        consume_skb(skb);
-    return static_cast<i32>(answer);
+    return static_cast<i32>(chip_takes(skb));
 }
 
 void load() {
@@ -74,6 +81,16 @@ void load() {
         userlevel::socket_open(FAMILIES[i], SOCK_RAW, 0, &sockets[i]);
 }
 
+// A send that is refused leaves nothing behind on the wire, and no send leaves twice. What it
+// answers is the length of the frame: that of the data, and headers of no more than 18 bytes.
+void check_answer(i64 result, std::size_t length) {
+    bool refused = result < 0 || answer != 0;
+    if (taken > (refused ? 0 : 1))
+        forbidden(refused ? "a frame that was refused" : "a frame twice");
+    if (!refused && (result < static_cast<i64>(length) || result > static_cast<i64>(length) + 18))
+        forbidden("a frame of another length");
+}
+
 // The address comes first; its interface is more often one that there is.
 void send(u32 which, std::span<const u8> bytes) {
     std::size_t name_size = std::min<std::size_t>(bytes.size(), 40);
@@ -89,7 +106,9 @@ void send(u32 which, std::span<const u8> bytes) {
     msg.msg_namelen = static_cast<socklen_t>(name.size());
     msg.msg_iov = &buffer;
     msg.msg_iovlen = 1;
-    userlevel::socket_sendmsg(sockets[which % FAMILIES.size()], &msg, MSG_DONTWAIT);
+    taken = 0;
+    i64 result = userlevel::socket_sendmsg(sockets[which % FAMILIES.size()], &msg, MSG_DONTWAIT);
+    check_answer(result, data.size());
 }
 
 void read(u32 which, std::size_t size) {

@@ -30,11 +30,22 @@ struct station {
 	u8 mac[ETH_ALEN];
 };
 
+/* How many stations there are behind a port of a device, or of one that shares its place: where there are
+ * none, the neighbours need not be looked through. */
+#define PLACES 4096
+
 static struct {
 	struct station all[SETS][WAYS];
 	u8 next[SETS];
+	u16 behind[PLACES];
+	bool gave_way; /* some ever */
 } stations;
 static DEFINE_SPINLOCK(stations_lock);
+
+static u16 *place_of(int device, u32 port)
+{
+	return &stations.behind[jhash_2words(device, port, 0) % PLACES];
+}
 
 static unsigned int set_of(int device, const u8 *mac)
 {
@@ -63,14 +74,22 @@ static void learn(int device, const u8 *mac, u32 port)
 	station = find_station(set, device, mac);
 	if (!station) {
 		station = &stations.all[set][stations.next[set]++ % WAYS];
+		if (station->device) {
+			(*place_of(station->device, station->port))--;
+			stations.gave_way = 1;
+		}
 		station->device = device;
 		ether_addr_copy(station->mac, mac);
+	} else {
+		(*place_of(device, station->port))--;
 	}
 	station->port = port;
+	(*place_of(device, port))++;
 	spin_unlock_bh(&stations_lock);
 }
 
-/* Of one that has given way, any port: it comes back when it is wanted. */
+/* Of one that has given way, any port: it comes back when it is wanted. What was never learned is behind
+ * none. */
 static bool is_behind(int device, const u8 *mac, u32 port)
 {
 	struct station *station;
@@ -78,9 +97,20 @@ static bool is_behind(int device, const u8 *mac, u32 port)
 
 	spin_lock_bh(&stations_lock);
 	station = find_station(set_of(device, mac), device, mac);
-	is = !station || station->port == port;
+	is = station ? station->port == port : stations.gave_way;
 	spin_unlock_bh(&stations_lock);
 	return is;
+}
+
+/* A membership that ends is a flush, and thousands end at once. */
+static bool may_be_behind(int device, u32 port)
+{
+	bool may;
+
+	spin_lock_bh(&stations_lock);
+	may = stations.gave_way || *place_of(device, port);
+	spin_unlock_bh(&stations_lock);
+	return may;
 }
 
 /* A frame on its way into the IP stack, at its network header; its port stands at the end of the control
@@ -165,7 +195,8 @@ static void flush(int family, int vid, const struct net_device *dev, const u8 *m
 
 void tarn_k_neigh_flush_port(int family, int vid, const struct net_device *dev, unsigned int port)
 {
-	flush(family, vid, dev, NULL, port);
+	if (!dev || may_be_behind(dev->ifindex, port))
+		flush(family, vid, dev, NULL, port);
 }
 
 void tarn_k_neigh_flush_mac(int family, int vid, const struct net_device *dev,

@@ -46,7 +46,7 @@ int tarn_k_sock_register(const struct tarn_k_family *from)
 		.ioctl = sock_no_ioctl,
 		.listen = sock_no_listen,
 		.shutdown = sock_no_shutdown,
-		.sendmsg = from->ops->sendmsg,
+		.sendmsg = from->ops->sendmsg ? from->ops->sendmsg : sock_no_sendmsg,
 		.recvmsg = from->ops->recvmsg ? from->ops->recvmsg : sock_no_recvmsg,
 		.mmap = sock_no_mmap,
 		.sendpage = sock_no_sendpage,

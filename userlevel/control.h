@@ -95,6 +95,9 @@ void random_script(const std::vector<u8> &next); // these bytes first
 // asked for: blocks come in the sizes that a kernel has.
 sk_buff *frame_make(std::span<const u8> bytes, u32 headroom = 64, u32 tailroom = 0);
 
+// Blocks of frame bytes since the start of the process. On a frame's way, each is a copy of it.
+u64 frame_blocks_made();
+
 struct skb_ends {
     u64 dropped;  // kfree_skb
     u64 consumed; // consume_skb

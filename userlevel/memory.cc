@@ -6,6 +6,8 @@
 #include "kernel/memory.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,23 +34,46 @@ namespace userlevel {
 
 namespace {
 
+struct list;
+
 // Stands before each block. The list is what is alive, oldest first.
 struct alignas(16) header {
     header *next;
     header *previous;
     object about;
     i32 holders;
+    list *on;
 };
 
-std::mutex memory_mutex;
-constinit header alive{&alive, &alive, {}, 1};
-u64 made = 0;
-u64 slept_in_atomic = 0;
+// Threads have lists of their own as far as these go, so that they do not wait for each other.
+struct alignas(64) list {
+    std::mutex mutex;
+    header alive;
+
+    constexpr list() : alive{&alive, &alive, {}, 1, this} {}
+};
+constexpr std::size_t LISTS = 16;
+constinit std::array<list, LISTS> lists{};
+std::atomic<std::size_t> threads = 0;
+
+std::atomic<u64> made = 0;
+std::atomic<u64> slept_in_atomic = 0;
+
+std::atomic<bool> may_fail = false;
+std::mutex fail_mutex;
 u64 fail_in = 0;
 u32 fail_chance = 0;
 std::mt19937_64 fail_generator;
 
+list *list_of_thread() {
+    thread_local list *const own = &lists[threads.fetch_add(1) % LISTS];
+    return own;
+}
+
 bool shall_fail() {
+    if (!may_fail.load(std::memory_order_relaxed))
+        return false;
+    std::lock_guard guard(fail_mutex);
     if (fail_in != 0 && --fail_in == 0)
         return true;
     return fail_chance != 0 && (fail_generator() & 0xFFFF) < fail_chance;
@@ -59,22 +84,24 @@ void open(header *one) {
     allow(one, one + 1);
 }
 void close(header *one) {
-    if (one != &alive)
+    if (one != &one->on->alive)
         forbid(one, one + 1);
 }
 
 void link(header *one) {
-    header *last = alive.previous;
+    header *end = &one->on->alive;
+    header *last = end->previous;
     open(last);
-    one->next = &alive;
+    one->next = end;
     one->previous = last;
     last->next = one;
-    alive.previous = one;
+    end->previous = one;
     close(last);
     close(one);
 }
 
 void unlink(header *one) {
+    open(one);
     header *previous = one->previous;
     header *next = one->next;
     open(previous);
@@ -101,6 +128,29 @@ READS_HEADERS i32 add_holders(header *one, i32 more) {
     if constexpr (UNDER_ASAN)
         std::free(one);
     BUG();
+}
+
+READS_HEADERS list *list_that_has(const header *one) {
+    return one->on;
+}
+
+// Null is ignored.
+void take_off(header *one) {
+    if (!one)
+        return;
+    std::lock_guard guard(list_that_has(one)->mutex);
+    unlink(one);
+}
+
+// The block, when that was its last holder; else null.
+header *let_go(const void *memory) {
+    if (!memory)
+        return nullptr;
+    header *one = header_of(memory);
+    i32 left = add_holders(one, -1);
+    if (left < 0)
+        freed_twice(one);
+    return left == 0 ? one : nullptr;
 }
 
 // The function where the linker knows it, and always what addr2line wants: file and offset.
@@ -132,27 +182,44 @@ std::string line_about(const object &one) {
     return text + name_of(one.site) + "\n";
 }
 
-// True when it is alive now; false when the test wants it to fail, or when memory was out.
+// True when it is alive now; false when the test wants it to fail, or when memory was out. Numbers
+// are given under the lock, so that each list is in their order.
 bool count_and_link(header *one, const object &about) {
-    std::lock_guard guard(memory_mutex);
-    made++;
+    list *on = list_of_thread();
+    std::lock_guard guard(on->mutex);
+    u64 serial = made.fetch_add(1, std::memory_order_relaxed) + 1;
     if (shall_fail() || !one)
         return false;
     one->about = about;
-    one->about.serial = made;
+    one->about.serial = serial;
     one->holders = 1;
+    one->on = on;
     link(one);
     return true;
 }
 
 // A kernel complains too, but only while it is debugged; here a test sees it.
 void complain_of_sleep(const char *kind, std::size_t bytes) {
-    {
-        std::lock_guard guard(memory_mutex);
-        slept_in_atomic++;
-    }
+    slept_in_atomic++;
     pr_crit("BUG: an allocation of %zu bytes (%s) may sleep, preempt count %#x\n", bytes, kind,
             preempt_count());
+}
+
+// The young ones of a list.
+void find_since(list *of, u64 serial, std::vector<object> *found) {
+    std::lock_guard guard(of->mutex);
+    // From the youngest: a test asks often and leaks seldom.
+    for (header *one = of->alive.previous; one != &of->alive;) {
+        open(one);
+        header *previous = one->previous;
+        bool old = one->about.serial <= serial;
+        if (!old)
+            found->push_back(one->about);
+        close(one);
+        if (old)
+            return;
+        one = previous;
+    }
 }
 
 } // namespace
@@ -185,20 +252,22 @@ void hold(const void *memory) {
 }
 
 void release(const void *memory) {
-    if (!memory)
-        return;
-    header *one = header_of(memory);
-    i32 left = add_holders(one, -1);
-    if (left < 0)
-        freed_twice(one);
-    if (left != 0)
-        return;
-    {
-        std::lock_guard guard(memory_mutex);
-        open(one);
+    release(memory, nullptr);
+}
+
+void release(const void *first, const void *second) {
+    header *one = let_go(first);
+    header *other = let_go(second);
+    if (one && other && list_that_has(one) == list_that_has(other)) {
+        std::lock_guard guard(list_that_has(one)->mutex);
         unlink(one);
+        unlink(other);
+    } else {
+        take_off(one);
+        take_off(other);
     }
     std::free(one);
+    std::free(other);
 }
 
 READS_HEADERS bool is_shared(const void *memory) {
@@ -224,42 +293,32 @@ void allow([[maybe_unused]] const void *from, [[maybe_unused]] const void *to) {
 }
 
 void fail_allocation(u64 n) {
-    std::lock_guard guard(memory_mutex);
+    std::lock_guard guard(fail_mutex);
     fail_in = n;
+    may_fail = fail_in != 0 || fail_chance != 0;
 }
 
 void fail_allocations_at_random(u32 chance, u64 seed) {
-    std::lock_guard guard(memory_mutex);
+    std::lock_guard guard(fail_mutex);
     fail_chance = chance;
     fail_generator.seed(seed);
+    may_fail = fail_in != 0 || fail_chance != 0;
 }
 
 u64 allocations_made() {
-    std::lock_guard guard(memory_mutex);
     return made;
 }
 
 u64 sleeping_allocations_in_atomic() {
-    std::lock_guard guard(memory_mutex);
     return slept_in_atomic;
 }
 
 std::vector<object> leaked_since(const snapshot &before) {
-    std::lock_guard guard(memory_mutex);
     std::vector<object> found;
-    // From the youngest: a test asks often and leaks seldom.
-    for (header *one = alive.previous; one != &alive;) {
-        open(one);
-        header *previous = one->previous;
-        bool old = one->about.serial <= before.serial;
-        if (!old)
-            found.push_back(one->about);
-        close(one);
-        if (old)
-            break;
-        one = previous;
-    }
-    std::reverse(found.begin(), found.end());
+    for (list &one : lists)
+        find_since(&one, before.serial, &found);
+    std::sort(found.begin(), found.end(),
+              [](const object &a, const object &b) { return a.serial < b.serial; });
     return found;
 }
 

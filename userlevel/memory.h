@@ -28,6 +28,7 @@ void *allocate(const char *kind, std::size_t bytes, gfp_t flags, const void *sit
 // What is allocated has one holder. The last one to release it frees it; null is ignored.
 void hold(const void *memory);
 void release(const void *memory);
+void release(const void *first, const void *second); // both, with one look at the list
 // Whether it was allocated as this kind: the same pointer, not the same text.
 bool is_kind(const void *memory, const char *kind);
 

@@ -17,6 +17,9 @@
 #include <cstring>
 #include <mutex>
 #include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace userlevel {
 
@@ -34,9 +37,12 @@ thread_local u32 rtnl_depth = 0;
 
 std::mutex list_mutex; // covers what follows; never held across a call to a device or the chain
 std::vector<net_device *> devices;
+std::unordered_map<std::string, net_device *> by_name;
+std::unordered_set<u32> numbers;
+std::unordered_set<const net_device *> present;
 u32 next_ifindex = 1;
 std::map<const net_device *, netdev_record> records;
-bool recording = false;
+std::atomic<bool> recording = false;
 
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
@@ -50,7 +56,8 @@ std::atomic<packet_type *> packet_types = nullptr; // grows at its head, and onl
 
 // The kernel tells of a changed carrier from a work item of its own.
 std::mutex changed_mutex;
-std::vector<net_device *> changed;
+std::vector<net_device *> changed; // in the order in which they did
+std::unordered_set<const net_device *> among_changed;
 work_item link_watch{};
 
 struct event_info {
@@ -63,16 +70,13 @@ void notify(net_device *device, unsigned long event) {
         block->notifier_call(block, event, &info);
 }
 
-net_device *find_locked(const char *name) {
-    auto found = std::find_if(devices.begin(), devices.end(), [&](const net_device *device) {
-        return std::strncmp(device->name, name, NETDEV_NAME_SIZE) == 0;
-    });
-    return found == devices.end() ? nullptr : *found;
+std::string name_of(const char *name) {
+    return {name, strnlen(name, NETDEV_NAME_SIZE)};
 }
 
-bool number_taken_locked(u32 ifindex) {
-    return std::any_of(devices.begin(), devices.end(),
-                       [&](const net_device *device) { return device->ifindex == ifindex; });
+net_device *find_locked(const char *name) {
+    auto found = by_name.find(name_of(name));
+    return found == by_name.end() ? nullptr : found->second;
 }
 
 // 0, -EEXIST for the name, -EBUSY for the number.
@@ -82,32 +86,40 @@ int enter(net_device *device) {
     if (find_locked(device->name))
         return -EEXIST;
     if (device->ifindex == 0) {
-        while (number_taken_locked(next_ifindex))
+        while (numbers.contains(next_ifindex))
             next_ifindex++;
         device->ifindex = next_ifindex++;
-    } else if (number_taken_locked(device->ifindex)) {
+    } else if (numbers.contains(device->ifindex)) {
         return -busy;
     }
     devices.push_back(device);
+    by_name.emplace(name_of(device->name), device);
+    numbers.insert(device->ifindex);
+    present.insert(device);
     return 0;
 }
 
 void leave(net_device *device) {
     std::lock_guard guard(list_mutex);
+    if (present.erase(device) == 0)
+        return;
     std::erase(devices, device);
+    by_name.erase(name_of(device->name));
+    numbers.erase(device->ifindex);
 }
 
 void watch_link(work_item *) {
     std::vector<net_device *> all;
     {
         std::lock_guard guard(changed_mutex);
+        among_changed.clear();
         all.swap(changed);
     }
     std::lock_guard guard(rtnl);
     for (net_device *device : all) {
         {
             std::lock_guard list(list_mutex);
-            if (std::find(devices.begin(), devices.end(), device) == devices.end())
+            if (!present.contains(device))
                 continue;
         }
         write_once(device->operstate,
@@ -123,7 +135,7 @@ void carrier(net_device *device, bool on) {
     if (the_back && device->back)
         the_back->carrier(device, on);
     std::lock_guard guard(changed_mutex);
-    if (std::find(changed.begin(), changed.end(), device) == changed.end())
+    if (among_changed.insert(device).second)
         changed.push_back(device);
     if (!link_watch.run)
         work_init(&link_watch, watch_link);
@@ -424,6 +436,17 @@ void dev_add_pack(packet_type *type) {
     }
 }
 
+namespace {
+
+void record(net_device *device, const sk_buff *skb) {
+    std::lock_guard guard(list_mutex);
+    if (auto found = records.find(device); found != records.end())
+        found->second.received.push_back(
+            {{skb->data, skb->data + skb->len}, skb->mark, skb->protocol});
+}
+
+} // namespace
+
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
     offer_to_packet_types(skb);
@@ -432,13 +455,8 @@ int netif_rx_ni(sk_buff *skb) {
         the_back->receive(device, skb);
         return 0;
     }
-    {
-        std::lock_guard guard(list_mutex);
-        if (recording)
-            if (auto found = records.find(device); found != records.end())
-                found->second.received.push_back(
-                    {{skb->data, skb->data + skb->len}, skb->mark, skb->protocol});
-    }
+    if (recording)
+        record(device, skb);
     consume_skb(skb);
     return 0;
 }

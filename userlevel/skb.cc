@@ -31,6 +31,7 @@ constexpr u32 SK_BUFF = aligned(232);     // sizeof(struct sk_buff)
 constexpr u32 SHARED_INFO = aligned(320); // sizeof(struct skb_shared_info), behind the data
 
 std::atomic<u64> dropped = 0, consumed = 0, irq = 0;
+std::atomic<u64> blocks = 0;
 
 // The sizes in which kmalloc hands out memory. In 64 bits: whatever length a caller asks for, it
 // comes out as a size that is too large and not as one that has wrapped.
@@ -48,6 +49,7 @@ u64 rounded_up(u64 size) {
 
 // The bytes of a block are an allocation of their own: the frame's end is the block's end.
 u8 *new_block(u64 usable, gfp_t flags, const void *site) {
+    blocks.fetch_add(1, std::memory_order_relaxed);
     return static_cast<u8 *>(allocate("skb data", usable, flags, site));
 }
 
@@ -103,8 +105,7 @@ bool let_go(sk_buff *skb) {
 void destroy(sk_buff *skb) {
     if (skb->destructor)
         skb->destructor(skb);
-    release(skb->head);
-    release(skb);
+    release(skb->head, skb);
 }
 
 void end(sk_buff *skb, std::atomic<u64> &counter) {
@@ -144,6 +145,10 @@ void skb_consume(sk_buff *skb) {
 
 sk_buff *skb_make(u64 size, gfp_t flags, const void *site) {
     return alloc_skb(size, flags, site);
+}
+
+u64 frame_blocks_made() {
+    return blocks.load(std::memory_order_relaxed);
 }
 
 skb_ends skbs_ended() {

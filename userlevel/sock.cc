@@ -51,9 +51,25 @@ timespec after(int milliseconds) {
     return end;
 }
 
+// Under the lock, which is given up meanwhile; until then at most, if one is given. 0, or an error
+// of the wait.
+int wait_for_change(sock *sk, const timespec *end) {
+    sk->waiting++;
+    int result = end ? pthread_cond_timedwait(&sk->changed, &sk->lock, end)
+                     : pthread_cond_wait(&sk->changed, &sk->lock);
+    sk->waiting--;
+    return result;
+}
+
+// Under the lock.
+void wake_all(sock *sk) {
+    if (sk->waiting != 0)
+        pthread_cond_broadcast(&sk->changed);
+}
+
 void wake(sock *sk) {
     guarded guard(sk);
-    pthread_cond_broadcast(&sk->changed);
+    wake_all(sk);
 }
 
 sk_buff *take_first(sock *sk) {
@@ -206,6 +222,8 @@ void socket_set_nonblocking(struct socket *socket, bool on) {
 }
 
 i64 socket_sendmsg(struct socket *socket, const msghdr *msg, int flags) {
+    if (!socket->ops->sendmsg)
+        return -EOPNOTSUPP;
     if (__atomic_load_n(&socket->nonblocking, __ATOMIC_RELAXED))
         flags |= MSG_DONTWAIT;
     carried call(*msg, flags);
@@ -242,8 +260,7 @@ short socket_poll(struct socket *socket, short events, int milliseconds) {
     guarded guard(sk);
     int waited = 0;
     while (!(events_of(sk) & events) && milliseconds != 0 && waited == 0)
-        waited = milliseconds < 0 ? pthread_cond_wait(&sk->changed, &sk->lock)
-                                  : pthread_cond_timedwait(&sk->changed, &sk->lock, &end);
+        waited = wait_for_change(sk, milliseconds < 0 ? nullptr : &end);
     return events_of(sk) & events;
 }
 
@@ -278,8 +295,8 @@ int socket_other(struct socket *) {
 
 void socket_on_ready(struct socket *socket, void (*ready)(void *argument), void *argument) {
     guarded guard(socket->sk);
-    socket->sk->ready = ready;
     socket->sk->ready_argument = argument;
+    __atomic_store_n(&socket->sk->ready, ready, __ATOMIC_RELEASE);
 }
 
 void socket_set_owner(struct socket *socket, int process) {
@@ -337,7 +354,7 @@ void sock_orphan(sock *sk) {
     guarded guard(sk);
     sk->dead = true;
     sk->socket = nullptr;
-    sk->ready = nullptr;
+    __atomic_store_n(&sk->ready, nullptr, __ATOMIC_RELAXED);
 }
 
 void skb_set_owner_r(sk_buff *skb, sock *sk) {
@@ -353,6 +370,7 @@ void sk_queue_tail(sock *sk, sk_buff *skb) {
     (sk->last ? sk->last->next : sk->first) = skb;
     sk->last = skb;
     __atomic_fetch_add(&sk->queued, 1, __ATOMIC_RELAXED);
+    wake_all(sk);
 }
 
 void sk_queue_purge(sock *sk) {
@@ -368,18 +386,12 @@ void sk_queue_purge(sock *sk) {
     }
 }
 
-// Under the lock of the family's list, which a close has to take: the one who is told is there.
+// Who waits in a call is awake already. Under the lock of the family's list, which a close has to
+// take: the one who is told is there.
 void sk_data_ready(sock *sk) {
-    wake(sk);
-    void (*ready)(void *);
-    void *argument;
-    {
-        guarded guard(sk);
-        ready = sk->ready;
-        argument = sk->ready_argument;
-    }
+    void (*ready)(void *) = __atomic_load_n(&sk->ready, __ATOMIC_ACQUIRE);
     if (ready)
-        ready(argument);
+        ready(sk->ready_argument);
 }
 
 sk_buff *sock_alloc_send_skb(sock *sk, unsigned long size, bool noblock, int *error) {
@@ -390,7 +402,7 @@ sk_buff *sock_alloc_send_skb(sock *sk, unsigned long size, bool noblock, int *er
         }
         guarded guard(sk);
         if (!has_room_to_send(sk))
-            pthread_cond_wait(&sk->changed, &sk->lock);
+            wait_for_change(sk, nullptr);
     }
     sk_buff *skb = skb_make(size, GFP_KERNEL, __builtin_return_address(0));
     if (!skb) {
@@ -410,7 +422,7 @@ sk_buff *skb_recv_datagram(sock *sk, unsigned flags, int *error) {
             *error = -EAGAIN;
             return nullptr;
         }
-        pthread_cond_wait(&sk->changed, &sk->lock);
+        wait_for_change(sk, nullptr);
     }
     if (!(flags & MSG_PEEK))
         return take_first(sk);

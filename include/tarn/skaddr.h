@@ -51,7 +51,7 @@ struct l2_skaddr {
     uint32_t ifindex; /* the receiving port; the port to send on */
 };
 
-/* the others */
+/* the others, but for three that have their own */
 struct vlan_skaddr {
     uint8_t dest_mac[6];
     uint8_t src_mac[6];
@@ -67,15 +67,51 @@ struct vlan_skaddr {
     uint32_t reserved5;
 };
 
+/* mld_snoop */
+struct mld_skaddr {
+    uint8_t src_ip[16]; /* receive */
+    uint8_t dst_ip[16];
+    uint8_t dest_mac[6];
+    uint8_t src_mac[6]; /* send: all zero for that of the VLAN's interface */
+    uint32_t ifindex;
+    uint16_t vid;
+    uint16_t vrf;            /* receive */
+    uint32_t except_ifindex; /* send: the port that a flood leaves out */
+};
+
+/* dhcpsn */
+struct dhcpsn_skaddr {
+    uint32_t ifindex; /* where the frame came from; send: 0 for nowhere */
+    uint16_t vid;
+    uint16_t to_stack;       /* receive: 1 for a frame from a port; send: also to the IP stack */
+    uint32_t target_ifindex; /* send: the port to send on, 0 to flood */
+    uint32_t client_ip;      /* send: of the lease, 0 for none */
+    uint8_t client_mac[6];
+    uint16_t reserved;
+};
+
+/* openflowd */
+struct openflow_skaddr {
+    uint16_t family; /* bind: 63 */
+    uint16_t vid;    /* receive */
+    uint32_t ifindex;
+    uint32_t reserved;
+};
+
+/* A binary interface: so long, and no longer. */
 #ifdef __cplusplus
-static_assert(sizeof(struct l2_skaddr) == 16, "a binary interface");
-static_assert(sizeof(struct vlan_skaddr) == 36, "a binary interface");
-#elif !defined(__STDC_VERSION__) || __STDC_VERSION__ < 201112L
-typedef char tarn_l2_skaddr_size[sizeof(struct l2_skaddr) == 16 ? 1 : -1];
-typedef char tarn_vlan_skaddr_size[sizeof(struct vlan_skaddr) == 36 ? 1 : -1];
+#define TARN_SKADDR_SIZE(record, size) static_assert(sizeof(struct record) == (size), #record)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define TARN_SKADDR_SIZE(record, size) _Static_assert(sizeof(struct record) == (size), #record)
 #else
-_Static_assert(sizeof(struct l2_skaddr) == 16, "a binary interface");
-_Static_assert(sizeof(struct vlan_skaddr) == 36, "a binary interface");
+#define TARN_SKADDR_SIZE(record, size)                                                             \
+    typedef char record##_size[sizeof(struct record) == (size) ? 1 : -1]
 #endif
+
+TARN_SKADDR_SIZE(l2_skaddr, 16);
+TARN_SKADDR_SIZE(vlan_skaddr, 36);
+TARN_SKADDR_SIZE(mld_skaddr, 56);
+TARN_SKADDR_SIZE(dhcpsn_skaddr, 24);
+TARN_SKADDR_SIZE(openflow_skaddr, 12);
 
 #endif

@@ -22,7 +22,7 @@
 #include <stdint.h>
 
 /* Where a switch serves it when nobody says otherwise, and a variable that says otherwise. */
-#define TARN_SOCKETS_PATH "/run/tarn-switch/sockets"
+#define TARN_SOCKETS_PATH "/run/tarn/sockets"
 #define TARN_SOCKETS_VARIABLE "TARN_SOCKETS"
 
 /* How the name of a connection's own end begins, in the abstract name space: by it a program knows the

@@ -35,7 +35,7 @@ extern "C" {
 #endif
 
 /* Where a switch serves it when nobody says otherwise, and a variable that says otherwise. */
-#define TARNFWD_SOCKET_PATH "/run/tarn-switch/netlink"
+#define TARNFWD_SOCKET_PATH "/run/tarn/netlink"
 #define TARNFWD_SOCKET_VARIABLE "TARN_NETLINK"
 
 /* The longest packet, either way. */

@@ -21,6 +21,9 @@
 	FUNCTION(tarn_vlan_add_vlan_to_port, "_Z26tarn_vlan_add_vlan_to_portjjj")                  \
 	FUNCTION(tarn_vlan_delete_vlan_from_port, "_Z31tarn_vlan_delete_vlan_from_portjj")         \
 	FUNCTION(tarn_vlan_set_default_pvid, "_Z26tarn_vlan_set_default_pvidjt")                   \
+	FUNCTION(tarn_vlan_set_ingress_filter, "_Z28tarn_vlan_set_ingress_filterjh")               \
+	FUNCTION(tarn_vlan_set_vlan_port_disabled, "_Z32tarn_vlan_set_vlan_port_disabledjjj")      \
+	FUNCTION(tarn_ryke_set_ctrl_vlan, "_Z23tarn_ryke_set_ctrl_vlanjh")                         \
 	FUNCTION(print_redirect_counters, "_Z23print_redirect_countersjP8seq_file")                \
 	FUNCTION(enable_redirect_by_name, "_Z23enable_redirect_by_namePKch")                       \
 	FUNCTION(tarn_udld_enable, "_Z16tarn_udld_enableh")                                        \

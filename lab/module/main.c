@@ -17,6 +17,10 @@
  *   nomember VID IFINDEX
  *   stp IFINDEX STATE                 in every instance
  *   link IFINDEX up|down              the port gained or lost its link
+ *   flags IFINDEX FLAGS               its IFF_UP and IFF_RUNNING, all at once
+ *   filter IFINDEX ON                 frames of VLANs that the port is no member of are refused
+ *   shut IFINDEX VID ON               the port is closed for the VLAN
+ *   ring VID ON                       a control VLAN of ring protection
  *   delete IFINDEX
  *   show IFINDEX                      what reading shows beside the counters from now on
  *   enable NAME | disable NAME
@@ -128,6 +132,14 @@ static int set(const char *line)
 		return lab_stp(a, b);
 	if (sscanf(line, "link %u %11s", &a, choice) == 2)
 		return lab_link(a, strcmp(choice, "up") == 0);
+	if (sscanf(line, "flags %u %u", &a, &b) == 2)
+		return lab_flags(a, b);
+	if (sscanf(line, "filter %u %u", &a, &b) == 2)
+		return lab_filter(a, b);
+	if (sscanf(line, "shut %u %u %u", &a, &b, &c) == 3)
+		return lab_shut(a, b, c);
+	if (sscanf(line, "ring %u %u", &a, &b) == 2)
+		return lab_ring(a, b);
 	if (sscanf(line, "udld %u %u %u", &a, &b, &c) == 3)
 		return lab_udld(a, b, c);
 	if (sscanf(line, "delete %u", &a) == 1)

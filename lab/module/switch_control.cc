@@ -32,6 +32,17 @@ int declared(unsigned ifindex, i32 result) {
     return result;
 }
 
+int change_flags(unsigned ifindex, u32 which, u32 flags) {
+    tarn_if *ifp = CORE(tarn_ifmgr_lookup_by_index)(ifindex);
+    if (!ifp)
+        return TARN_ERR_NO_INTERFACE;
+    u32 old = read_once(ifp->flags);
+    write_once(ifp->flags, (old & ~which) | flags);
+    CORE(tarn_ifmgr_L2_link_state_check)(ifp, (old & TARN_IF_LINK) == TARN_IF_LINK);
+    CORE(tarn_ifmgr_if_ref_put)(ifp);
+    return 0;
+}
+
 } // namespace
 
 int lab_port(unsigned ifindex, const char *name, const unsigned char *address, int routed) {
@@ -88,14 +99,23 @@ int lab_stp(unsigned ifindex, unsigned state) {
 }
 
 int lab_link(unsigned ifindex, int up) {
-    tarn_if *ifp = CORE(tarn_ifmgr_lookup_by_index)(ifindex);
-    if (!ifp)
-        return TARN_ERR_NO_INTERFACE;
-    u32 old = read_once(ifp->flags);
-    write_once(ifp->flags, up ? old | IFF_RUNNING : old & ~IFF_RUNNING);
-    CORE(tarn_ifmgr_L2_link_state_check)(ifp, (old & TARN_IF_LINK) == TARN_IF_LINK);
-    CORE(tarn_ifmgr_if_ref_put)(ifp);
-    return 0;
+    return change_flags(ifindex, IFF_RUNNING, up ? IFF_RUNNING : 0);
+}
+
+int lab_flags(unsigned ifindex, unsigned flags) {
+    return change_flags(ifindex, TARN_IF_LINK, flags);
+}
+
+int lab_filter(unsigned ifindex, int on) {
+    return CORE(tarn_vlan_set_ingress_filter)(ifindex, static_cast<u8>(on));
+}
+
+int lab_shut(unsigned ifindex, unsigned vid, int on) {
+    return CORE(tarn_vlan_set_vlan_port_disabled)(ifindex, vid, static_cast<u32>(on));
+}
+
+int lab_ring(unsigned vid, int on) {
+    return CORE(tarn_ryke_set_ctrl_vlan)(vid, static_cast<u8>(on));
 }
 
 int lab_enable(const char *name, int value) {

@@ -34,6 +34,10 @@ int lab_member(unsigned int vid, unsigned int ifindex, int tagged);
 int lab_no_member(unsigned int vid, unsigned int ifindex);
 int lab_stp(unsigned int ifindex, unsigned int state); /* in every instance */
 int lab_link(unsigned int ifindex, int up);
+int lab_flags(unsigned int ifindex, unsigned int flags); /* IFF_UP, IFF_RUNNING */
+int lab_filter(unsigned int ifindex, int on);
+int lab_shut(unsigned int ifindex, unsigned int vid, int on);
+int lab_ring(unsigned int vid, int on);
 int lab_enable(const char *name, int value);
 int lab_udld(unsigned int ifindex, int on, unsigned int filter);
 

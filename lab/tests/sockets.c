@@ -15,18 +15,20 @@
 
 static int kernel_log = -1;
 
-static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
-			 unsigned length)
+static void home_deliver(unsigned ifindex, unsigned vid, const struct case_meta *meta,
+			 const unsigned char *frame, unsigned length)
 {
 	char hex[1024];
 
 	for (unsigned i = 0; i < length; i++)
 		snprintf(hex + 2 * i, 3, "%02x", frame[i]);
-	if (lab_command("frames 1 %u %u 0 %u %s", ifindex, vid, flags, hex) != 0)
+	if (lab_command("meta %u 0 0", meta->code) != 0 ||
+	    lab_command("frames 1 %u %u %u %u %s", ifindex, vid, meta->local, meta->flags, hex) != 0 ||
+	    lab_command("meta 0 0 0") != 0)
 		lab_failures++;
 }
 
-static int tap = -1; /* at the other end of the port's cable */
+static int taps[3] = { -1, -1, -1 }; /* at the other ends of the cables of ports 5001 and 5002 */
 
 static int is_from_a_daemon(const unsigned char *frame)
 {
@@ -56,8 +58,9 @@ static long put_tag_back(struct msghdr *msg, unsigned char *frame, long length)
 	return length;
 }
 
-static long home_sent(unsigned char *frame, unsigned size, int milliseconds)
+static long home_sent(unsigned port, unsigned char *frame, unsigned size, int milliseconds)
 {
+	int tap = taps[port - 5000];
 	struct pollfd one = { .fd = tap, .events = POLLIN };
 	unsigned char bytes[2048];
 	char control[256];
@@ -75,6 +78,29 @@ static long home_sent(unsigned char *frame, unsigned size, int milliseconds)
 		memcpy(frame, bytes, (size_t)found);
 	}
 	return found;
+}
+
+static long home_stops(const char *redirect, int reason)
+{
+	return lab_stops(redirect, reason);
+}
+
+static void home_set(const char *what, unsigned value)
+{
+	int result;
+
+	if (strcmp(what, "flags") == 0 || strcmp(what, "filter") == 0)
+		result = lab_command("%s %u %u", what, CASE_PORT, value);
+	else if (strcmp(what, "shut") == 0)
+		result = lab_command("shut %u 1 %u", CASE_PORT, value);
+	else if (strcmp(what, "aggregator") == 0)
+		result = lab_command("aggregator %u lag2 02:00:00:00:02:02 3", value) == 0 ?
+				 lab_command("flags %u 65", value) :
+				 -1;
+	else
+		result = lab_command("%s %s", value ? "enable" : "disable", what);
+	if (result != 0)
+		CHECK(result == 0, "%s is set to %u", what, value);
 }
 
 static void home_udld(int on, int filter)
@@ -161,6 +187,8 @@ static const struct socket_home home = {
 	.readable = daemon_readable,
 	.deliver = home_deliver,
 	.sent = home_sent,
+	.stops = home_stops,
+	.set = home_set,
 	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,
@@ -185,28 +213,59 @@ static void another_namespace_has_none(void)
 	      "no socket opens in another network namespace (%d)", WEXITSTATUS(status));
 }
 
-/* Port 5001 gets a cable, whose other end is in a namespace that says little itself. */
-static int plug_in(void)
+/* A port gets a cable, whose other end is in a namespace that says little itself. */
+static void plug_in(int k, int far)
 {
-	int far, on = 1;
+	char near[8], there[8], words[64];
+	int on = 1;
 
+	snprintf(near, sizeof(near), "s%d", k);
+	snprintf(there, sizeof(there), "t%d", k);
+	snprintf(words, sizeof(words), "port %d %s\nvlan %d 1 untagged\n", 5000 + k, near, 5000 + k);
+	CHECK(net_pair(near, there, far) == 0 && net_up(NET_HERE, near, 1) == 0 && net_up(far, there, 1) == 0 &&
+		      chip(words) == 0 && lab_command("stp %d 3", 5000 + k) == 0,
+	      "port %d has a cable", k);
+	taps[k] = net_tap(far, there, ETH_P_ALL);
+	CHECK(setsockopt(taps[k], SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0,
+	      "which is listened to");
+}
+
+static void unplug(int k)
+{
+	char near[8], words[32];
+
+	snprintf(near, sizeof(near), "s%d", k);
+	snprintf(words, sizeof(words), "noport %d\n", 5000 + k);
+	CHECK(chip(words) == 0 && lab_command("stp %d 0", 5000 + k) == 0 && net_delete(NET_HERE, near) == 0,
+	      "the cable is gone");
+	close(taps[k]);
+}
+
+static int start_switch(void)
+{
+	int far;
+
+	lab_setup();
 	lab_load("tarn_chip");
 	far = net_namespace();
-	CHECK(net_pair("s1", "t1", far) == 0 && net_up(NET_HERE, "s1", 1) == 0 &&
-		      net_up(far, "t1", 1) == 0 && chip("port 5001 s1\nvlan 5001 1 untagged\n") == 0 &&
-		      lab_command("stp 5001 3") == 0,
-	      "the port has a cable");
-	tap = net_tap(far, "t1", ETH_P_ALL);
-	CHECK(setsockopt(tap, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0,
-	      "which is listened to");
+	plug_in(1, far);
+	CHECK(lab_command("port 5002 if5002 02:00:00:00:50:02") == 0 &&
+		      lab_command("member 1 5002 untagged") == 0 && lab_command("link 5002 up") == 0,
+	      "there is a second port");
+	plug_in(2, far);
+	CHECK(net_up(NET_HERE, "vlan1", 1) == 0, "the VLAN's interface is up");
 	return far;
 }
 
-static void unplug(int far)
+/* Others may look for what was there before: the first port and its VLAN. */
+static void end_switch(int far)
 {
-	CHECK(chip("noport 5001\n") == 0 && lab_command("stp 5001 0") == 0 &&
-		      net_delete(NET_HERE, "s1") == 0, "the cable is gone");
-	close(tap);
+	CHECK(net_up(NET_HERE, "vlan1", 0) == 0, "the VLAN's interface is down");
+	unplug(2);
+	CHECK(lab_command("nomember 1 5002") == 0 && lab_command("delete 5002") == 0 &&
+		      lab_command("delete %u", CASE_AGGREGATOR) == 0,
+	      "what was declared is gone");
+	unplug(1);
 	close(far);
 }
 
@@ -221,12 +280,34 @@ static void run(const struct socket_case *cases, size_t count)
 	}
 }
 
+/* Nothing but ring protection leaves by a control VLAN: a frame that is sent through its device. */
+static void control_vlans_are_kept_free(void)
+{
+	struct vlan_skaddr name = { .ifindex = CASE_VLAN_INTERFACE };
+	unsigned char frame[60] = { 0x03, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 7, 0x90, 0x00 };
+	static const unsigned char ring[6] = { 0, 0xe0, 0x2b, 0, 0, 4 };
+	int fd = socket(TARN_AF_TESTD, SOCK_RAW, 0);
+	unsigned char seen[2048];
+
+	CHECK(daemon_send(fd, &name, sizeof(name), frame, 60) == 60 &&
+		      home_sent(CASE_PORT, seen, sizeof(seen), 2000) == 60 && memcmp(seen, frame, 60) == 0,
+	      "a frame leaves through the device of a VLAN");
+	CHECK(lab_command("ring 1 1") == 0 && daemon_send(fd, &name, sizeof(name), frame, 60) == 60 &&
+		      home_sent(CASE_PORT, seen, sizeof(seen), 200) == -1,
+	      "but not of a control VLAN");
+	memcpy(frame, ring, sizeof(ring));
+	CHECK(daemon_send(fd, &name, sizeof(name), frame, 60) == 60 &&
+		      home_sent(CASE_PORT, seen, sizeof(seen), 2000) == 60,
+	      "except to ring protection");
+	CHECK(lab_command("ring 1 0") == 0, "it is no control VLAN any more");
+	close(fd);
+}
+
 int main(void)
 {
 	int limit, far;
 
-	lab_setup();
-	far = plug_in();
+	far = start_switch();
 	limit = open("/proc/sys/kernel/printk_devkmsg", O_WRONLY | O_CLOEXEC);
 	CHECK(write(limit, "on\n", 3) == 3, "the log takes any number of marks");
 	close(limit);
@@ -236,6 +317,7 @@ int main(void)
 	run(socket_cases, SOCKET_CASES);
 	run(daemon_cases, DAEMON_CASES);
 	another_namespace_has_none();
-	unplug(far);
+	control_vlans_are_kept_free();
+	end_switch(far);
 	return lab_result();
 }

@@ -18,8 +18,7 @@
 /* The namespaces, from 1. */
 extern int host[HOSTS + 1];
 
-/* Loads the modules, makes hosts and ports, and leads what is for the switch itself to the IP stack.
- * The end gives everything back. */
+/* Loads the modules, makes hosts and ports. The end gives everything back. */
 void switch_start(void);
 void switch_end(void);
 

@@ -2,6 +2,7 @@
 
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_index.h"
 #include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/bug.h"
 #include "kernel/log.h"
@@ -10,6 +11,7 @@
 
 constinit tarn_if_db *p_tarn_if_db = nullptr;
 constinit rwlock_t tarn_if_db_lock{};
+constinit tarn_if *tarn_ifmgr_index[TARN_IF_INDEX_PLACES] = {};
 
 namespace {
 
@@ -22,6 +24,14 @@ int _tarn_ifmgr_if_cmp(const void *key, const void *info) {
     if (wanted < there)
         return -1;
     return wanted > there ? 1 : 0;
+}
+
+// Under the lock. Sees deleted and destroyed records too.
+tarn_if *_find(u32 ifindex) {
+    if (tarn_if *ifp = tarn_ifmgr_index_find(ifindex)) [[likely]]
+        return ifp;
+    const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex);
+    return node ? static_cast<tarn_if *>(node->info) : nullptr;
 }
 
 void _put(tarn_if *ifp, bool may_sleep) {
@@ -80,8 +90,7 @@ tarn_if *tarn_ifmgr_lookup_by_index(u32 ifindex) {
 
     tarn_if *found = nullptr;
     read_lock_bh(&tarn_if_db_lock);
-    if (const tarn_avl_node *node = tarn_avl_lookup(p_tarn_if_db->tree, &ifindex)) {
-        auto *ifp = static_cast<tarn_if *>(node->info);
+    if (tarn_if *ifp = _find(ifindex)) {
         u32 state = read_once(ifp->if_flags) & (TARN_IF_F_VALID | TARN_IF_F_DELETED);
         if (state == TARN_IF_F_VALID && refcount_inc_not_zero(&ifp->refcnt))
             found = ifp;

@@ -2,8 +2,8 @@
 //
 // In: an ifindex or a VID. Out: the tarn_if with one reference taken, which the caller drops with
 // tarn_ifmgr_if_ref_put, or null for an interface that is unknown, deleted or destroyed, and for
-// anything before tarn_ifmgr_init has finished. A lookup costs a read lock, one descent of the tree
-// and one atomic increment.
+// anything before tarn_ifmgr_init has finished. A lookup costs a read lock, one look into a table
+// (tarn_ifmgr_index.h), seldom a descent of the tree, and one atomic increment.
 //
 // A record is installed with one reference, the database's own. Deletion marks it TARN_IF_F_DELETED
 // and drops that reference; the last reference to go runs the record's destructor in the context of

@@ -3,6 +3,7 @@
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_destroy.h"
+#include "ifmgr/tarn_ifmgr_index.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
 
@@ -20,6 +21,8 @@ tarn_if *_find(u32 ifindex) {
 i32 _insert(tarn_if *record) {
     write_lock_bh(&tarn_if_db_lock);
     i32 result = tarn_avl_insert(p_tarn_if_db->tree, record);
+    if (result == 0)
+        tarn_ifmgr_index_add(record);
     write_unlock_bh(&tarn_if_db_lock);
     return result == 0 ? 0 : TARN_ERR_TREE_INSERT;
 }
@@ -55,6 +58,7 @@ void _free_replaced() {
 void _take_out(tarn_if *old) {
     write_lock_bh(&tarn_if_db_lock);
     tarn_avl_delete(p_tarn_if_db->tree, &old->ifindex);
+    tarn_ifmgr_index_remove(old);
     write_unlock_bh(&tarn_if_db_lock);
     if (old->type != TARN_IF_TYPE_VLAN)
         return;

@@ -2,7 +2,7 @@
 //
 // A family is three constant tables, registered by one call; each home turns them into what its
 // kernel wants. What a table leaves out is refused as the kernel refuses it: bind, connect and
-// their like, socket options, a receive that is null; poll is that of any datagram socket.
+// their like, socket options, a send or receive that is null; poll is that of any datagram socket.
 //
 //   sock_register(family)     0, -EEXIST, or -ENOBUFS where the kernel has no room for the number
 //   sk_alloc(net, family, flags, proto, kern)
@@ -58,7 +58,7 @@ struct proto {
 struct proto_ops {
     i32 family;
     i32 (*release)(struct socket *socket);
-    i32 (*sendmsg)(struct socket *socket, msghdr *msg, std::size_t length);
+    i32 (*sendmsg)(struct socket *socket, msghdr *msg, std::size_t length);          // null: none
     i32 (*recvmsg)(struct socket *socket, msghdr *msg, std::size_t size, i32 flags); // null: none
 };
 

@@ -3,7 +3,6 @@
 #include "kernel/locks.h"
 #include "kernel/once.h"
 #include "pkt/frame.h"
-#include "pkt/pkt_redirect.h"
 
 namespace {
 
@@ -13,6 +12,17 @@ constexpr u32 _FACTS = 32;
 static_assert(REDIRECT_PLACES + 1 == process_packet_rxs.size());
 
 constinit rwlock_t _lock{};
+
+// Who changes frames that come like that: an index of two bits.
+constexpr u32 _WITH_FLAGS = 1, _WITH_CODE = 2, _WAYS = 4;
+constinit u32 _modifiers[_WAYS] = {};
+constinit u32 _modified = 0, _modified_summed_up = 0; // frames
+
+// A bit for each place of process_packet_rxs. Two words, since not every machine reads a longer one
+// whole.
+struct redirect_places {
+    u32 words[2];
+};
 
 // Who is asked, by class; who of them can decide, by fact.
 constinit redirect_places _asked[FRAME_CLASSES] = {};
@@ -53,7 +63,27 @@ void _sum_up_class(u32 of) {
     }
 }
 
+// The fact, or none.
+u32 _if(bool holds, frame_fact fact) {
+    return holds ? u32{fact} : 0;
+}
+
+bool _modifies(const packet_redirect *redirect) {
+    return redirect && read_once(redirect->enabled) && redirect->modify_rx;
+}
+
+void _sum_up_modified() {
+    u32 now = read_once(_modified);
+    u32 seen = now - _modified_summed_up;
+    _modified_summed_up = now;
+    for (const u8 *slot = process_packet_modify_rx.data(); *slot != REDIRECT_ORDER_END; slot++)
+        if (packet_redirect *redirect = packet_redirects[*slot]; _modifies(redirect))
+            write_once(redirect->modify_rx_inspects,
+                       read_once(redirect->modify_rx_inspects) + seen);
+}
+
 void _sum_up() {
+    _sum_up_modified();
     for (u32 of = 0; of < FRAME_CLASSES; of++)
         _sum_up_class(of);
 }
@@ -82,16 +112,25 @@ redirect_places _concerned_with(u32 fact) {
     return concerned;
 }
 
+u32 _modifiers_of(u32 way) {
+    const u32 facts = FRAME_ANY | _if(way & _WITH_FLAGS, FRAME_TRAP_FLAGS) |
+                      _if(way & _WITH_CODE, FRAME_TRAP_CODE);
+    u32 found = 0;
+    for (u32 place = 0; process_packet_modify_rx[place] != REDIRECT_ORDER_END; place++) {
+        const packet_redirect *redirect = packet_redirects[process_packet_modify_rx[place]];
+        if (_modifies(redirect) && (redirect->modify_concerns & facts))
+            found |= 1u << place;
+    }
+    return found;
+}
+
 void _renew() {
+    for (u32 way = 0; way < _WAYS; way++)
+        write_once(_modifiers[way], _modifiers_of(way));
     for (u32 of = 0; of < FRAME_CLASSES; of++)
         _publish(&_asked[of], _asked_about(of));
     for (u32 fact = 0; fact < _FACTS; fact++)
         _publish(&_concerned[fact], _concerned_with(fact));
-}
-
-// The fact, or none.
-u32 _if(bool holds, frame_fact fact) {
-    return holds ? u32{fact} : 0;
 }
 
 u32 _type_facts(u32 ethertype) {
@@ -115,10 +154,22 @@ u32 _type_facts(u32 ethertype) {
     }
 }
 
+// The last three bytes of an address that IEEE 802.1 keeps for bridges.
+u32 _bridge_facts(const u8 *group) {
+    switch (u32{group[0]} << 16 | u32{group[1]} << 8 | group[2]) {
+    case 0x00:
+        return FRAME_TO_STP;
+    case 0x02:
+        return FRAME_TO_LACP;
+    default:
+        return FRAME_TO_BRIDGES;
+    }
+}
+
 u32 _destination_facts(const u8 *destination) {
     switch (u32{destination[0]} << 16 | u32{destination[1]} << 8 | destination[2]) {
     case 0x0180C2:
-        return FRAME_TO_BRIDGES;
+        return _bridge_facts(destination + 3);
     case 0x01154E: // MRP
     case 0x01000C: // UDLD
     case 0x09002B: // IS-IS
@@ -132,10 +183,11 @@ u32 _destination_facts(const u8 *destination) {
 }
 
 u32 _source_facts(const u8 *source) {
-    u8 any = 0;
-    for (u32 i = 0; i < ETH_ALEN; i++)
-        any |= source[i];
-    return _if((source[0] & 1) || any == 0, FRAME_UNREAL_SOURCE);
+    u32 first;
+    u16 last;
+    memcpy(&first, source, sizeof(first));
+    memcpy(&last, source + sizeof(first), sizeof(last));
+    return _if((source[0] & 1) || (first | last) == 0, FRAME_UNREAL_SOURCE);
 }
 
 } // namespace
@@ -144,53 +196,36 @@ void pkt_candidates_init() {
     rwlock_init(&_lock, "redirect_candidates_lock");
 }
 
-frame_class pkt_frame_class(u32 ethertype) {
-    switch (ethertype) {
-    case ETH_P_ARP:
-        return FRAME_CLASS_ARP;
-    case ETH_P_IP:
-        return FRAME_CLASS_IPV4;
-    case ETH_P_IPV6:
-        return FRAME_CLASS_IPV6;
-    default:
-        return FRAME_CLASS_OTHER;
-    }
-}
-
-u32 pkt_frame_facts(const tarn_pkt_info *info) {
-    u8 addresses[2 * ETH_ALEN];
-    frame_bytes(info->skb).copy(ETH_DST_OFFSET, addresses, sizeof(addresses));
+u32 pkt_frame_facts(const tarn_pkt_info *info, const u8 *addresses) {
     return FRAME_ANY | _type_facts(info->ethertype) | _destination_facts(addresses) |
            _source_facts(addresses + ETH_SRC_OFFSET) | _if(info->mac_multicast, FRAME_TO_GROUP) |
            _if(info->flags != 0, FRAME_TRAP_FLAGS) | _if(info->code != 0, FRAME_TRAP_CODE) |
-           _if(info->local || !info->rx_port, FRAME_WITHOUT_PORT);
+           _if(!info->rx_port, FRAME_WITHOUT_PORT);
 }
 
-redirect_places pkt_candidates(frame_class of, u32 facts) {
-    redirect_places concerned{};
+u64 pkt_candidates(u32 facts) {
+    const redirect_places &asked = _asked[pkt_frame_class(facts)];
+    u32 low = 0, high = 0;
     for (; facts != 0; facts &= facts - 1) {
-        const redirect_places &more = _concerned[__builtin_ctz(facts)];
-        concerned.words[0] |= read_once(more.words[0]);
-        concerned.words[1] |= read_once(more.words[1]);
+        const redirect_places &concerned = _concerned[__builtin_ctz(facts)];
+        low |= read_once(concerned.words[0]);
+        high |= read_once(concerned.words[1]);
     }
-    concerned.words[0] &= read_once(_asked[of].words[0]);
-    concerned.words[1] &= read_once(_asked[of].words[1]);
-    return concerned;
-}
-
-u32 pkt_candidates_next(redirect_places *left) {
-    for (u32 word = 0; word < 2; word++) {
-        u32 bits = left->words[word];
-        if (bits == 0)
-            continue;
-        left->words[word] = bits & (bits - 1);
-        return word * _WORD_BITS + static_cast<u32>(__builtin_ctz(bits));
-    }
-    return REDIRECT_PLACES;
+    low &= read_once(asked.words[0]);
+    high &= read_once(asked.words[1]);
+    return u64{high} << _WORD_BITS | low;
 }
 
 void pkt_candidates_count(frame_class of, u32 place) {
     count_up(_ended[of][place]);
+}
+
+u32 pkt_modifiers(const tarn_rx_meta *meta) {
+    return read_once(_modifiers[(meta->flags ? _WITH_FLAGS : 0) | (meta->code ? _WITH_CODE : 0)]);
+}
+
+void pkt_modifiers_count() {
+    count_up(_modified);
 }
 
 void pkt_candidates_change_begin() {

@@ -3,7 +3,6 @@
 #include "ifmgr/tarn_ifmgr.h"
 #include "pkt/pkt_candidates.h"
 #include "pkt/pkt_explain.h"
-#include "pkt/pkt_redirect.h"
 #include "pkt/pkt_rx.h"
 
 namespace {
@@ -12,13 +11,13 @@ namespace {
 template <bool Watched>
 u32 _walk(tarn_pkt_info *info) {
     sk_buff *const given = info->skb;
-    const frame_class of = pkt_frame_class(info->ethertype);
-    redirect_places left = pkt_candidates(of, pkt_frame_facts(info));
+    const frame_class of = pkt_frame_class(info->facts);
     redirect_instruct instruct{};
     info->order = process_packet_rxs.data();
     info->result = 0;
 
-    for (u32 place; (place = pkt_candidates_next(&left)) != REDIRECT_PLACES;) {
+    for (u64 left = pkt_candidates(info->facts); left != 0; left &= left - 1) {
+        const u32 place = static_cast<u32>(__builtin_ctzll(left));
         const u8 slot = process_packet_rxs[place];
         packet_redirect *redirect = packet_redirects[slot];
         redirect->match(info, &instruct);

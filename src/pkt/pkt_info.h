@@ -78,6 +78,7 @@ struct tarn_pkt_info {
     u8 local;
     u8 local_post_kernel;
     redirect_why *why; // for a match to fill; null while nobody watches
+    u32 facts;         // frame_fact (pkt_redirect.h)
 };
 
 enum redirect_flag : u32 {

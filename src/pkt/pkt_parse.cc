@@ -1,15 +1,24 @@
 // Header parsing: Ethernet, IPv4 (RFC 791), IPv6 with its extension headers (RFC 8200).
 #include "kernel/ipv6.h"
+#include "pkt/fragment.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_candidates.h"
 #include "pkt/pkt_rx.h"
 
 namespace {
 
+constexpr u8 _IPPROTO_TCP = 6;
 constexpr u8 _IPPROTO_UDP = 17;
 constexpr u8 _IPPROTO_ICMPV6 = 58;
+constexpr u8 _IPPROTO_PIM = 103;
+constexpr u8 _IPPROTO_VRRP = 112;
 
 constexpr u32 _IPV4_HLEN = 20;
 constexpr u32 _IPV6_HLEN = 40;
+
+u32 _be16(const u8 *at) {
+    return u32{at[0]} << 8 | at[1];
+}
 
 void _parse_addresses(tarn_pkt_info *info, const u8 *destination) {
     constexpr u8 broadcast[ETH_ALEN] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -24,6 +33,18 @@ bool _ipv4_group_matches(const u8 *destination, const u8 *group) {
            destination[4] == group[2] && destination[5] == group[3];
 }
 
+u32 _protocol_facts(u8 protocol) {
+    switch (protocol) {
+    case _IPPROTO_TCP:
+        return FRAME_TCP;
+    case _IPPROTO_PIM:
+    case _IPPROTO_VRRP:
+        return FRAME_IP_ROUTING;
+    default:
+        return 0;
+    }
+}
+
 void _parse_ipv4(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8 *destination) {
     u8 header[_IPV4_HLEN];
     frame.copy(at, header, sizeof(header));
@@ -33,6 +54,9 @@ void _parse_ipv4(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
     info->ip_proto = header[9];
     memcpy(info->src_ip, header + 12, 4);
     memcpy(info->dst_ip, header + 16, 4);
+    info->facts |= _protocol_facts(info->ip_proto);
+    if (is_ipv4_fragment(info))
+        info->facts |= FRAME_FRAGMENT;
     info->ipv4_mc_mac_matches = info->mac_ipv4_mc && _ipv4_group_matches(destination, info->dst_ip);
 }
 
@@ -66,6 +90,7 @@ void _parse_ipv6(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
         info->rtr_alert = tarn_ipv6_mc_is_rtr_alert_present(frame, at + _IPV6_HLEN);
 
     i32 transport = _skip_extensions(info, frame, at);
+    info->facts |= _protocol_facts(info->ipv6_next_header);
     if (transport < 0) {
         info->ipv6_parsed = info->ipv6_next_header == NEXTHDR_NONE;
         return;
@@ -82,20 +107,21 @@ void _parse_ipv6(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
 
 void tarn_pkt_parse(tarn_pkt_info *info) {
     frame_bytes frame(info->skb);
-    u8 destination[ETH_ALEN];
-    frame.copy(ETH_DST_OFFSET, destination, sizeof(destination));
+    u8 start[VLAN_TYPE_OFFSET + 2]; // both addresses, the type, and a second one behind a tag
+    frame.copy(0, start, sizeof(start));
 
-    u16 type = frame.be16(ETH_TYPE_OFFSET);
+    u32 type = _be16(start + ETH_TYPE_OFFSET);
     u32 at = ETH_HLEN;
     // One tag was stripped; a second one is looked behind.
     if (type == ETH_P_8021Q) {
-        type = frame.be16(VLAN_TYPE_OFFSET);
+        type = _be16(start + VLAN_TYPE_OFFSET);
         at += VLAN_HLEN;
     }
     info->ethertype = type;
-    _parse_addresses(info, destination);
+    _parse_addresses(info, start);
+    info->facts = pkt_frame_facts(info, start);
     if (type == ETH_P_IP)
-        _parse_ipv4(info, frame, at, destination);
+        _parse_ipv4(info, frame, at, start);
     else if (type == ETH_P_IPV6)
-        _parse_ipv6(info, frame, at, destination);
+        _parse_ipv6(info, frame, at, start);
 }

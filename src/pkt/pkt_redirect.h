@@ -33,11 +33,16 @@ enum frame_fact : u32 {
     FRAME_IPV6 = 0x010,
     FRAME_OF_PROTOCOL = 0x020,   // its type is that of a protocol with a redirect
     FRAME_TO_PROTOCOL = 0x040,   // its destination has the three bytes of such a protocol
-    FRAME_TO_BRIDGES = 0x080,    // its destination starts 01:80:C2
+    FRAME_TO_BRIDGES = 0x080,    // its destination starts 01:80:C2, and is neither of these two:
+    FRAME_TO_STP = 0x8000,       // 01:80:C2:00:00:00
+    FRAME_TO_LACP = 0x10000,     // 01:80:C2:00:00:02
     FRAME_TO_GROUP = 0x100,      // but not to all
     FRAME_UNREAL_SOURCE = 0x200, // a group or zero
     FRAME_TRAP_FLAGS = 0x400,    // tarn_rx_meta.flags has any
     FRAME_TRAP_CODE = 0x800,     // tarn_rx_meta.code is not 0
+    FRAME_FRAGMENT = 0x1000,     // of IPv4, the first one too
+    FRAME_TCP = 0x2000,          // over IP
+    FRAME_IP_ROUTING = 0x4000,   // PIM or VRRP, over IP
 };
 
 // Kinds of replicated frames, in the order of stack_repl_strings.
@@ -90,6 +95,9 @@ struct packet_redirect {
     // FRAME_*: a frame with none of these facts is none that `match` wants. It is not called then,
     // though it counts as if it were; 0 for one that only modifies.
     u32 concerns = FRAME_ANY;
+    // The same for `modify_rx`, which comes before a frame is looked at: FRAME_ANY,
+    // FRAME_TRAP_FLAGS or FRAME_TRAP_CODE.
+    u32 modify_concerns = FRAME_ANY;
 };
 
 extern std::array<packet_redirect *, REDIRECT_SLOTS> packet_redirects;

@@ -43,16 +43,6 @@ void _prepare_local(tarn_pkt_info *info, sk_buff *skb, u32 vid, const tarn_rx_me
     info->vlan_member_ok = 1;
 }
 
-void _modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
-    for (const u8 *slot = process_packet_modify_rx.data(); *slot != REDIRECT_ORDER_END; slot++) {
-        packet_redirect *redirect = packet_redirects[*slot];
-        if (!redirect || !read_once(redirect->enabled) || !redirect->modify_rx)
-            continue;
-        count_up(redirect->modify_rx_inspects);
-        redirect->modify_rx(modify, meta, ifp, skb);
-    }
-}
-
 // A frame of a VLAN without an interface is measured against VLAN 1's address.
 u8 _src_mac_is_own(const tarn_pkt_info *info) {
     frame_bytes frame(info->skb);
@@ -92,7 +82,7 @@ void _prepare_port(tarn_pkt_info *info, sk_buff *skb, tarn_if *ifp, u32 vid,
 
     tarn_rx_modify modify{
         .rx_vid = vid, .vid = vid, .flood_except = {meta->flood_except[0], meta->flood_except[1]}};
-    _modify_rx(&modify, meta, ifp, skb);
+    tarn_pkt_modify_rx(&modify, meta, ifp, skb);
 
     _take_meta(info, skb, meta);
     info->flood_except[0] = modify.flood_except[0];

@@ -2,6 +2,7 @@
 //
 //   rxtx_hw_packet_recv     finds the port                                  pkt_rx.cc
 //   tarn_pkt_process        prepares the classification, runs the chain     pkt_rx.cc
+//   tarn_pkt_modify_rx      lets the hooks before classification at it      pkt_modify_rx.cc
 //   tarn_pkt_parse          reads the headers                               pkt_parse.cc
 //   tarn_pkt_low_mem        is memory short?                                pkt_low_mem.cc
 //   tarn_pkt_chain          asks the redirects                              pkt_chain.cc
@@ -25,6 +26,10 @@ u32 tarn_pkt_process(sk_buff *skb, tarn_if *ifp, u32 vid, const tarn_rx_meta *me
 
 // Fills the fields from `ethertype` to `udp_dport` from info->skb.
 void tarn_pkt_parse(tarn_pkt_info *info);
+
+// Lets the modify_rx hooks at a frame that came in on a port.
+void tarn_pkt_modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp,
+                        sk_buff *skb);
 
 // Memory is short with fewer bytes free than this: 20 MiB.
 inline constexpr u32 TARN_PKT_LOW_MEM_BYTES = 0x1400000;

@@ -1,5 +1,6 @@
 // "dos": reports frames that look like an attack. Reports only: the frame goes on.
 #include "control/tarnfwd_nl_event.h"
+#include "pkt/fragment.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
 #include "redirects/redirects.h"
@@ -7,12 +8,10 @@
 namespace {
 
 constexpr u32 _SLOT = 28;
-constexpr u16 _FRAGMENT_BITS = 0x3FFF; // more fragments, and the offset
 constexpr u32 _REPORTED_BYTES = 20;
 
 i32 tarn_dos_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    bool fragment =
-        info->ethertype == ETH_P_IP && (be16_to_cpu(info->ip_frag_off) & _FRAGMENT_BITS) != 0;
+    bool fragment = info->ethertype == ETH_P_IP && is_ipv4_fragment(info);
     if (fragment || (info->flags & TARN_RX_DOS))
         instruct->flags |= REDIRECT_POST_USERSPACE;
     return 0;
@@ -36,6 +35,6 @@ i32 tarn_dos_init() {
     packet_redirect record{.name = "dos",
                            .match = tarn_dos_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dos,
-                           .concerns = FRAME_IPV4 | FRAME_TRAP_FLAGS};
+                           .concerns = FRAME_FRAGMENT | FRAME_TRAP_FLAGS};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -36,6 +36,7 @@ i32 tarn_filter_match_cpucode_init() {
                            .match = tarn_filter_match_instruction_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = tarn_filter_match_cpucode_modify_packet_rx,
-                           .concerns = FRAME_TRAP_FLAGS};
+                           .concerns = FRAME_TRAP_FLAGS,
+                           .modify_concerns = FRAME_TRAP_FLAGS};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

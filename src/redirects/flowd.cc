@@ -1,12 +1,12 @@
 // "flowd": frames that the chip has marked for flow tracking go to the flow daemon, through a raw
 // netlink group.
 #include "control/tarnfwd_netlink.h"
-#include "ifmgr/tarn_ifmgr.h"
 #include "kernel/bytes.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/skb.h"
 #include "pkt/pkt_redirect.h"
+#include "redirects/ingress.h"
 #include "redirects/redirects.h"
 #include "redirects/tap.h"
 
@@ -41,12 +41,6 @@ i32 flowd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct
     return 0;
 }
 
-// A dynamic aggregator speaks for its ports.
-u32 _ifindex_of(tarn_if *port) {
-    const tarn_if *logical = tarn_ifmgr_logical_port(port);
-    return read_once(logical->if_flags) & TARN_IF_F_AGG_DYNAMIC ? logical->ifindex : port->ifindex;
-}
-
 // The frame to send, or null.
 sk_buff *_with_tag(sk_buff *skb, u32 tag) {
     sk_buff *clone = skb_clone(skb, GFP_ATOMIC);
@@ -67,7 +61,7 @@ sk_buff *flowd_netlink_post_packet(sk_buff *skb, tarn_post_info *info) {
         return nullptr;
     }
     const _message message{.header = {.length = length + 8, .unused = {}},
-                           .ifindex = _ifindex_of(info->rx_port),
+                           .ifindex = ingress_ifindex(info->rx_port),
                            .length = length};
     memcpy(skb_push(sent, sizeof(message)), &message, sizeof(message));
     tarnfwd_netlink_broadcast(sent, _GROUP);

@@ -15,3 +15,14 @@ inline bool gate_passes(const tarn_pkt_info *info) {
         gate_explain(info);
     return passes;
 }
+
+// The frame is copied to the other members of the stack and goes on, unless the gate stops it.
+inline void replicate_through_gate(const tarn_pkt_info *info, redirect_instruct *instruct,
+                                   u32 reason_gate) {
+    if (gate_passes(info)) {
+        instruct->flags |= REDIRECT_STACK_REPLICATE;
+        return;
+    }
+    instruct->flags |= REDIRECT_STOP;
+    instruct->reason = reason_gate;
+}

@@ -27,6 +27,7 @@ i32 tarn_icmp_cpucode_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = icmp_cpucode_modify_packet,
                            .skip_protocols = SKIP_ARP,
-                           .concerns = 0};
+                           .concerns = 0,
+                           .modify_concerns = FRAME_TRAP_CODE};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -66,6 +66,7 @@ i32 tarn_ipv4_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = tarn_ipv4_modify_packet_rx,
                            .skip_protocols = SKIP_ARP | SKIP_IPV6,
-                           .concerns = FRAME_IPV4};
+                           .concerns = FRAME_IPV4,
+                           .modify_concerns = FRAME_TRAP_FLAGS};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -97,7 +97,8 @@ i32 tarn_ipv6_init() {
                              .post = tarn_pkt_packet_post_dummy,
                              .modify_rx = tarn_ipv6_modify_packet_rx,
                              .skip_protocols = SKIP_ARP | SKIP_IPV4,
-                             .concerns = FRAME_IPV6};
+                             .concerns = FRAME_IPV6,
+                             .modify_concerns = FRAME_TRAP_FLAGS};
     i32 result = tarn_pkt_register_packet_redirection(&precheck, _PRECHECK_SLOT);
     if (result != 0)
         return result;

@@ -1,5 +1,6 @@
 // The throttle of unregistered multicast. Its rate is set by the control daemon, for both families.
 #include "kernel/time.h"
+#include "pkt/fragment.h"
 #include "pkt/pkt_explain.h"
 #include "redirects/flow_table.h"
 #include "redirects/redirects.h"
@@ -7,7 +8,6 @@
 
 namespace {
 
-constexpr u16 _FRAGMENT_BITS = 0x3FFF; // more fragments, and the offset
 constexpr u8 _UDP = 17;
 constexpr u32 _SECOND = 100; // jiffies
 
@@ -92,7 +92,7 @@ bool _is_never_held_back(const tarn_pkt_info *info) {
 
 bool tarn_throttle_ipv4_unreg_mc(const tarn_pkt_info *info) {
     static constinit tarn_mc_entry last_mc[FLOW_SLOTS] = {};
-    if (be16_to_cpu(info->ip_frag_off) & _FRAGMENT_BITS)
+    if (is_ipv4_fragment(info))
         return false;
     flow_macs macs(info->skb);
     return !_tarn_mc_throttle_ok(info, last_mc[flow_slot_ipv4(info, macs)], macs, _IPV4,

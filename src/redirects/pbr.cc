@@ -1,7 +1,7 @@
 // "pbrMark": marks frames for policy routing before they are classified. Decides nothing itself.
-#include "ifmgr/tarn_ifmgr.h"
 #include "kernel/skb.h"
 #include "pkt/pkt_redirect.h"
+#include "redirects/ingress.h"
 #include "redirects/redirects.h"
 
 namespace {
@@ -19,19 +19,12 @@ u32 _policy_mark(u32 extra) {
     return (extra << _MARK_SHIFT) & 0xFFFF;
 }
 
-// Frames of a dynamic aggregator are marked with it, all others with the port they came in on.
-u32 _ingress_mark(tarn_if *ifp) {
-    const tarn_if *logical = tarn_ifmgr_logical_port(ifp);
-    const tarn_if *named = logical->if_flags & TARN_IF_F_AGG_DYNAMIC ? logical : ifp;
-    return named->ifindex << _MARK_SHIFT;
-}
-
 void pbr_modify_packet_rx(tarn_rx_modify *, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
     if (meta->flags & TARN_RX_POLICY_ROUTE) {
         skb_set_mark(skb, (skb_mark(skb) & ~_MARK_FIELD) | _policy_mark(meta->extra));
         return;
     }
-    skb_set_mark(skb, skb_mark(skb) | _ingress_mark(ifp));
+    skb_set_mark(skb, skb_mark(skb) | ingress_ifindex(ifp) << _MARK_SHIFT);
 }
 
 } // namespace

@@ -19,10 +19,11 @@ enum tarn_mc_type : i32 {
     TARN_MC_MISMATCH = 4, // the MAC address is not that of the group
 };
 
-// sockets/igmp.cc: tarn_mc_type, TARN_MC_NONE for all but IPv4; whether the CPU routes multicast.
+// sockets/igmp_type.cc: tarn_mc_type, TARN_MC_NONE for all but IPv4; igmp.cc: whether the CPU
+// routes multicast.
 i32 tarn_igs_get_mc_type(const tarn_pkt_info *info);
 u8 tarn_ipv4_mc_software_routing_enabled_get();
-// sockets/mld.cc: the same of IPv6.
+// sockets/mld_type.cc, mld.cc: the same of IPv6.
 i32 tarn_mlds_get_mc_type(const tarn_pkt_info *info);
 u8 tarn_ipv6_mc_software_routing_enabled_get();
 

@@ -1,5 +1,6 @@
 // The unicast throttle. Its limits are fixed, and it cannot be switched off.
 #include "kernel/time.h"
+#include "pkt/fragment.h"
 #include "pkt/pkt_explain.h"
 #include "redirects/flow_table.h"
 #include "redirects/throttle.h"
@@ -9,7 +10,6 @@ namespace {
 constexpr u32 _BUCKET = 100;   // tokens; one comes with each jiffy
 constexpr u32 _FLOW_GAP = 100; // jiffies between two frames of a flow
 constexpr u8 _UDP = 17;
-constexpr u16 _FRAGMENT_BITS = 0x3FFF; // more fragments, and the offset
 
 struct alignas(u32) tarn_ucdrop_entry {
     u8 dst_mac[ETH_ALEN];
@@ -34,8 +34,8 @@ constinit tarn_ucdrop_control unicast_v6_control{
     .entries = {}, .tokens = _BUCKET, .last_update = 0};
 
 bool _is_expired_ipv4_udp(const tarn_pkt_info *info) {
-    return info->ethertype == ETH_P_IP && info->ttl <= 1 &&
-           (be16_to_cpu(info->ip_frag_off) & _FRAGMENT_BITS) == 0 && info->ip_proto == _UDP;
+    return info->ethertype == ETH_P_IP && info->ttl <= 1 && !is_ipv4_fragment(info) &&
+           info->ip_proto == _UDP;
 }
 
 bool _is_expired_ipv6_udp(const tarn_pkt_info *info) {

@@ -4,6 +4,7 @@
 #include "ifmgr/tarn_if.h"
 #include "kernel/locks.h"
 #include "kernel/memory.h"
+#include "kernel/once.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_explain.h"
 #include "pkt/pkt_redirect.h"
@@ -29,6 +30,7 @@ struct tarn_vornappsd_redirect_db {
 };
 constinit tarn_vornappsd_redirect_db *p_tarn_vornappsd_redirect_db = nullptr; // null: no memory
 constinit rwlock_t tarn_vornappsd_redirect_db_lock{};
+constinit u32 _listed = 0; // how many: most switches list none, and their frames take no lock
 
 // What the frame must become on its way up. Made by the match, consumed by the hook.
 struct vornappsd_rewrite {
@@ -44,13 +46,6 @@ int _tarn_vornappsd_redirect_cmp(const void *key, const void *info) {
 // Under the lock.
 tarn_avl_tree *_tree() {
     return p_tarn_vornappsd_redirect_db ? p_tarn_vornappsd_redirect_db->tree : nullptr;
-}
-
-bool _holds_any() {
-    read_lock_bh(&tarn_vornappsd_redirect_db_lock);
-    u32 size = tarn_avl_get_tree_size(_tree());
-    read_unlock_bh(&tarn_vornappsd_redirect_db_lock);
-    return size != 0;
 }
 
 bool _holds(u32 address) {
@@ -90,7 +85,7 @@ vornappsd_rewrite *_tarn_vornappsd_rewrite_new(const tarn_pkt_info *info, u32 ma
 }
 
 i32 tarn_vornappsd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (info->ethertype != ETH_P_IP || !_holds_any() || info->ip_proto != _TCP)
+    if (info->ethertype != ETH_P_IP || read_once(_listed) == 0 || info->ip_proto != _TCP)
         return 0;
     u16 port = _tcp_destination_port(frame_bytes(info->skb));
     if (port != _HTTP_PORT && port != _HTTPS_PORT)
@@ -140,6 +135,7 @@ tarn_vornappsd_redirect_db *_make_db() {
 i32 _insert(u32 *record) {
     write_lock_bh(&tarn_vornappsd_redirect_db_lock);
     i32 result = tarn_avl_insert(_tree(), record);
+    write_once(_listed, tarn_avl_get_tree_size(_tree()));
     write_unlock_bh(&tarn_vornappsd_redirect_db_lock);
     return result;
 }
@@ -167,6 +163,7 @@ i32 tarn_vornappsd_remove_ip_address(const u32 *address) {
     void *record = node ? node->info : nullptr;
     if (record)
         tarn_avl_delete(_tree(), address);
+    write_once(_listed, tarn_avl_get_tree_size(_tree()));
     write_unlock_bh(&tarn_vornappsd_redirect_db_lock);
     kfree(record);
     return 0;
@@ -179,6 +176,6 @@ i32 tarn_vornappsd_init() {
                            .match = tarn_vornappsd_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .pre_post_modify = tarn_vornappsd_pre_post_modify,
-                           .concerns = FRAME_IPV4};
+                           .concerns = FRAME_TCP};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

@@ -18,14 +18,8 @@ bool _is_vrrp(const tarn_pkt_info *info) {
 }
 
 i32 tarn_vrrp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (!_is_vrrp(info) || !tarn_pkt_trap_to_master_cpu_only())
-        return 0;
-    if (gate_passes(info)) {
-        instruct->flags |= REDIRECT_STACK_REPLICATE;
-        return 0;
-    }
-    instruct->flags |= REDIRECT_STOP;
-    instruct->reason = _GATE;
+    if (_is_vrrp(info) && tarn_pkt_trap_to_master_cpu_only())
+        replicate_through_gate(info, instruct, _GATE);
     return 0;
 }
 
@@ -36,6 +30,6 @@ i32 tarn_vrrp_init() {
                            .match = tarn_vrrp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP,
-                           .concerns = FRAME_IPV4 | FRAME_IPV6};
+                           .concerns = FRAME_IP_ROUTING};
     return tarn_pkt_register_packet_redirection(&record, _SLOT);
 }

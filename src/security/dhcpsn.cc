@@ -1,8 +1,25 @@
+// "dhcpsn", family 60: DHCP snooping.
+// Its sockets open, wait and close; what reaches them and how they send takes effect when it lands.
 #include "redirects/redirect_calls.h"
 #include "security/security.h"
+#include "sockets/socket_family.h"
 
-// DHCP frames to the snooping daemon: takes effect when it lands; nothing is registered until then.
+namespace {
+
+constexpr socket_family _dhcpsn{
+    .number = TARN_AF_DHCPSN,
+    .name = "DHCPSN",
+    .lock_name = "dhcpsn_sock_list_lock",
+    .address_size = sizeof(dhcpsn_skaddr),
+    .receive = {},
+    .send = {},
+    .sends = false,
+};
+
+} // namespace
+
 i32 tarn_af_dhcpsn_sock_init() {
+    family_sockets<_dhcpsn>::open();
     return 0;
 }
 

@@ -80,8 +80,7 @@ constexpr socket_family _cfm{
 
 i32 _transmit(const socket_send *send, sk_buff *skb) {
     u32 cos = _sends_tagged(send) ? u32{send->address.vid} >> _PRIORITY_SHIFT : _cfm.send.cos;
-    return socket_sent(skb,
-                       tarn_start_xmit(send->port, nullptr, skb, cos, _cfm.send.queue, 1, false));
+    return socket_transmit(send, skb, cos);
 }
 
 bool _is_cfm(const frame_bytes &frame, u8 opcode) {

@@ -1,4 +1,4 @@
-// Family 56, frame: tools send whole frames through it, and receive nothing.
+// "frame", family 56: tools send whole frames through it, and receive nothing.
 #include "kernel/log.h"
 #include "sockets/socket_family.h"
 #include "sockets/sockets.h"
@@ -10,7 +10,7 @@ constexpr socket_family _frame{
     .name = "FRAME",
     .lock_name = "frame_sock_list_lock",
     .address_size = sizeof(vlan_skaddr),
-    .receive = {.push = SOCKET_PUSH_VLAN, .port = SOCKET_L2_IFINDEX}, // unused
+    .receive = {},
     .send = {.function = "_frame_sock_sendmsg",
              .min_name = sizeof(vlan_skaddr),
              .null_message = VLAN_SKADDR_IS_NULL,
@@ -21,11 +21,12 @@ constexpr socket_family _frame{
              .by_flag = true,
              .cos = 0,
              .queue = 0},
+    .reads = false,
 };
 
 } // namespace
 
 i32 tarn_af_frame_sock_init() {
-    family_sockets<_frame, false>::open();
+    family_sockets<_frame>::open();
     return 0;
 }

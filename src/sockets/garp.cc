@@ -1,6 +1,5 @@
 // "garp", family 50: GARP VLAN registration (IEEE 802.1D, clause 12).
 #include "pkt/pkt_flood.h"
-#include "pkt/pkt_tx.h"
 #include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
@@ -36,8 +35,7 @@ i32 _transmit(const socket_send *send, sk_buff *skb) {
     const socket_send_rules *rules = &_garp.send;
     u8 *destination = skb_data(skb) + ETH_DST_OFFSET;
     if (*destination != _FLOOD_ORDER)
-        return socket_sent(
-            skb, tarn_start_xmit(send->port, nullptr, skb, rules->cos, rules->queue, 1, false));
+        return socket_transmit(send, skb, rules->cos);
     *destination = _FLOOD_FIRST_BYTE;
     return socket_sent(skb, tarn_flood_except_port(send->named, send->address.vid, nullptr, skb,
                                                    rules->cos, rules->queue, 1));

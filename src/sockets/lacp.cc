@@ -45,6 +45,6 @@ i32 tarn_af_lacp_sock_init() {
                            .post = family_sockets<_lacp>::post,
                            .stack_repl_type = STACK_REPL_LACP,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
-                           .concerns = FRAME_TO_BRIDGES};
+                           .concerns = FRAME_TO_LACP};
     return family_sockets<_lacp>::start(&record, _SLOT);
 }

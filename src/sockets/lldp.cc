@@ -64,6 +64,6 @@ i32 tarn_af_lldp_sock_init() {
                            .match = tarn_lldp_redirect_instruct_get,
                            .post = family_sockets<_lldp>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
-                           .concerns = FRAME_TO_BRIDGES};
+                           .concerns = FRAME_TO_BRIDGES | FRAME_TO_STP};
     return family_sockets<_lldp>::start(&record, _SLOT);
 }

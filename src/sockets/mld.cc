@@ -1,22 +1,34 @@
-#include "pkt/frame.h"
+// "mlds", family 52: MLD snooping.
+// Its sockets open, wait and close; what reaches them and how they send takes effect when it lands.
 #include "pkt/pkt_calls.h"
 #include "redirects/redirect_calls.h"
+#include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
-// The socket family of MLD snooping: takes effect when it lands; nothing is registered until then.
-i32 tarn_af_mlds_sock_init() {
-    return 0;
-}
-
-// Options of a hop-by-hop header (RFC 8200, section 4.2; router alert: RFC 2711).
 namespace {
 
+constexpr socket_family _mld_snoop{
+    .number = TARN_AF_MLD_SNOOP,
+    .name = "MLD",
+    .lock_name = "mld_snoop_sock_list_lock",
+    .address_size = sizeof(mld_skaddr),
+    .receive = {},
+    .send = {},
+    .sends = false,
+};
+
+// Options of a hop-by-hop header (RFC 8200, section 4.2; router alert: RFC 2711).
 constexpr u8 _OPTION_PAD1 = 0;
 constexpr u8 _OPTION_PADN = 1;
 constexpr u8 _OPTION_ROUTER_ALERT = 5;
 constexpr u8 _ROUTER_ALERT_LENGTH = 2;
 
 } // namespace
+
+i32 tarn_af_mlds_sock_init() {
+    family_sockets<_mld_snoop>::open();
+    return 0;
+}
 
 // Looks at the first option behind at most one run of padding, which is where senders put it.
 bool tarn_ipv6_mc_is_rtr_alert_present(const frame_bytes &frame, u32 offset) {
@@ -38,11 +50,6 @@ i32 tarn_af_mlds_l3_multicast_enable(u32, u32) {
 }
 
 void tarn_ipv6_mc_software_routing_enabled_set(u8) {}
-
-// Until then it takes no frame for its own.
-i32 tarn_mlds_get_mc_type(const tarn_pkt_info *) {
-    return TARN_MC_NONE;
-}
 
 u8 tarn_ipv6_mc_software_routing_enabled_get() {
     return 0;

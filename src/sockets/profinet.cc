@@ -11,7 +11,6 @@ namespace {
 constexpr u32 _SLOT = 23;
 constexpr u32 _POSTED = 1;
 constexpr u16 _ETH_P_PROFINET = 0x8892;
-constexpr u32 _COS = 4, _QUEUE = 4;
 
 i32 _route(socket_send *send) {
     u32 ifindex = send->address.ifindex;
@@ -19,14 +18,16 @@ i32 _route(socket_send *send) {
                                : tarn_ifmgr_lookup_by_vid(send->address.vid);
     if (!send->named)
         return -EINVAL;
+    tarn_ifmgr_if_ref_get(send->port = send->named); // itself, whatever it is
     return read_once(send->named->flags) & SOCKET_UP ? 0 : -ENETDOWN;
 }
 
 i32 _transmit(const socket_send *send, sk_buff *skb) {
-    if (send->named->type == TARN_IF_TYPE_VLAN)
-        return socket_sent(skb,
-                           static_cast<u32>(_tarn_eth_drv_svi_tx(send->named, skb, _COS, _QUEUE)));
-    return socket_sent(skb, tarn_start_xmit(send->named, nullptr, skb, _COS, _QUEUE, 1, false));
+    const socket_send_rules *rules = &send->family->send;
+    if (send->port->type != TARN_IF_TYPE_VLAN)
+        return socket_transmit(send, skb, rules->cos);
+    i32 result = _tarn_eth_drv_svi_tx(send->port, skb, rules->cos, rules->queue);
+    return socket_sent(skb, static_cast<u32>(result));
 }
 
 constexpr socket_family _profinet{
@@ -39,6 +40,8 @@ constexpr socket_family _profinet{
              .min_name = sizeof(vlan_skaddr),
              .null_message = nullptr,
              .short_message = nullptr,
+             .cos = 4,
+             .queue = 4,
              .route = _route,
              .transmit = _transmit},
 };

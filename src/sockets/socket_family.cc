@@ -96,11 +96,7 @@ sk_buff *_build(const socket_send *send, msghdr *msg, std::size_t length, i32 *e
 
 i32 _transmit(const socket_send *send, sk_buff *skb) {
     const socket_send_rules *rules = &send->family->send;
-    if (rules->transmit)
-        return rules->transmit(send, skb);
-    bool option = rules->by_flag && send->address.xmit_flag != 0;
-    return socket_sent(
-        skb, tarn_start_xmit(send->port, send->vlan, skb, rules->cos, rules->queue, 1, option));
+    return rules->transmit ? rules->transmit(send, skb) : socket_transmit(send, skb, rules->cos);
 }
 
 // --- receive -----------------------------------------------------------------------------------
@@ -126,6 +122,13 @@ i32 socket_sent(sk_buff *skb, u32 result) {
     if (result != 0)
         kfree_skb(skb);
     return static_cast<i32>(result);
+}
+
+i32 socket_transmit(const socket_send *send, sk_buff *skb, u32 cos) {
+    const socket_send_rules *rules = &send->family->send;
+    bool option = rules->by_flag && send->address.xmit_flag != 0;
+    return socket_sent(skb,
+                       tarn_start_xmit(send->port, send->vlan, skb, cos, rules->queue, 1, option));
 }
 
 i32 socket_route_port(socket_send *send) {

@@ -118,6 +118,8 @@ inline constexpr char SKADDR_IS_SHORT[] = "%s namelen %d";
 
 // The result of a transmit call, on any but 0 of which the frame stayed here: frees it then.
 i32 socket_sent(sk_buff *skb, u32 result);
+// Sends the frame on the port of the send, with that class of service and the rest of its rules.
+i32 socket_transmit(const socket_send *send, sk_buff *skb, u32 cos);
 // Checks that the interface is what the rules want, and finds where frames for it leave.
 i32 socket_route_port(socket_send *send);
 
@@ -130,6 +132,8 @@ struct socket_family {
     u32 address_size; // of what is received
     socket_receive_rules receive;
     socket_send_rules send;
+    bool reads = true; // whether its daemons may call recvmsg, and sendmsg
+    bool sends = true;
 };
 
 i32 socket_family_create(const net_proto_family *record, net *space, struct socket *socket,
@@ -148,7 +152,7 @@ sk_buff *socket_family_address(const socket_receive_rules *rules, sk_buff *skb,
 sk_buff *socket_family_post(const socket_receive_rules *rules, sk_buff *skb,
                             const tarn_post_info *info, const sk_list *list, rwlock_t *lock);
 
-template <const socket_family &Family, bool Receives = true>
+template <const socket_family &Family>
 struct family_sockets {
     static inline constinit sk_list list{};
     static inline constinit rwlock_t lock{};
@@ -169,7 +173,8 @@ struct family_sockets {
     }
 
     static constexpr proto object{Family.name};
-    static constexpr proto_ops ops{Family.number, release, sendmsg, Receives ? recvmsg : nullptr};
+    static constexpr proto_ops ops{Family.number, release, Family.sends ? sendmsg : nullptr,
+                                   Family.reads ? recvmsg : nullptr};
     static constexpr net_proto_family record{Family.number, create, &object, &ops};
 
     // The family alone; the kernel may have no room for it, which is accepted.

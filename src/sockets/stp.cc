@@ -54,6 +54,6 @@ i32 tarn_af_stp_sock_init() {
                            .post = family_sockets<_stp>::post,
                            .stack_repl_type = STACK_REPL_STP,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
-                           .concerns = FRAME_TO_BRIDGES};
+                           .concerns = FRAME_TO_STP};
     return family_sockets<_stp>::start(&record, _SLOT);
 }

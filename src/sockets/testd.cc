@@ -7,7 +7,6 @@
 #include "kernel/netdev.h"
 #include "kernel/work.h"
 #include "pkt/pkt_post.h"
-#include "pkt/pkt_tx.h"
 #include "sockets/socket_family.h"
 #include "sockets/sockets.h"
 
@@ -16,7 +15,6 @@ namespace {
 constexpr u32 _SLOT = 14;
 constexpr u32 _POSTED = 1;
 constexpr u16 _ETH_P_LOOPTEST = 0x9000;
-constexpr u32 _COS = 2, _QUEUE = 2;
 
 // --- send --------------------------------------------------------------------------------------
 
@@ -50,7 +48,7 @@ i32 _through_stack(const tarn_if *ifp, sk_buff *skb) {
 i32 _transmit(const socket_send *send, sk_buff *skb) {
     if (tarn_if_is_l3(send->port))
         return _through_stack(send->port, skb);
-    return socket_sent(skb, tarn_start_xmit(send->port, nullptr, skb, _COS, _QUEUE, 1, false));
+    return socket_transmit(send, skb, send->family->send.cos);
 }
 
 constexpr socket_family _testd{
@@ -63,6 +61,8 @@ constexpr socket_family _testd{
              .min_name = sizeof(vlan_skaddr),
              .null_message = VLAN_SKADDR_IS_NULL,
              .short_message = SKADDR_IS_SHORT,
+             .cos = 2,
+             .queue = 2,
              .route = _route,
              .transmit = _transmit},
 };

@@ -1,10 +1,9 @@
 // The protocol sockets of a process, in programs that were written for those of a kernel.
+#include "support/case_switch.h"
 #include "support/transmit_test.h"
 
-#include "../../lab/tests/socket_cases.h"
 #include "machine/socket_server.h"
 #include "socket_calls.h"
-#include "sockets/sockets.h"
 #include "tarn/socket_carrier.h"
 
 #include <filesystem>
@@ -26,6 +25,8 @@ protected:
         folder_ = mkdtemp(folder);
         path_ = folder_ + "/sockets";
         EXPECT_EQ(machine::sockets_serve(path_), "");
+        add_port(2);
+        fake_driver::attach_without_flood();
     }
     ~Carrier() override {
         machine::sockets_end();
@@ -75,36 +76,42 @@ private:
 
     std::string answer(const std::string &line) {
         std::istringstream words(line);
-        std::string word;
-        unsigned a = 0, b = 0, c = 0;
+        std::string word, name;
+        u32 a = 0, b = 0;
         words >> word;
         if (word == "said")
             return last_line();
         if (word == "list")
             return userlevel::proc_read("net/tarn_sockets").text;
-        if (word == "sent")
-            return last_sent();
         if (word == "end")
             machine::sockets_end();
         if (word == "flood")
             flood();
+        if (word == "set" && words >> name >> a)
+            case_switch::set(name, a);
+        if (word == "stops" && words >> name >> a)
+            return std::to_string(case_switch::stops(name, a));
+        if (word == "deliver")
+            deliver(words);
         words >> a >> b;
+        if (word == "sent")
+            return last_sent(a);
         if (word == "rights")
             userlevel::socket_caller(a != 0, true);
-        if (word == "udld") {
-            tarn_udld_enable(static_cast<u8>(a));
-            tarn_udld_set_hw_filter(port1()->ifindex, static_cast<u8>(b));
-        }
-        if (word == "deliver" && words >> c >> word)
-            deliver(a, b, c, word);
+        if (word == "udld")
+            case_switch::set_udld(a, b);
         return "ok";
     }
 
-    void deliver(u32 ifindex, u32 vid, u32 flags, const std::string &hex) {
+    void deliver(std::istream &words) {
+        u32 ifindex = 0, local = 0;
+        std::string hex;
+        Arrival arrival;
+        words >> ifindex >> arrival.vid >> arrival.meta.flags >> arrival.meta.code >> local >> hex;
+        arrival.port = ifindex - 5000;
+        arrival.meta.local = static_cast<u8>(local);
         Bytes bytes(hex.size() / 2);
         case_bytes(hex.c_str(), bytes.data());
-        Arrival arrival{.port = ifindex - 5000, .vid = vid};
-        arrival.meta.flags = flags;
         receive(bytes, arrival);
     }
 
@@ -127,12 +134,12 @@ private:
         return lines.empty() ? std::string("", 1) : lines.back();
     }
 
-    std::string last_sent() {
-        auto sent = std::exchange(driver().sent, {});
-        if (sent.empty())
+    static std::string last_sent(u32 port) {
+        auto [found, bytes] = case_switch::last_sent(port);
+        if (!found)
             return "-";
         std::string hex;
-        for (u8 byte : sent.back().bytes) {
+        for (u8 byte : bytes) {
             char two[3];
             std::snprintf(two, sizeof(two), "%02x", byte);
             hex += two;

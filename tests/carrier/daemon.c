@@ -27,11 +27,12 @@ static const char *ask(const char *line)
 	return reply;
 }
 
-static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const unsigned char *frame,
-			 unsigned length)
+static void home_deliver(unsigned ifindex, unsigned vid, const struct case_meta *meta,
+			 const unsigned char *frame, unsigned length)
 {
 	char line[1024];
-	int at = snprintf(line, sizeof(line), "deliver %u %u %u ", ifindex, vid, flags);
+	int at = snprintf(line, sizeof(line), "deliver %u %u %u %u %u ", ifindex, vid, meta->flags,
+			  meta->code, meta->local);
 
 	for (unsigned i = 0; i < length; i++)
 		at += snprintf(line + at, 3, "%02x", frame[i]);
@@ -39,13 +40,32 @@ static void home_deliver(unsigned ifindex, unsigned vid, unsigned flags, const u
 }
 
 /* "-", or the bytes. */
-static long home_sent(unsigned char *frame, unsigned size, int milliseconds)
+static long home_sent(unsigned port, unsigned char *frame, unsigned size, int milliseconds)
 {
-	const char *hex = ask("sent");
+	char line[64];
+	const char *hex;
 
+	snprintf(line, sizeof(line), "sent %u", port);
+	hex = ask(line);
 	(void)size;
 	(void)milliseconds;
 	return *hex == '-' ? -1 : (long)case_bytes(hex, frame);
+}
+
+static long home_stops(const char *redirect, int reason)
+{
+	char line[64];
+
+	snprintf(line, sizeof(line), "stops %s %d", redirect, reason);
+	return atol(ask(line));
+}
+
+static void home_set(const char *what, unsigned value)
+{
+	char line[64];
+
+	snprintf(line, sizeof(line), "set %s %u", what, value);
+	ask(line);
 }
 
 static void home_udld(int on, int filter)
@@ -88,6 +108,8 @@ static const struct socket_home home = {
 	.readable = daemon_readable,
 	.deliver = home_deliver,
 	.sent = home_sent,
+	.stops = home_stops,
+	.set = home_set,
 	.udld = home_udld,
 	.said = home_said,
 	.rights = home_rights,

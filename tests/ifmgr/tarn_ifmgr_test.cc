@@ -2,6 +2,7 @@
 #include "support/switch_test.h"
 
 #include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_index.h"
 #include "module/tarn_module.h"
 
 #include <atomic>
@@ -93,6 +94,37 @@ TEST_F(Database, ifindexes_compare_unsigned) {
     EXPECT_THAT(order, ElementsAre(301, 5001, 0xFFFFFFF0));
     EXPECT_EQ(tarn_ifmgr_lookup_by_index(0xFFFFFFF0), high);
     tarn_ifmgr_if_ref_put(high);
+}
+
+TEST_F(Database, numbers_that_share_a_place_of_the_index_are_told_apart) {
+    constexpr u32 OTHER = 5001 + TARN_IF_INDEX_PLACES;
+    auto install = [this](u32 ifindex) {
+        return configure([=] {
+            tarn_if *record = _tarn_ifmgr_if_alloc();
+            record->ifindex = ifindex;
+            record->type = TARN_IF_TYPE_SWITCHPORT;
+            tarn_if *out = nullptr;
+            EXPECT_EQ(_tarn_ifmgr_if_install(record, &out, true), 0);
+            return out;
+        });
+    };
+    auto finds = [](u32 ifindex) {
+        tarn_if *found = tarn_ifmgr_lookup_by_index(ifindex);
+        tarn_ifmgr_if_ref_put(found);
+        return found;
+    };
+    EXPECT_EQ(finds(OTHER), nullptr);
+    tarn_if *other = install(OTHER);
+    EXPECT_EQ(finds(OTHER), other);
+    EXPECT_EQ(finds(5001), port1());
+
+    // A record that takes the place of another is the one that is found.
+    tarn_if *again = install(OTHER);
+    EXPECT_EQ(finds(OTHER), again);
+    EXPECT_EQ(finds(5001), port1());
+    tarn_if *first_again = install(5001);
+    EXPECT_EQ(finds(5001), first_again);
+    EXPECT_EQ(finds(OTHER), again);
 }
 
 TEST_F(Database, a_deleted_record_is_not_found_but_its_holders_go_on) {

@@ -1,7 +1,7 @@
 /*
  * Prints what a protocol socket receives: "IFINDEX VID ADDRESS DATA", the last two in hexadecimal.
  *
- *     listen FAMILY COUNT
+ *     live-listen FAMILY COUNT
  */
 #include <stdio.h>
 #include <stdlib.h>

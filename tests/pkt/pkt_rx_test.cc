@@ -18,6 +18,8 @@ protected:
             [](tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
                 the_hook(*modify, *meta, ifp, skb);
             };
+        redirect("filterMatchCpuCode").modify_concerns = FRAME_ANY;
+        enable_redirect_by_name("filterMatchCpuCode", 1); // looked at anew
     }
     static inline std::function<void(tarn_rx_modify &, const tarn_rx_meta &, tarn_if *, sk_buff *)>
         the_hook;

@@ -1,8 +1,9 @@
 // The walk that visits only those who could want a frame, against the plain walk of the table.
 //
-// The plain walk stands here as it is meant: every redirect that is enabled and does not skip the
-// class is called, and counted as it is called. Both see the same random frames on the same switch,
-// each in a process of its own, and must end with the same counters, decisions and messages.
+// The plain walks stand here as they are meant: every redirect that is enabled and does not skip
+// the class is called, and counted as it is called; so is every hook before classification. Both
+// see the same random frames on the same switch, each in a process of its own, and must end with
+// the same counters, decisions and messages.
 //
 // TARN_RANDOM_FRAMES sets how many frames (100000 unless said otherwise), TARN_RANDOM_SEED the
 // seed.
@@ -17,6 +18,8 @@
 namespace {
 
 bool plainly = false;
+bool compared = false;
+u64 marks = 0;
 
 u32 skip_bit(u32 ethertype) {
     switch (ethertype) {
@@ -54,11 +57,33 @@ u32 plain_walk(tarn_pkt_info *info) {
     return info->result;
 }
 
+void plain_modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
+    for (const u8 *slot = process_packet_modify_rx.data(); *slot != REDIRECT_ORDER_END; slot++) {
+        packet_redirect *redirect = packet_redirects[*slot];
+        if (!redirect || !redirect->enabled || !redirect->modify_rx)
+            continue;
+        redirect->modify_rx_inspects++;
+        redirect->modify_rx(modify, meta, ifp, skb);
+    }
+}
+
 } // namespace
+
+#define MODIFY_RX "_Z18tarn_pkt_modify_rxP14tarn_rx_modifyPK12tarn_rx_metaP7tarn_ifP7sk_buff"
+void modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp,
+               sk_buff *skb) asm("__wrap_" MODIFY_RX);
+void real_modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp,
+                    sk_buff *skb) asm("__real_" MODIFY_RX);
+void modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
+    (plainly ? plain_modify_rx : real_modify_rx)(modify, meta, ifp, skb);
+}
 
 u32 chain(tarn_pkt_info *info) asm("__wrap__Z14tarn_pkt_chainP13tarn_pkt_info");
 u32 real_chain(tarn_pkt_info *info) asm("__real__Z14tarn_pkt_chainP13tarn_pkt_info");
 u32 chain(tarn_pkt_info *info) {
+    // What the hooks before it wrote on the frame.
+    if (compared)
+        marks = marks * 1099511628211u ^ (u64{skb_mark(info->skb)} << 8 | info->skb->icmp_trapped);
     return plainly ? plain_walk(info) : real_chain(info);
 }
 
@@ -80,9 +105,9 @@ protected:
                 keep();
         }
         keep();
-        std::string told = std::to_string(fingerprint_) + "\n";
-        told +=
-            printed([](seq_file *view) { print_redirect_counters(REDIRECT_COUNTERS_RX, view); });
+        std::string told = std::to_string(fingerprint_) + " " + std::to_string(marks) + "\n";
+        for (u32 mode : {REDIRECT_COUNTERS_RX, REDIRECT_COUNTERS_MODIFY_RX})
+            told += printed([=](seq_file *view) { print_redirect_counters(mode, view); });
         return told;
     }
 
@@ -93,6 +118,7 @@ protected:
         pid_t child = fork();
         if (child == 0) {
             plainly = plain;
+            compared = true;
             std::string told = run(frames);
             _exit(write(ends[1], told.data(), told.size()) == static_cast<ssize_t>(told.size())
                       ? 0
@@ -130,6 +156,7 @@ TEST_F(PlainWalk, comes_to_the_same) {
     std::string plain = run_in_a_process(true, frames);
     std::string fast = run_in_a_process(false, frames);
     EXPECT_THAT(plain, ::testing::HasSubstr("l2drop_inspects"));
+    EXPECT_THAT(plain, ::testing::ContainsRegex("_modify_rx_inspects: [1-9]"));
     EXPECT_EQ(plain, fast) << "seed " << seed_;
 }
 

@@ -54,7 +54,8 @@ protected:
     Bytes frame() {
         Frame frame;
         frame.to(pick({"02:00:00:00:00:01", "01:00:5e:00:00:0d", "33:33:00:00:00:13",
-                       "01:80:c2:00:00:02", "ff:ff:ff:ff:ff:ff"}));
+                       "01:80:c2:00:00:00", "01:80:c2:00:00:02", "01:80:c2:00:00:0e",
+                       "01:80:c2:00:00:21", "ff:ff:ff:ff:ff:ff"}));
         frame.from(pick({"02:00:00:00:00:99", "02:00:00:00:00:01", "00:00:00:00:00:00",
                          "ff:ff:ff:ff:ff:ff", "03:00:00:00:00:01"}));
         for (u32 tags = below(4); tags > 0; tags--)
@@ -89,7 +90,7 @@ protected:
             break;
         default:
             frame.type(pick<u16>(
-                {0x8863, 0x8864, 0x88F7, 0x8809, 0x0806, 0x0026, 0x86DD, 0x0800, 0x8100}));
+                {0x8863, 0x8864, 0x88F7, 0x8809, 0x88CC, 0x0806, 0x0026, 0x86DD, 0x0800, 0x8100}));
         }
     }
 
@@ -100,6 +101,10 @@ protected:
         meta.queue = below(8);
         meta.code = below(12);
         meta.flags = below(0x200);
+        if (one_in(3))
+            meta.flags = 0;
+        if (one_in(3))
+            meta.code = 0;
         meta.extra = static_cast<u32>(random_());
         meta.rx_flags = static_cast<u8>(below(2));
         meta.flood_except[0] = one_in(2) ? FLOOD_NO_EXCEPTION : below(6000);

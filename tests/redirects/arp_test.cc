@@ -177,6 +177,40 @@ TEST_F(Arp, wants_an_interface_to_go_to) {
     kfree_skb(skb);
 }
 
+// What is wrong first is told, however much is wrong behind it.
+TEST_F(Arp, asks_in_this_order) {
+    sk_buff *skb = userlevel::frame_make(arp(1, GROUP));
+    tarn_pkt_info info = passing(ARP);
+    info.skb = skb;
+    info.rx_vid = 2;
+    info.src_mac_is_own = info.slave_only = info.stack_slave = 1;
+    port1()->flags &= ~0x40u;
+    port1()->stp_state[0] = TARN_STP_BLOCKING;
+    vlan1()->flags &= ~0x40u;
+    answers().arp_check = -EINVAL;
+    answers().master_pending = true;
+    const std::pair<u32, std::function<void()>> mended[] = {
+        {2, [&] { info.src_mac_is_own = 0; }},
+        {3, [&] { info.slave_only = 0; }},
+        {4, [&] { info.stack_slave = 0; }},
+        {5, [&] { info.l2_port = port1(); }},
+        {5, [&] { port1()->flags |= 0x40u; }},
+        {6, [&] { info.rx_vid = 1; }},
+        {7, [&] { vlan1()->flags |= 0x40u; }},
+        {8, [&] { answers().arp_check = 0; }},
+        {9, [&] { answers().master_pending = false; }},
+        {10, [&] { vlan1()->if_flags |= TARN_IF_F_ARP_MAC_DISPARITY; }},
+        {11, [&] { port1()->stp_state[0] = TARN_STP_FORWARDING; }},
+        {13, [&] { info.l3_if = vlan1(); }},
+    };
+    for (const auto &[reason, mend] : mended) {
+        EXPECT_EQ(decide("arp", info).reason, reason);
+        mend();
+    }
+    EXPECT_EQ(decide("arp", info), (Decision{KERNEL, 12}));
+    kfree_skb(skb);
+}
+
 TEST_F(Arp, a_packet_that_is_cut_short_reads_zero) {
     Bytes frame = arp(1);
     for (std::size_t length = 14; length < 42; length++) {

@@ -149,6 +149,19 @@ TEST_F(Ip, every_kind_of_icmpv6_is_for_the_other_members_too) {
             << type;
 }
 
+TEST_F(Ip, no_decision_allocates) {
+    tarn_pkt_info arp = of(ARP);
+    arp.rx_vid = 1;
+    u64 before = userlevel::allocations_made();
+    EXPECT_EQ(decide("ipv4", of(IPV4)).reason, 4u);
+    EXPECT_EQ(decide("ipv4", expired(IPV4)).reason, 3u);
+    EXPECT_EQ(decide("ipv6_precheck", icmpv6(135)).reason, 0u);
+    EXPECT_EQ(decide("ipv6", icmpv6(135)).reason, 6u);
+    EXPECT_EQ(decide("rarp", of(RARP)).reason, 3u);
+    EXPECT_EQ(decide("arp", arp).reason, 12u);
+    EXPECT_EQ(userlevel::allocations_made(), before);
+}
+
 class NeighbourDiscovery : public Ip {
 protected:
     u32 passed(u32 frames, u8 type = 135) {

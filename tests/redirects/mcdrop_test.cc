@@ -14,7 +14,10 @@ constexpr const char *GROUP6_MAC = "33:33:00:00:00:fb";
 
 class Mcdrop : public Redirects {
 protected:
-    Mcdrop() { userlevel::clock_stop(1000000); }
+    Mcdrop() {
+        userlevel::clock_stop(1000000);
+        answers().ipv4_type = answers().ipv6_type = 0; // but where a test says more
+    }
     ~Mcdrop() override {
         tarn_mcdrop_flooding_group_flush();
         remember(); // the table keeps the nodes of what was in it
@@ -143,6 +146,26 @@ TEST_F(Mcdrop, unregistered_data_is_held_to_its_rate) {
         for (int i = 0; i < 50; i++)
             ASSERT_EQ(reason_for(ipv4()) + reason_for(ipv6()), 0u) << other;
     }
+}
+
+TEST_F(Mcdrop, a_group_that_the_chip_floods_costs_no_token) {
+    answers().ipv4_type = 3;
+    EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 1, GROUP), 0);
+    for (int i = 0; i < 50; i++)
+        ASSERT_EQ(reason_for(ipv4()), 2u);
+    EXPECT_EQ(tarn_mcdrop_flooding_group_flush(), 0);
+    EXPECT_EQ(reason_for(ipv4()), 0u);
+    EXPECT_EQ(reason_for(ipv4()), 3u);
+}
+
+TEST_F(Mcdrop, both_types_are_asked_for_whatever_the_family) {
+    answers().ipv4_type = 3;
+    EXPECT_EQ(reason_for(ipv6()), 0u);
+    EXPECT_EQ(reason_for(ipv6()), 3u);
+    answers().ipv4_type = 0;
+    answers().ipv6_type = 3;
+    EXPECT_EQ(reason_for(ipv4()), 0u);
+    EXPECT_EQ(reason_for(ipv4()), 4u);
 }
 
 TEST_F(Mcdrop, a_stream_at_100_a_second_gives_the_daemon_its_limit) {

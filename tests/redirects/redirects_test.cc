@@ -418,9 +418,9 @@ TEST_F(Redirects, ptp_goes_through_the_port_once_enabled) {
 // Sockets write an address in front of the frame, the sample tap takes it: both stop what they
 // post.
 bool posts_to_sockets(const packet_redirect *redirect) {
-    return ::testing::Matches(::testing::AnyOf("testd", "befd", "stp", "lacp", "lldp", "udld",
-                                               "ryke", "mrp", "profinet", "cfm", "isis", "ldf",
-                                               "garp", "sflow"))(std::string(redirect->name));
+    return ::testing::Matches(::testing::AnyOf(
+        "testd", "befd", "stp", "lacp", "lldp", "udld", "ryke", "mrp", "profinet", "cfm", "isis",
+        "ldf", "garp", "kelm_agent", "sflow"))(std::string(redirect->name));
 }
 
 TEST_F(Redirects, a_post_that_does_not_stop_gives_back_the_same_frame) {

@@ -7,6 +7,7 @@
 #include "redirects/throttle.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -67,6 +68,34 @@ TEST_F(ThrottleThreads, neighbour_discovery_is_counted_on_all_of_them) {
     u32 passed = on_threads([](tarn_pkt_info &info) { return nd_limit_ok(&info); });
     EXPECT_GE(passed, 101u);
     EXPECT_LE(passed, 101u * THREADS);
+}
+
+// Those of the flow tap, which has no lock, are put together beside each other.
+TEST_F(ThrottleThreads, samples_are_put_together_one_at_a_time) {
+    std::atomic<u32> inside = 0, together = 0, samples = 0;
+    answers().on_broadcast = [&] {
+        together += inside++ != 0;
+        samples++;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        inside--;
+    };
+    auto post_all = [&](const char *name) {
+        std::vector<std::thread> threads;
+        for (u32 t = 0; t < THREADS; t++)
+            threads.emplace_back([&] {
+                tarn_post_info info{.rx_port = port1(), .code = 8};
+                for (u32 n = 0; n < 50; n++)
+                    kfree_skb(redirect(name).post(userlevel::frame_make(Frame().padded().build()),
+                                                  &info));
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+    };
+    post_all("sflow");
+    EXPECT_EQ(samples, 50 * THREADS);
+    EXPECT_EQ(together, 0u);
+    post_all("flowd");
+    EXPECT_GT(together, 0u);
 }
 
 TEST_F(ThrottleThreads, flooding_groups_change_while_frames_ask_for_them) {

@@ -1,9 +1,6 @@
 // The cases that both homes share, in a process.
 #include "sockets/socket_test.h"
-
-#include "sockets/sockets.h"
-
-#include "../../lab/tests/socket_cases.h"
+#include "support/case_switch.h"
 
 // For the names of the tests.
 void PrintTo(const socket_case &one, std::ostream *out) {
@@ -15,7 +12,11 @@ namespace {
 // The list is plain C: what it calls are functions, which find the running test here.
 class SocketCases : public SocketTest, public ::testing::WithParamInterface<socket_case> {
 public:
-    SocketCases() { current = this; }
+    SocketCases() {
+        current = this;
+        add_port(2);
+        fake_driver::attach_without_flood(); // what is flooded is seen port by port
+    }
 
     static inline SocketCases *current = nullptr;
     std::vector<struct socket *> descriptors;
@@ -58,27 +59,25 @@ public:
             *namelen = msg.msg_namelen;
         return result;
     }
-    static void deliver_one(unsigned ifindex, unsigned vid, unsigned flags, const u8 *frame,
+    static void deliver_one(unsigned ifindex, unsigned vid, const case_meta *meta, const u8 *frame,
                             unsigned length) {
         Arrival arrival{.port = ifindex - 5000, .vid = vid};
-        arrival.meta.flags = flags;
+        arrival.meta.flags = meta->flags;
+        arrival.meta.code = meta->code;
+        arrival.meta.local = static_cast<u8>(meta->local);
         current->receive(Bytes(frame, frame + length), arrival);
     }
-    static long sent_last(u8 *frame, unsigned size, int) {
-        auto sent = std::exchange(current->driver().sent, {});
-        if (sent.empty())
-            return -1;
-        const Bytes &bytes = sent.back().bytes;
+    static long sent_last(unsigned port, u8 *frame, unsigned size, int) {
+        auto [found, bytes] = case_switch::last_sent(port);
         std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), size), frame);
-        return static_cast<long>(bytes.size());
+        return found ? static_cast<long>(bytes.size()) : -1;
     }
     static const char *list_now() {
         current->line = userlevel::proc_read("net/tarn_sockets").text;
         return current->line.c_str();
     }
-    static void set_udld(int on, int filter) {
-        tarn_udld_enable(static_cast<u8>(on));
-        tarn_udld_set_hw_filter(CASE_PORT, static_cast<u8>(filter));
+    static void set_one(const char *what, unsigned value) {
+        current->configure([&] { case_switch::set(what, value); });
     }
     static const char *said_last() {
         std::vector<std::string> lines = current->log();
@@ -97,7 +96,10 @@ TEST_P(SocketCases, holds) {
                        int wait) { return int{userlevel::socket_poll(at(fd), POLLIN, wait)}; },
         .deliver = deliver_one,
         .sent = sent_last,
-        .udld = set_udld,
+        .stops = [](const char *name,
+                    int reason) { return case_switch::stops(name, static_cast<u32>(reason)); },
+        .set = set_one,
+        .udld = [](int on, int filter) { case_switch::set_udld(u32(on), u32(filter)); },
         .said = said_last,
         .rights = [](int net_raw) { userlevel::socket_caller(net_raw != 0, true); },
         .list = list_now,

@@ -2,8 +2,6 @@
 #include "sockets/socket_test.h"
 
 #include "ifmgr/tarn_ifmgr_event.h"
-#include "kernel/netdev.h"
-#include "pkt/pkt_post.h"
 #include "sockets/sockets.h"
 
 using ::testing::ElementsAre;
@@ -77,6 +75,18 @@ TEST_F(ReceiveSockets, lacp_and_lldp_need_a_port) {
     EXPECT_EQ(decide("lldp", lldp, arrived()), (Decision{DAEMON, 3}));
     EXPECT_EQ(decide("lldp", lldp, without_port()), (Decision{STOP, 2}));
     EXPECT_EQ(decide("lacp", Frame().to("01:80:c2:00:00:03"), arrived()), Decision{});
+}
+
+TEST_F(ReceiveSockets, kelm_agent_decides_in_order) {
+    const Bytes frame = Frame().to("01:80:c2:00:00:2f").type(0xFBAF).padded();
+    EXPECT_EQ(decide("kelm_agent", frame, arrived()), (Decision{DAEMON, 3}));
+    EXPECT_EQ(decide("kelm_agent", frame, without_port()), (Decision{STOP, 2}));
+    tarn_pkt_info own = without_port(), low = without_port();
+    own.src_mac_is_own = 1;
+    low.low_mem = 1;
+    EXPECT_EQ(decide("kelm_agent", frame, own), (Decision{STOP, 1}));
+    EXPECT_EQ(decide("kelm_agent", frame, low), (Decision{STOP, 1}));
+    EXPECT_EQ(decide("kelm_agent", Frame().to("01:80:c2:00:00:2e"), arrived()), Decision{});
 }
 
 TEST_F(ReceiveSockets, others_take_every_frame_to_them) {
@@ -499,25 +509,6 @@ TEST_F(ReceiveSockets, a_post_without_a_clone_loses_the_frame_for_that_socket) {
     receive_skb(skb);
     EXPECT_FALSE(has_frame(second)); // the newest is served first
     EXPECT_TRUE(has_frame(first));
-}
-
-TEST_F(ReceiveSockets, testd_takes_what_comes_through_the_ip_stack_too) {
-    struct socket *testd = open(TARN_AF_TESTD), *other = open(TARN_AF_TESTD);
-    const Bytes frame = Frame().type(0x9000).bytes({1, 2, 3}).padded();
-    auto &record = userlevel::netdev_recorded(vlan1()->netdev);
-    for (struct socket *one : {testd, other})
-        EXPECT_FALSE(has_frame(one));
-    sk_buff *skb = userlevel::frame_make(frame);
-    EXPECT_EQ(tarn_eth_drv_post_kernel_pkt(vlan1(), skb), 0);
-    for (struct socket *one : {testd, other}) {
-        Reading reading = read(one);
-        EXPECT_EQ(reading.data, Bytes(frame.begin() + 14, frame.end()));
-        EXPECT_EQ(address_of(reading).ifindex, 301u);
-        EXPECT_EQ(address_of(reading).vid, 0);
-        EXPECT_EQ(Bytes(reading.address.begin(), reading.address.begin() + 14),
-                  Bytes(frame.begin(), frame.begin() + 14));
-    }
-    EXPECT_EQ(record.received.at(0).bytes, frame);
 }
 
 } // namespace

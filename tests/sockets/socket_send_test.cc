@@ -42,6 +42,7 @@ struct Row {
     Bytes front; // of the frame, before the payload
     u32 vid;     // of the frame on its way to the chip
     u32 cos, queue;
+    u32 headroom, room; // reserved, and allocated beyond the payload
 };
 
 void PrintTo(const Row &row, std::ostream *out) {
@@ -91,6 +92,24 @@ TEST_P(Families, hand_on_what_the_chip_answers) {
     EXPECT_EQ(dropped(), 2u);
 }
 
+// Of any length, for a buffer is rounded up to a line of the cache.
+TEST_P(Families, take_as_much_memory_as_they_should) {
+    const Row &row = GetParam();
+    struct socket *one = open(row.family);
+    Bytes name = row.short_name ? l2_name(PORT1) : vlan_name(PORT1, row.vid != 0 ? 1 : 0);
+    std::size_t header = std::min<std::size_t>(row.front.size(), ETH_HLEN);
+    driver().hold = true;
+    for (std::size_t length = 0; length < 64; length++) {
+        ASSERT_GE(send(one, name, Bytes(length)), 0);
+        sk_buff *skb = driver().held.at(0),
+                *like = userlevel::frame_make({}, static_cast<u32>(length) + row.room);
+        EXPECT_EQ(skb_headroom(skb) + header, row.headroom) << length;
+        EXPECT_EQ(skb_truesize(skb), skb_truesize(like)) << length;
+        kfree_skb(like);
+        fake_driver::release();
+    }
+}
+
 TEST_P(Families, need_memory) {
     const Row &row = GetParam();
     struct socket *one = open(row.family);
@@ -102,18 +121,22 @@ TEST_P(Families, need_memory) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, Families,
-    ::testing::Values(Row{"lacp", 46, true, header({0x88, 0x09}), 0, 6, 6},
-                      Row{"stp", 48, false, header({0, 3}), 0, 6, 6},
-                      Row{"garp", 50, false, header({0, 3}), 0, 6, 6},
-                      Row{"lldp", 53, false, header({0x88, 0xCC}), 0, 6, 6},
-                      Row{"ryke", 54, false, {}, 1, 6, 6}, Row{"testd", 55, false, {}, 0, 2, 2},
-                      Row{"frame", 56, false, {}, 1, 0, 0}, Row{"ldf", 57, false, {}, 1, 6, 6},
-                      Row{"udld", 61, false, {}, 0, 6, 6},
-                      Row{"cfm", 66, false, header({0x89, 0x02}), 0, 6, 6},
-                      Row{"befd", 67, true, header({0xAA, 0xAA}), 0, 6, 6},
+    ::testing::Values(Row{"lacp", 46, true, header({0x88, 0x09}), 0, 6, 6, 80, 80},
+                      Row{"stp", 48, false, header({0, 3}), 0, 6, 6, 142, 158},
+                      Row{"garp", 50, false, header({0, 3}), 0, 6, 6, 80, 80},
+                      Row{"lldp", 53, false, header({0x88, 0xCC}), 0, 6, 6, 80, 80},
+                      Row{"ryke", 54, false, {}, 1, 6, 6, 64, 64},
+                      Row{"testd", 55, false, {}, 0, 2, 2, 64, 64},
+                      Row{"frame", 56, false, {}, 1, 0, 0, 64, 64},
+                      Row{"ldf", 57, false, {}, 1, 6, 6, 64, 64},
+                      Row{"udld", 61, false, {}, 0, 6, 6, 64, 64},
+                      Row{"kelm_agent", 65, false, header({0xFB, 0xAF}), 0, 6, 6, 80, 80},
+                      Row{"cfm", 66, false, header({0x89, 0x02}), 0, 6, 6, 64, 64},
+                      Row{"befd", 67, true, header({0xAA, 0xAA}), 0, 6, 6, 64, 64},
                       // The length leaves the three bytes of LLC out.
-                      Row{"isis", 68, true, header({0, 3, 0xFE, 0xFE, 0x03}), 0, 6, 6},
-                      Row{"mrp", 69, false, {}, 0, 6, 6}, Row{"profinet", 70, false, {}, 0, 4, 4}),
+                      Row{"isis", 68, true, header({0, 3, 0xFE, 0xFE, 0x03}), 0, 6, 6, 80, 83},
+                      Row{"mrp", 69, false, {}, 0, 6, 6, 64, 64},
+                      Row{"profinet", 70, false, {}, 0, 4, 4, 64, 64}),
     [](const auto &one) { return std::string(one.param.name); });
 
 TEST_F(Send, an_aggregator_sends_on_its_running_member_of_the_highest_number) {

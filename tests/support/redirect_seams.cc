@@ -74,3 +74,9 @@ WRAPPED(i32, _fdb_add, "_Z26tarnfwd_nl_send_l2_fdb_addPKhjhthjj", const u8 *mac,
     answers().fdb_events->push_back({Bytes(mac, mac + 6), ifindex, event, vid, state, vni, remote});
     return 0;
 }
+
+WRAPPED(i32, _broadcast, "_Z25tarnfwd_netlink_broadcastP7sk_buffj", sk_buff *skb, u32 group) {
+    if (answers().on_broadcast)
+        answers().on_broadcast();
+    return real_broadcast(skb, group);
+}

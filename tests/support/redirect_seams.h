@@ -38,6 +38,7 @@ struct Answers {
     std::map<u32, u16> subnet_vlans; // by address, as in a packet
     std::optional<u32> block_bucket;
     std::optional<std::vector<FdbEvent>> fdb_events; // kept instead of sent
+    std::function<void()> on_broadcast;              // before a frame goes to a raw netlink group
 };
 
 Answers &answers();

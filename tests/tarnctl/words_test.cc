@@ -33,9 +33,10 @@ struct WrongLine {
 };
 
 constexpr WrongLine WRONG_LINES[] = {
-    {"lnik add", "unknown word 'lnik': say one of link, fib, vlan, vxlan, pvlan, lag, stp, mirror, "
-                 "neigh, arp, igmp, multicast, mroute, auth, dhcp, ryke, udld, vornappsd, fdb, "
-                 "stack, show, redirect, counters, debug, openflow, proc, monitor, trace, chip"},
+    {"lnik add",
+     "unknown word 'lnik': say one of link, fib, vlan, vxlan, pvlan, lag, stp, mirror, "
+     "neigh, arp, igmp, multicast, mroute, auth, dhcp, ryke, udld, vornappsd, fdb, "
+     "stack, show, redirect, counters, debug, openflow, proc, monitor, sockets, trace, chip"},
     {"vlan member", "a word is missing after 'vlan member': say one of add, del"},
     {"vlan member ad", "unknown word 'ad' after 'vlan member': say one of add, del"},
     {"vlan pvid 5001", "vlan pvid: VID is missing: a VLAN number from 1 to 4094"},
@@ -433,15 +434,23 @@ TEST(tarnctl_trace, says_what_is_wanted) {
 }
 
 TEST(tarnctl_sockets, are_shown_as_they_are_and_as_json) {
-    fake::Switch tarn;
-    tarn.socket_list = "Family  Name  Lost\n46      LACP  3\n";
-    EXPECT_EQ(tarn.line("show sockets"), DONE);
-    EXPECT_EQ(tarn.printed, tarn.socket_list);
-    tarn.session.json = true;
-    tarn.printed.clear();
-    EXPECT_EQ(tarn.line("show sockets"), DONE);
-    EXPECT_EQ(nlohmann::json::parse(tarn.printed),
-              nlohmann::json::parse(R"([{"family": 46, "name": "LACP", "lost": 3}])"));
+    for (const char *words : {"sockets", "show sockets"}) {
+        fake::Switch tarn;
+        tarn.socket_list = "Family  Name  Lost\n46      LACP  3\n";
+        EXPECT_EQ(tarn.line(words), DONE);
+        EXPECT_EQ(tarn.printed, tarn.socket_list);
+        tarn.session.json = true;
+        tarn.printed.clear();
+        EXPECT_EQ(tarn.line(words), DONE);
+        EXPECT_EQ(nlohmann::json::parse(tarn.printed),
+                  nlohmann::json::parse(R"([{"family": 46, "name": "LACP", "lost": 3}])"));
+    }
+}
+
+TEST(tarnctl_sockets, are_offered_and_described) {
+    EXPECT_THAT(complete({"soc"}, {}), testing::ElementsAre("sockets"));
+    EXPECT_THAT(help({"sockets"}), testing::HasSubstr("tarnctl sockets"));
+    EXPECT_THAT(manual(), testing::HasSubstr(".B sockets\n"));
 }
 
 TEST(tarnctl_chip, gets_the_rest_of_the_line) {

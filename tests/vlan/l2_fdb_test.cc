@@ -4,6 +4,8 @@
 #include "vlan/l2_fdb_block.h"
 #include "vlan/vlan.h"
 
+#include <rapidcheck.h>
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -158,6 +160,34 @@ TEST_F(L2Mac, the_22nd_move_of_a_second_is_not_posted) {
     EXPECT_EQ(decided(MOVED), Decision{});
     userlevel::clock_advance(1);
     EXPECT_EQ(decided(MOVED), (Decision{POST, 0}));
+}
+
+// Against its rule, over random times, all around the clock.
+TEST_F(L2Mac, moves_are_limited_as_their_model_is) {
+    constexpr u64 WORDS = 1ull << 32;
+    u64 now = 0xFFFF8AD0, start = 0, count = 0, posted = 0, frames = 0;
+    EXPECT_TRUE(rc::check([&] {
+        constexpr u64 STEPS[] = {0, 0, 1, 7, 99, 100, 101, 102, 5000, WORDS / 2, WORDS - 3, WORDS};
+        auto steps = *rc::gen::container<std::vector<std::pair<u32, u32>>>(
+            rc::gen::pair(rc::gen::inRange<u32>(0, std::size(STEPS)), rc::gen::inRange(0u, 30u)));
+        for (auto [step, burst] : steps) {
+            now += STEPS[step];
+            userlevel::clock_stop(now);
+            for (u32 i = 0; i < burst; i++) {
+                bool opens = (now - start) % WORDS >= 101;
+                if (opens)
+                    start = now, count = 0;
+                bool expected = count <= 20;
+                count += expected;
+                frames++;
+                posted += expected;
+                RC_ASSERT((decided(MOVED).flags == POST) == expected);
+            }
+        }
+    }));
+    EXPECT_GT(now, 2 * WORDS);
+    EXPECT_GT(posted, 0u);
+    EXPECT_LT(posted, frames);
 }
 
 TEST_F(L2Mac, moves_of_group_addresses_count_too) {

@@ -40,10 +40,13 @@ public:
             return std::nullopt;
         if (result != 1)
             throw CaptureError(pcap_geterr(handle_));
+        const auto seconds = static_cast<std::uint64_t>(header->ts.tv_sec);
+        const auto micros = static_cast<std::uint64_t>(header->ts.tv_usec);
         return CapturedFrame{.interface = 0,
                              .bytes = {bytes, bytes + header->caplen},
                              .length = header->len,
-                             .comment = {}};
+                             .comment = {},
+                             .time = seconds * 100 + micros / 10000};
     }
 
     std::size_t interfaces() const override { return 1; }

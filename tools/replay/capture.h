@@ -18,6 +18,7 @@ struct CapturedFrame {
     std::vector<std::uint8_t> bytes; // what was captured
     std::uint32_t length = 0;        // what was on the wire; more than bytes when cut short
     std::string comment;             // pcapng only
+    std::uint64_t time = 0;          // in hundredths of a second; 0: not told
 };
 
 // Says what is wrong with a file, and where.

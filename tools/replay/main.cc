@@ -15,7 +15,8 @@ int run(int argc, char **argv) {
     bool list = false;
     CLI::App app{"Offers each frame of a capture to the switch and tells what became of it.\n\n"
                  "Interface k of the file is port<k>. A frame's VLAN is that of its tag, else 1.\n"
-                 "Every port is an untagged member of every VLAN that the file shows."};
+                 "Every port is an untagged member of every VLAN that the file shows.\n"
+                 "The switch's clock goes by the times of the frames."};
     app.name("tarn-replay");
     auto *file =
         app.add_option("FILE", options.file, "capture to replay: pcap or pcapng, Ethernet");

@@ -30,7 +30,7 @@ public:
         return std::nullopt;
     }
 
-    std::size_t interfaces() const override { return links_.size(); }
+    std::size_t interfaces() const override { return interfaces_.size(); }
 
 private:
     [[noreturn]] void damaged(const std::string &what) const {
@@ -82,7 +82,7 @@ private:
             damaged("the section has no byte order");
         swapped_ = order != PCAPNG_BYTE_ORDER;
         in_section_ = true;
-        first_of_section_ = links_.size();
+        first_of_section_ = interfaces_.size();
     }
 
     std::optional<CapturedFrame> body(std::uint32_t type, Bytes body) {
@@ -90,7 +90,7 @@ private:
         case PCAPNG_INTERFACE:
             if (body.size() < 8)
                 damaged("an interface description is too short");
-            links_.push_back(u16(body, 0));
+            interfaces_.push_back({u16(body, 0), time_units(body.subspan(8))});
             return std::nullopt;
         case PCAPNG_PACKET:
             return packet(body, 20, body.size() < 20 ? 0 : u32(body, 0));
@@ -111,6 +111,8 @@ private:
             damaged(fmt::format("a packet of {} bytes in a block of {}", captured, body.size()));
         CapturedFrame frame = on(interface, body.subspan(header, captured));
         frame.length = u32(body, 16);
+        frame.time = hundredths(std::uint64_t{u32(body, 4)} << 32 | u32(body, 8),
+                                interfaces_[frame.interface].time_units);
         std::size_t options = header + padded(captured);
         if (options < body.size())
             frame.comment = comment(body.subspan(options));
@@ -129,34 +131,72 @@ private:
 
     CapturedFrame on(std::uint32_t interface, Bytes bytes) const {
         std::size_t index = first_of_section_ + interface;
-        if (index >= links_.size())
+        if (index >= interfaces_.size())
             damaged(fmt::format("a packet names interface {}, which is not described", interface));
-        if (links_[index] != PCAPNG_LINK_ETHERNET)
+        if (interfaces_[index].link != PCAPNG_LINK_ETHERNET)
             damaged(fmt::format("interface {} has link type {}; only Ethernet is read", interface,
-                                links_[index]));
-        return {
-            .interface = index, .bytes = {bytes.begin(), bytes.end()}, .length = 0, .comment = {}};
+                                interfaces_[index].link));
+        return {.interface = index,
+                .bytes = {bytes.begin(), bytes.end()},
+                .length = 0,
+                .comment = {},
+                .time = 0};
     }
 
-    std::string comment(Bytes options) const {
+    // What that option holds; nothing where it is not there.
+    Bytes option(Bytes options, std::uint16_t wanted) const {
         while (options.size() >= 4) {
             std::uint16_t code = u16(options, 0);
             std::size_t length = u16(options, 2);
             if (code == PCAPNG_OPTION_END || length > options.size() - 4)
                 break;
-            if (code == PCAPNG_OPTION_COMMENT)
-                return {reinterpret_cast<const char *>(options.data()) + 4, length};
+            if (code == wanted)
+                return options.subspan(4, length);
             options = options.subspan(std::min(options.size(), 4 + padded(length)));
         }
         return {};
     }
+
+    std::string comment(Bytes options) const {
+        Bytes text = option(options, PCAPNG_OPTION_COMMENT);
+        return {reinterpret_cast<const char *>(text.data()), text.size()};
+    }
+
+    // How many units of its times make a second: a power of 10, or with the high bit of 2.
+    std::uint64_t time_units(Bytes options) const {
+        Bytes resolution = option(options, PCAPNG_OPTION_RESOLUTION);
+        if (resolution.empty())
+            return 1000000;
+        unsigned exponent = resolution[0] & 0x7Fu;
+        if (resolution[0] & 0x80)
+            return exponent < 64 ? std::uint64_t{1} << exponent : 0;
+        if (exponent > 19)
+            return 0;
+        std::uint64_t units = 1;
+        for (; exponent != 0; exponent--)
+            units *= 10;
+        return units;
+    }
+
+    // Without units it is no time.
+    static std::uint64_t hundredths(std::uint64_t time, std::uint64_t units) {
+        if (units == 0)
+            return 0;
+        std::uint64_t rest = time % units;
+        return time / units * 100 + (units < 1000000 ? rest * 100 / units : rest / (units / 100));
+    }
+
+    struct Interface {
+        std::uint16_t link;
+        std::uint64_t time_units; // 0: finer than can be told
+    };
 
     std::vector<std::uint8_t> bytes_;
     std::size_t at_ = 0;
     bool swapped_ = false;
     bool in_section_ = false;
     std::size_t first_of_section_ = 0;
-    std::vector<std::uint16_t> links_; // link type of each interface
+    std::vector<Interface> interfaces_;
 };
 
 } // namespace

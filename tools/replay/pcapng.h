@@ -15,5 +15,6 @@ inline constexpr std::uint32_t PCAPNG_BYTE_ORDER = 0x1A2B3C4D;
 inline constexpr std::uint16_t PCAPNG_LINK_ETHERNET = 1;
 inline constexpr std::uint16_t PCAPNG_OPTION_END = 0;
 inline constexpr std::uint16_t PCAPNG_OPTION_COMMENT = 1;
+inline constexpr std::uint16_t PCAPNG_OPTION_RESOLUTION = 9; // of an interface's times
 
 } // namespace replay

@@ -3,6 +3,7 @@
 #include "config/config.h"
 #include "control.h"
 #include "kernel/skb.h"
+#include "kernel/time.h"
 #include "module/tarn_module.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_debug.h"
@@ -104,6 +105,23 @@ Fate fate_of(const Outcome &outcome, u32 result) {
     return outcome.trace.consulted.empty() ? Fate::taken : Fate::unclaimed;
 }
 
+// The switch's clock goes by the capture, so that limits decide as if the frames came now.
+class Clock {
+public:
+    Clock() { userlevel::clock_stop(start_); }
+    void set(std::uint64_t time) {
+        if (first_ == 0)
+            first_ = last_ = time;
+        if (time > last_) // and never back
+            last_ = time;
+        userlevel::clock_stop(start_ + (last_ - first_));
+    }
+
+private:
+    const unsigned long start_ = get_jiffies();
+    std::uint64_t first_ = 0, last_ = 0;
+};
+
 void offer(Outcome &outcome, const tarn_rx_meta &meta) {
     u32 ifindex = plain_switch::FIRST_PORT_IFINDEX + 1 + static_cast<u32>(outcome.frame.interface);
     outcome.port = port_name(ifindex);
@@ -132,10 +150,12 @@ void replay_frames(const Options &options, Report &report) {
     const tarn_rx_meta meta = meta_of(options);
     auto capture = open_capture(options.file);
     std::size_t number = 0;
+    Clock clock;
     auto finish = [&] { report.end(fates); };
     try {
         while (auto frame = capture->next()) {
             Outcome outcome{.number = ++number, .frame = std::move(*frame)};
+            clock.set(outcome.frame.time);
             offer(outcome, meta);
             fates[outcome.fate]++;
             report.frame(outcome);

@@ -727,9 +727,7 @@ std::vector<Subcommand> rows_of_views() {
         show("show counters tx-modify", "txmodifycounts",
              "Shows what the hooks saw that change frames on their way out."),
         local("show redirects", Action::redirect, "Shows which redirects are enabled."),
-        local(
-            "show sockets", Action::sockets,
-            "Shows who listens on the sockets of protocols, what waits there, and what was lost."),
+        local("show sockets", Action::sockets, "The same as 'sockets'."),
         show("show refcounts", "refcounts", "Shows interfaces that somebody holds a reference to."),
         show("show memory", "meminfo", "Shows free memory, and how often a port joined a VLAN."),
         show("show subnet-vlans", "subnetvlan", "Shows how many subnets each port classifies."),
@@ -771,6 +769,9 @@ std::vector<Subcommand> rows_of_views() {
         local("monitor", Action::monitor, "Prints the events of the switch, one line each.",
               {otherwise("0", "count",
                          number(0, "EVENTS", 0, WHOLE, "ends after so many; 0: never"))}),
+        local(
+            "sockets", Action::sockets,
+            "Shows who listens on the sockets of protocols, what waits there, and what was lost."),
         local("trace", Action::trace,
               "Prints what redirects decide about frames, and why, as they do.",
               {perhaps(value(Kind::text, 0, "WHICH",
@@ -836,6 +837,7 @@ const std::vector<Topic> &topics() {
         {"show", "what the switch knows"},
         {"proc", "the proc tree, file by file"},
         {"monitor", "events as they come"},
+        {"sockets", "daemons on the sockets of protocols"},
         {"trace", "decisions about frames as they are made"},
         {"chip", "the software chip of tarn-switch"},
     };

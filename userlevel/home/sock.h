@@ -20,6 +20,7 @@ struct sock {
     int owner;              // a process; 0: this one
     pthread_mutex_t lock;   // covers the queue
     pthread_cond_t changed; // by a frame more in the queue, or room to send
+    u32 waiting;            // for that, threads
     sk_buff *first, *last;
     u32 queued; // frames
     int drops;
