@@ -1,6 +1,9 @@
 /*
  * Who may do what with a switch in a kernel: somebody without any right, somebody with one, and those in
  * another network namespace. docs/security.md names what is printed here.
+ *
+ * It sends every command, as the test "netlink" does, and stands behind it in the list for that: what is
+ * set then stays set.
  */
 #define _GNU_SOURCE
 #include "lab.h"
