@@ -41,7 +41,8 @@ extern "C" i32 __wrap__Z22tarn_ifmgr_vlan_createPKhjPP7tarn_iftj(const u8 *hwadd
 
 namespace {
 
-constexpr std::array FAMILIES{46, 48, 50, 53, 54, 55, 56, 57, 61, 66, 67, 68, 69, 70};
+constexpr std::array FAMILIES{46, 47, 48, 50, 51, 52, 53, 54, 55, 56, 57,
+                              60, 61, 62, 63, 65, 66, 67, 68, 69, 70};
 constexpr std::uint16_t FAMILY = 0x13;
 
 std::array<struct socket *, FAMILIES.size()> sockets{};

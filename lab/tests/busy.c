@@ -244,8 +244,8 @@ void busy_command(unsigned int which)
 
 void busy_socket(unsigned int which)
 {
-	static const int families[BUSY_SOCKETS] = { 46, 48, 50, 53, 54, 55, 56,
-						    57, 61, 66, 67, 68, 69, 70 };
+	static const int families[BUSY_SOCKETS] = { 46, 47, 48, 50, 51, 52, 53, 54, 55, 56, 57,
+						    60, 61, 62, 63, 65, 66, 67, 68, 69, 70 };
 	int family = families[which % BUSY_SOCKETS], size = 65536;
 	int fd = socket(family, SOCK_RAW | SOCK_CLOEXEC, 0);
 	struct vlan_skaddr to = { .dest_mac = { 1, 0x80, 0xc2, 0, 0, 2 }, .ifindex = SWITCH_PORT(1) };
@@ -366,6 +366,7 @@ static void use_sockets(int k)
 {
 	for (unsigned int i = (unsigned int)k; !shared->stop; i++) {
 		busy_socket(i);
+		usleep(50000); /* what each leaves behind for good is not what is looked for */
 		shared->sockets++;
 		usleep(20000);
 	}

@@ -22,7 +22,7 @@ void busy_command(unsigned int which);
 extern const unsigned int busy_commands;
 /* A socket is opened, set up, sent by, read, and closed. */
 void busy_socket(unsigned int which);
-#define BUSY_SOCKETS 14
+#define BUSY_SOCKETS 21
 /* A file is read, or written. */
 void busy_file(unsigned int which);
 extern const unsigned int busy_files;

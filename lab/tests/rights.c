@@ -27,7 +27,7 @@
 #define TRACE "/sys/kernel/tracing"
 #define CANNOT 99 /* a step of the test itself did not work */
 
-static const int families[] = { 46, 48, 50, 53, 54, 55, 56, 57, 61, 66, 67, 68, 69, 70 };
+static const int families[] = { 46, 47, 48, 50, 51, 52, 53, 54, 55, 56, 57, 60, 61, 62, 63, 65, 66, 67, 68, 69, 70 };
 #define FAMILIES (sizeof(families) / sizeof(families[0]))
 
 /* --- who ----------------------------------------------------------------------------------------- */

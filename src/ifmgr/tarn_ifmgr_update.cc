@@ -14,7 +14,8 @@ namespace {
 
 constinit tarn_if *_retired = nullptr; // newest first
 constinit work_item _retire_work{};
-constinit mutex _retire_lock{}; // held while destructors run, and over a creation
+// Held while destructors run, over a creation, and while a device is told of its interface's state.
+constinit mutex _retire_lock{};
 constinit u8 _retire_locked = 0;
 
 tarn_ifmgr_list_node *_take_all() {
@@ -103,7 +104,11 @@ void do_process_work(work_item *) {
     for (tarn_ifmgr_list_node *node = _take_all(); node; node = next) {
         next = node->next;
         tarn_if *ifp = node->ifp;
+        // The record is held, its device is not: a record that replaces it may have it by now, and
+        // may be gone with it.
+        _lock();
         _update(ifp);
+        _unlock();
         kmem_cache_free(tarn_ifmgr_list_node_cache, node);
         _tarn_ifmgr_if_put(ifp);
     }
