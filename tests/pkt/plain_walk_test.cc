@@ -171,10 +171,11 @@ TEST_F(PlainWalk, comes_to_the_same) {
     std::string fast = run_in_a_process(false, frames);
     EXPECT_EQ(plain, fast) << "seed " << seed_;
 
-    // A fact that no frame has would be compared with nothing.
+    // A fact that no frame has would be compared with nothing. Few frames do not reach everybody.
     EXPECT_THAT(plain, ::testing::ContainsRegex("_modify_rx_inspects: [1-9]"));
     for (const packet_redirect *redirect : packet_redirects)
-        if (redirect && redirect->concerns != 0 && !(redirect->concerns & FRAME_ANY)) {
+        if (frames >= 1000000 && redirect && redirect->concerns != 0 &&
+            !(redirect->concerns & FRAME_ANY)) {
             EXPECT_TRUE(acted(plain, redirect->name)) << redirect->name;
         }
 }
