@@ -171,6 +171,18 @@ void capture_seeds() {
            0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 28,   0,    0, 0});
 }
 
+// Keys that rise, fall and jump, and one operation among the inserts.
+void container_seeds() {
+    for (unsigned operation = 1; operation < 8; operation++)
+        for (unsigned stride : {1u, 63u, 27u}) {
+            Bytes row{static_cast<u8>(stride)};
+            for (unsigned i = 0; i < 40; i++)
+                row = row + Bytes{static_cast<u8>(i % 4 == 3 ? operation : 0),
+                                  static_cast<u8>(i * stride)};
+            write("containers_fuzz", "keys", row);
+        }
+}
+
 } // namespace
 
 int main(int count, char **words) {
@@ -185,5 +197,6 @@ int main(int count, char **words) {
     proc_seeds();
     line_seeds();
     capture_seeds();
+    container_seeds();
     return 0;
 }
