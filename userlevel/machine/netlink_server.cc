@@ -1,14 +1,12 @@
 #include "machine/netlink_server.h"
 
-#include "machine/unix_listener.h"
+#include "machine/unix_server.h"
 #include "netlink.h"
 #include "tarn/tarnfwd_socket.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <linux/netlink.h>
-#include <memory>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -23,12 +21,6 @@ namespace {
 using packet = std::vector<std::uint8_t>;
 
 constexpr int ANSWER_PATIENCE_MS = 5000;
-
-std::string served; // the path, for the end
-int listener = -1;
-int stop_event = -1;
-std::thread server;
-std::thread::id server_thread; // its own word, before there are clients
 
 // One client. Answers are its own to wait for, within reason; events may be lost.
 class connection {
@@ -91,7 +83,7 @@ private:
     // nobody.
     void write(std::span<const std::uint8_t> message) {
         bool sent = ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
-        if (sent || errno != EAGAIN || std::this_thread::get_id() != server_thread || !answering_)
+        if (sent || errno != EAGAIN || std::this_thread::get_id() != server_ || !answering_)
             return;
         pollfd writable{.fd = fd_, .events = POLLOUT, .revents = 0};
         lost_ = poll(&writable, 1, ANSWER_PATIENCE_MS) <= 0 ||
@@ -99,60 +91,23 @@ private:
     }
 
     int fd_;
+    const std::thread::id server_ = std::this_thread::get_id();
     bool answering_ = false; // the server's thread alone
     bool lost_ = false;
     userlevel::netlink_socket socket_;
 };
 
-void accept_one(std::vector<std::unique_ptr<connection>> &connections) {
-    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0)
-        connections.push_back(std::make_unique<connection>(fd));
-}
-
-// One message at a time over all clients, who are gone when it ends.
-void serve() {
-    server_thread = std::this_thread::get_id();
-    std::vector<std::unique_ptr<connection>> connections;
-    for (;;) {
-        std::vector<pollfd> waiting{{.fd = stop_event, .events = POLLIN, .revents = 0},
-                                    {.fd = listener, .events = POLLIN, .revents = 0}};
-        const std::size_t first = waiting.size();
-        for (const auto &each : connections)
-            waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
-        if (poll(waiting.data(), waiting.size(), -1) < 0)
-            continue;
-        if (waiting[0].revents)
-            return;
-        for (std::size_t i = connections.size(); i > 0; i--)
-            if (waiting[first + i - 1].revents && !connections[i - 1]->serve_one())
-                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
-        if (waiting[1].revents)
-            accept_one(connections);
-    }
-}
+unix_server<connection> server;
 
 } // namespace
 
 std::string netlink_serve(const std::string &path) {
-    int fd = -1;
-    if (std::string wrong = listen_at(path, SOCK_SEQPACKET, fd); !wrong.empty())
-        return "netlink socket '" + path + "': " + wrong;
-    served = path;
-    listener = fd;
-    stop_event = eventfd(0, EFD_CLOEXEC);
-    server = std::thread(serve);
-    return "";
+    std::string wrong = server.serve(path);
+    return wrong.empty() ? "" : "netlink socket '" + path + "': " + wrong;
 }
 
 void netlink_end() {
-    if (!server.joinable())
-        return;
-    eventfd_write(stop_event, 1);
-    server.join();
-    close(stop_event);
-    close(listener);
-    unlink(served.c_str());
+    server.end();
 }
 
 } // namespace machine

@@ -1,6 +1,6 @@
 #include "machine/socket_server.h"
 
-#include "machine/unix_listener.h"
+#include "machine/unix_server.h"
 #include "socket_calls.h"
 #include "tarn/socket_carrier.h"
 
@@ -8,12 +8,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -22,11 +20,6 @@ namespace machine {
 namespace {
 
 constexpr std::uint8_t MARK = 1;
-
-std::string served; // the path, for the end
-int listener = -1;
-int stop_event = -1;
-std::thread server;
 
 // One packet of a client, and what it is answered by.
 struct call {
@@ -210,54 +203,17 @@ private:
     bool marked_ = false; // the mark is there, or about to be read
 };
 
-void accept_one(std::vector<std::unique_ptr<connection>> &connections) {
-    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0)
-        connections.push_back(std::make_unique<connection>(fd));
-}
-
-// One call at a time over all daemons, whose sockets are closed when it ends.
-void serve() {
-    std::vector<std::unique_ptr<connection>> connections;
-    for (;;) {
-        std::vector<pollfd> waiting{{.fd = stop_event, .events = POLLIN, .revents = 0},
-                                    {.fd = listener, .events = POLLIN, .revents = 0}};
-        const std::size_t first = waiting.size();
-        for (const auto &each : connections)
-            waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
-        if (poll(waiting.data(), waiting.size(), -1) < 0)
-            continue;
-        if (waiting[0].revents)
-            return;
-        for (std::size_t i = connections.size(); i > 0; i--)
-            if (waiting[first + i - 1].revents && !connections[i - 1]->serve_one())
-                connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
-        if (waiting[1].revents)
-            accept_one(connections);
-    }
-}
+unix_server<connection> server;
 
 } // namespace
 
 std::string sockets_serve(const std::string &path) {
-    int fd = -1;
-    if (std::string wrong = listen_at(path, SOCK_SEQPACKET, fd); !wrong.empty())
-        return "protocol sockets '" + path + "': " + wrong;
-    served = path;
-    listener = fd;
-    stop_event = eventfd(0, EFD_CLOEXEC);
-    server = std::thread(serve);
-    return "";
+    std::string wrong = server.serve(path);
+    return wrong.empty() ? "" : "protocol sockets '" + path + "': " + wrong;
 }
 
 void sockets_end() {
-    if (!server.joinable())
-        return;
-    eventfd_write(stop_event, 1);
-    server.join();
-    close(stop_event);
-    close(listener);
-    unlink(served.c_str());
+    server.end();
 }
 
 } // namespace machine
