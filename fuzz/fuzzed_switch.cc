@@ -20,6 +20,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace fuzzed {
@@ -129,7 +130,21 @@ void add_ports() {
         tell(line);
 }
 
+void list(const std::string &folder, std::vector<std::string> *found) {
+    for (const userlevel::proc_name &entry : userlevel::proc_list(folder))
+        if (std::string path = folder + "/" + entry.name; S_ISDIR(entry.mode))
+            list(path, found);
+        else
+            found->push_back(path);
+}
+
 } // namespace
+
+std::vector<std::string> files() {
+    std::vector<std::string> found;
+    list("tarn", &found);
+    return found;
+}
 
 void load() {
     userlevel::log_keep(false);

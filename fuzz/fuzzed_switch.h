@@ -5,6 +5,8 @@
 #include "kernel/types.h"
 
 #include <span>
+#include <string>
+#include <vector>
 
 namespace fuzzed {
 
@@ -18,6 +20,9 @@ void reset();
 
 // After a reset: ends the process, saying what is alive that was not there after load().
 void must_have_lost_nothing();
+
+// The paths of all that is in /proc/tarn now, folder by folder.
+std::vector<std::string> files();
 
 // The input as a row of steps: what, which, length, bytes.
 using Step = void (*)(u32 what, u32 which, std::span<const u8> bytes);

@@ -15,19 +15,9 @@ namespace {
 std::vector<std::string> files;
 std::unique_ptr<userlevel::proc_open_file> held;
 
-void list(const std::string &folder) {
-    for (const userlevel::proc_name &entry : userlevel::proc_list(folder)) {
-        std::string path = folder + "/" + entry.name;
-        if ((entry.mode & 0170000) == 0040000)
-            list(path);
-        else
-            files.push_back(path);
-    }
-}
-
 void start() {
     fuzzed::load();
-    list("tarn");
+    files = fuzzed::files();
 }
 
 // A result is a number of bytes that were there, or an error: a store that takes more than it was

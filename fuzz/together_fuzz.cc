@@ -54,19 +54,9 @@ userlevel::netlink_socket &client() {
     return socket;
 }
 
-void list(const std::string &folder) {
-    for (const userlevel::proc_name &entry : userlevel::proc_list(folder)) {
-        std::string path = folder + "/" + entry.name;
-        if ((entry.mode & 0170000) == 0040000)
-            list(path);
-        else
-            files.push_back(path);
-    }
-}
-
 void start() {
     fuzzed::load();
-    list("tarn");
+    files = fuzzed::files();
     client().set_option(NETLINK_GENERIC, NETLINK_EXT_ACK, 1);
     client().set_option(NETLINK_GENERIC, 1, 2); // events, too
 }

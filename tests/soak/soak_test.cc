@@ -171,20 +171,10 @@ void come_and_go(u32 first) {
     }
 }
 
-void list(const std::string &folder, std::vector<std::string> &all) {
-    for (const userlevel::proc_name &entry : userlevel::proc_list(folder))
-        if (std::string path = folder + "/" + entry.name; S_ISDIR(entry.mode))
-            list(path, all);
-        else
-            all.push_back(path);
-}
-
 void read_and_write() {
-    std::vector<std::string> all;
     while (!stop) {
-        all.clear();
-        list("tarn", all); // ports come and go
-        for (const std::string &path : all) {
+        for (const std::string &path : fuzzed::files()) { // ports come and go
+
             userlevel::proc_read(path);
             if (path.find("pktdebug") == std::string::npos &&
                 path.find("lowmem") == std::string::npos)
