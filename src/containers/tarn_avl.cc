@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr u8 _LEFT = 0;
-constexpr u8 _RIGHT = 1;
+constexpr u8 LEFT = 0;
+constexpr u8 RIGHT = 1;
 
 constinit kmem_cache *avl_node_cache = nullptr;
 
@@ -27,7 +27,7 @@ void _give_back(tarn_avl_tree *tree, tarn_avl_node *node) {
 }
 
 tarn_avl_node *&_child(tarn_avl_node *node, u8 side) {
-    return side == _LEFT ? node->left : node->right;
+    return side == LEFT ? node->left : node->right;
 }
 
 // Hangs `node` (or nothing) where `parent` has its child of that side, or at the root.
@@ -39,7 +39,7 @@ void _hang(tarn_avl_tree *tree, tarn_avl_node *parent, u8 side, tarn_avl_node *n
     if (!node)
         return;
     node->parent = parent;
-    node->side = parent ? side : _LEFT;
+    node->side = parent ? side : LEFT;
 }
 
 // Lifts the child of that side above `node` and returns it. Balances are the caller's.
@@ -62,8 +62,8 @@ tarn_avl_node *_lift(tarn_avl_tree *tree, tarn_avl_node *node, u8 side) {
 // `node` is about to reach a balance of 2 towards the side it leans to. Returns the new root of the
 // subtree.
 tarn_avl_node *_tarn_avl_rotate(tarn_avl_tree *tree, tarn_avl_node *node) {
-    u8 side = node->balance < 0 ? _LEFT : _RIGHT;
-    i8 lean = side == _LEFT ? -1 : 1;
+    u8 side = node->balance < 0 ? LEFT : RIGHT;
+    i8 lean = side == LEFT ? -1 : 1;
     tarn_avl_node *child = _child(node, side);
 
     if (child->balance != -lean) {
@@ -84,7 +84,7 @@ tarn_avl_node *_tarn_avl_rotate(tarn_avl_tree *tree, tarn_avl_node *node) {
 // The subtree of that side of `node` has grown by one level.
 void _retrace_growth(tarn_avl_tree *tree, tarn_avl_node *node, u8 side) {
     while (node) {
-        i8 step = side == _LEFT ? -1 : 1;
+        i8 step = side == LEFT ? -1 : 1;
         if (node->balance == step) {
             _tarn_avl_rotate(tree, node);
             return;
@@ -100,7 +100,7 @@ void _retrace_growth(tarn_avl_tree *tree, tarn_avl_node *node, u8 side) {
 // The subtree of that side of `node` has shrunk by one level.
 void _retrace_shrink(tarn_avl_tree *tree, tarn_avl_node *node, u8 side) {
     while (node) {
-        i8 step = side == _LEFT ? 1 : -1;
+        i8 step = side == LEFT ? 1 : -1;
         if (node->balance == 0) {
             node->balance = step;
             return;
@@ -134,11 +134,11 @@ void _swap_with_successor(tarn_avl_tree *tree, tarn_avl_node *node) {
 
     _hang(tree, node->parent, node->side, next);
     next->balance = node->balance;
-    _hang(tree, next, _LEFT, node->left);
+    _hang(tree, next, LEFT, node->left);
     if (next_parent == node) {
-        _hang(tree, next, _RIGHT, node);
+        _hang(tree, next, RIGHT, node);
     } else {
-        _hang(tree, next, _RIGHT, node->right);
+        _hang(tree, next, RIGHT, node->right);
         _hang(tree, next_parent, next_side, node);
     }
     node->left = nullptr;
@@ -204,10 +204,10 @@ int tarn_avl_insert(tarn_avl_tree *tree, void *info) {
     if (!tree)
         return -1;
     tarn_avl_node *parent = nullptr;
-    u8 side = _LEFT;
+    u8 side = LEFT;
     for (tarn_avl_node *at = tree->root; at; at = _child(at, side)) {
         parent = at;
-        side = tree->compare(info, at->info) > 0 ? _RIGHT : _LEFT;
+        side = tree->compare(info, at->info) > 0 ? RIGHT : LEFT;
     }
 
     tarn_avl_node *node = _take_node(tree);
@@ -218,7 +218,7 @@ int tarn_avl_insert(tarn_avl_tree *tree, void *info) {
              .parent = nullptr,
              .info = info,
              .balance = 0,
-             .side = _LEFT};
+             .side = LEFT};
     tree->count++;
     _hang(tree, parent, side, node);
     _retrace_growth(tree, parent, side);
@@ -262,7 +262,7 @@ tarn_avl_node *tarn_avl_next(const tarn_avl_node *node) {
     if (node->right)
         return node->right;
     for (; node->parent; node = node->parent)
-        if (node->side == _LEFT && node->parent->right)
+        if (node->side == LEFT && node->parent->right)
             return node->parent->right;
     return nullptr;
 }
@@ -276,7 +276,7 @@ tarn_avl_node *tarn_avl_next_node(const tarn_avl_node *node) {
         return nullptr;
     if (node->right)
         return _leftmost(node->right);
-    while (node->parent && node->side == _RIGHT)
+    while (node->parent && node->side == RIGHT)
         node = node->parent;
     return node->parent;
 }

@@ -7,7 +7,7 @@
 namespace {
 
 // One level up is won by a 31-bit number up to here: about every second time.
-constexpr u32 _LEVEL_UP_AT_MOST = 0x3FFFFFFE;
+constexpr u32 LEVEL_UP_AT_MOST = 0x3FFFFFFE;
 
 void *_tarn_skip_list_zalloc(std::size_t bytes) {
     return __kmalloc(bytes, gfp_here() | __GFP_ZERO);
@@ -30,7 +30,7 @@ i32 _draw_level(const tarn_skip_list *list) {
     for (;;) {
         u32 number;
         get_random_bytes(&number, sizeof(number));
-        if ((number & 0x7FFFFFFF) > _LEVEL_UP_AT_MOST || level >= list->max_level)
+        if ((number & 0x7FFFFFFF) > LEVEL_UP_AT_MOST || level >= list->max_level)
             return level;
         level++;
     }

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr i8 _COUNTDOWN = 3;
+constexpr i8 COUNTDOWN = 3;
 
 u16 _port_count(const nl_command &command, tarnfwd_attr ports) {
     return static_cast<u16>(command.length(ports) / sizeof(u16));
@@ -68,7 +68,7 @@ NL_HANDLER(auth_mac_ageout_incomplete) {
         u8 mark = command.on();
         if (read_once(supplicant->ageout_incomplete) != mark) {
             write_once(supplicant->ageout_incomplete, mark);
-            write_once(supplicant->ageout_count, _COUNTDOWN);
+            write_once(supplicant->ageout_count, COUNTDOWN);
         }
         return 0;
     });

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr u32 _HWADDR_SIZE = NETDEV_ADDRESS_SIZE;
+constexpr u32 HWADDR_SIZE = NETDEV_ADDRESS_SIZE;
 
 // A name of the interface manager's: cut at 16 bytes, without a terminator when it fills them.
 struct _interface_name {
@@ -39,7 +39,7 @@ i32 _create(const nl_command &command) {
     if (kind == 0 || kind > TARNFWD_IF_KIND_MAX)
         return -EOPNOTSUPP;
     const u8 *mac = command.has(TARNFWD_ATTR_MAC) ? command.mac() : nullptr;
-    if (mac && command.length(TARNFWD_ATTR_MAC) < _HWADDR_SIZE)
+    if (mac && command.length(TARNFWD_ATTR_MAC) < HWADDR_SIZE)
         return -EINVAL;
     _interface_name name(command);
     if (kind == TARNFWD_IF_KIND_ETHERNET)
@@ -108,7 +108,7 @@ NL_HANDLER(lacp_delete_aggregator) {
 }
 
 NL_HANDLER(if_set_hwaddr) {
-    return tarn_ifmgr_set_hwaddr(command.ifindex(), _HWADDR_SIZE, command.mac());
+    return tarn_ifmgr_set_hwaddr(command.ifindex(), HWADDR_SIZE, command.mac());
 }
 
 NL_HANDLER(if_bind_fib) {
@@ -126,7 +126,7 @@ NL_HANDLER(if_create_svi_range) {
     i32 result = 0;
     for (u16 vid = command.half(TARNFWD_ATTR_VID_START); vid < end; vid++) {
         tarn_if *vlan = nullptr;
-        result = tarn_ifmgr_vlan_create(command.mac(), _HWADDR_SIZE, &vlan, vid, options);
+        result = tarn_ifmgr_vlan_create(command.mac(), HWADDR_SIZE, &vlan, vid, options);
     }
     return result;
 }

@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr u8 _BOTH = 0;
-constexpr u8 _IPV4 = 2;
-constexpr u8 _IPV6 = 10;
+constexpr u8 BOTH = 0;
+constexpr u8 IPV4 = 2;
+constexpr u8 IPV6 = 10;
 
 } // namespace
 
@@ -19,11 +19,11 @@ NL_HANDLER(nbr_del_by_vlan_and_port) {
     tarn_if *ifp = ifindex == 0 ? nullptr : tarn_ifmgr_lookup_by_index(ifindex);
     net_device *device = ifp ? ifp->netdev : nullptr;
     i32 result = -1;
-    if (family == _BOTH || family == _IPV4) {
+    if (family == BOTH || family == IPV4) {
         arp_flush_dev_and_port(vid, device, port);
         result = 0;
     }
-    if (family == _BOTH || family == _IPV6) {
+    if (family == BOTH || family == IPV6) {
         ndisc_flush_dev_and_port(vid, device, port);
         result = 0;
     }

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr i32 _UNKNOWN = -EINVAL;
+constexpr i32 UNKNOWN = -EINVAL;
 
 } // namespace
 
@@ -17,35 +17,35 @@ NL_HANDLER(if_set_vxlan_config) {
 }
 
 NL_HANDLER(vlan_classifier_add) {
-    return nl_with_interface(command.ifindex(), _UNKNOWN, [&](tarn_if *ifp) {
+    return nl_with_interface(command.ifindex(), UNKNOWN, [&](tarn_if *ifp) {
         return tarn_subnet_vlan_add(ifp, command.vid(), command.address(),
                                     command.byte(TARNFWD_ATTR_PREFIX_LEN));
     });
 }
 
 NL_HANDLER(vlan_classifier_delete) {
-    return nl_with_interface(command.ifindex(), _UNKNOWN, [&](tarn_if *ifp) {
+    return nl_with_interface(command.ifindex(), UNKNOWN, [&](tarn_if *ifp) {
         return tarn_subnet_vlan_delete(ifp, command.vid(), command.address(),
                                        command.byte(TARNFWD_ATTR_PREFIX_LEN));
     });
 }
 
 NL_HANDLER(vlan_xlate_add_to_port) {
-    return nl_with_interface(command.ifindex(), _UNKNOWN, [&](tarn_if *ifp) {
+    return nl_with_interface(command.ifindex(), UNKNOWN, [&](tarn_if *ifp) {
         return tarn_vlan_xlate_add(ifp, command.half(TARNFWD_ATTR_XLATE_VID),
                                    command.half(TARNFWD_ATTR_XLATE_NEW_VID));
     });
 }
 
 NL_HANDLER(vlan_xlate_delete_from_port) {
-    return nl_with_interface(command.ifindex(), _UNKNOWN, [&](tarn_if *ifp) {
+    return nl_with_interface(command.ifindex(), UNKNOWN, [&](tarn_if *ifp) {
         return tarn_vlan_xlate_delete(ifp, command.half(TARNFWD_ATTR_XLATE_VID),
                                       command.half(TARNFWD_ATTR_XLATE_NEW_VID));
     });
 }
 
 NL_HANDLER(vlan_xlate_set_miss_action_to_port) {
-    return nl_with_interface(command.ifindex(), _UNKNOWN, [&](tarn_if *ifp) {
+    return nl_with_interface(command.ifindex(), UNKNOWN, [&](tarn_if *ifp) {
         return tarn_vlan_xlate_default_action_set(ifp,
                                                   command.byte(TARNFWD_ATTR_XLATE_MISS_ACTION));
     });

@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr long _REFUSED = -1;
-constexpr u32 _TOKEN_SIZE = 8; // a number and its terminator
-constexpr u32 _DOTTED_SIZE = 16;
+constexpr long REFUSED = -1;
+constexpr u32 TOKEN_SIZE = 8; // a number and its terminator
+constexpr u32 DOTTED_SIZE = 16;
 
 // Level 0 holds every entry; the head, without a key, ends it.
 template <typename Visit>
@@ -22,7 +22,7 @@ void _each_key(const tarn_skip_list *list, Visit visit) {
 void _print_lease(seq_file *view, const dhcpsn_lease *lease) {
     u8 ip[4];
     memcpy(ip, &lease->ip, sizeof(ip));
-    char dotted[_DOTTED_SIZE];
+    char dotted[DOTTED_SIZE];
     snprintf(dotted, sizeof(dotted), "%u.%u.%u.%u", ip[0], ip[1], ip[2], ip[3]);
     const u8 *mac = lease->mac;
     seq_printf(view, "%-15s %02x%02x.%02x%02x.%02x%02x %-4d %d\n", dotted, mac[0], mac[1], mac[2],
@@ -80,8 +80,8 @@ bool _has_comma(const proc_text &written, u32 at) {
 
 // One number, and 0 or more than seven characters end the write.
 bool _clear_token(const char *text, u32 length) {
-    char token[_TOKEN_SIZE] = {};
-    if (length >= _TOKEN_SIZE)
+    char token[TOKEN_SIZE] = {};
+    if (length >= TOKEN_SIZE)
         return false;
     memcpy(token, text, length);
     i32 ifindex = tarn_atoi(token);
@@ -98,7 +98,7 @@ long _clear_list(const proc_text &written) {
     for (;;) {
         u32 length = comma - from;
         if (!_clear_token(written.text + from, length))
-            return _REFUSED;
+            return REFUSED;
         u32 ahead = comma + length;
         from = comma + 1;
         comma = _comma_from(written, from);

@@ -8,21 +8,21 @@
 
 namespace {
 
-constexpr const char *_STATE_NAMES[] = {"Block-InOut", "Block-In", "Unblock", "Uncontrolled",
-                                        "Auto"};
+constexpr const char *STATE_NAMES[] = {"Block-InOut", "Block-In", "Unblock", "Uncontrolled",
+                                       "Auto"};
 // More are left out, on purpose: a view stays a few lines.
-constexpr i32 _MOST_RULES = 9;
-constexpr u32 _MOST_SUPPLICANTS = 9;
+constexpr i32 MOST_RULES = 9;
+constexpr u32 MOST_SUPPLICANTS = 9;
 
-constexpr u8 _TCP = 6;
-constexpr u8 _UDP = 17;
+constexpr u8 TCP = 6;
+constexpr u8 UDP = 17;
 
 tarn_if *_port(void *data) {
     return static_cast<tarn_if *>(data);
 }
 
 const char *_state_name(u32 state) {
-    return state < sizeof(_STATE_NAMES) / sizeof(_STATE_NAMES[0]) ? _STATE_NAMES[state] : "Unknown";
+    return state < sizeof(STATE_NAMES) / sizeof(STATE_NAMES[0]) ? STATE_NAMES[state] : "Unknown";
 }
 
 // --- the web listener --------------------------------------------------------------------------
@@ -50,9 +50,9 @@ void _print_rule(seq_file *view, const tarn_auth_fwd_rule &rule) {
     if (rule.family == TARN_AUTH_FAMILY_IPV4)
         seq_printf(view, "%u.%u.%u.%u/%d", rule.addr[0], rule.addr[1], rule.addr[2], rule.addr[3],
                    rule.prefix_len);
-    if (rule.protocol == _TCP)
+    if (rule.protocol == TCP)
         seq_printf(view, ":%u/tcp\n", rule.port);
-    else if (rule.protocol == _UDP)
+    else if (rule.protocol == UDP)
         seq_printf(view, ":%u/udp\n", rule.port);
     else
         seq_printf(view, "\n");
@@ -84,7 +84,7 @@ void _print_table(seq_file *view, const tarn_auth_supp_table *table) {
     for (const tarn_auth_link &bucket : table->buckets)
         for (const tarn_auth_link *at = bucket.next; at != &bucket; at = at->next) {
             _print_supplicant(view, reinterpret_cast<const tarn_auth_supp *>(at));
-            if (++printed == _MOST_SUPPLICANTS)
+            if (++printed == MOST_SUPPLICANTS)
                 return;
         }
 }
@@ -161,7 +161,7 @@ int if_auth_fwd_show(seq_file *view, void *data) {
         seq_printf(view, "0.0.0.0:arp\n");
     // The count stays when there was no memory for the rules.
     auto *rules = static_cast<const tarn_auth_fwd_rule *>(port->auth_fwd_rules);
-    for (i32 i = 0; rules && i < port->auth_fwd_count && i < _MOST_RULES; i++)
+    for (i32 i = 0; rules && i < port->auth_fwd_count && i < MOST_RULES; i++)
         _print_rule(view, rules[i]);
     read_unlock_bh(&_auth_fwd_lock);
     return 0;

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr long _BAD_LENGTH = -1;
+constexpr long BAD_LENGTH = -1;
 
 int _show_signed(seq_file *view, u32 word) {
     seq_printf(view, "%d\n", static_cast<i32>(word));
@@ -41,7 +41,7 @@ long _store_log_control(u32 &word, const proc_text &written) {
 // A limiter in use keeps its value: the write is lost, and says nothing of it, on purpose.
 long _store_limit(bool (*try_set)(ratelimit_state *, int), const proc_text &written) {
     if (static_cast<long>(written.whole) < 0)
-        return _BAD_LENGTH;
+        return BAD_LENGTH;
     try_set(&tarn_pkt_debug_ratelimit, static_cast<int>(simple_strtoul(written.text, nullptr, 0)));
     return written.length;
 }

@@ -9,11 +9,10 @@
 
 namespace {
 
-constexpr const char *_STP_NAMES[] = {"Disabled", "Listening", "Learning", "Forwarding",
-                                      "Blocking"};
+constexpr const char *STP_NAMES[] = {"Disabled", "Listening", "Learning", "Forwarding", "Blocking"};
 
 const char *_stp_name(u32 state) {
-    return state < sizeof(_STP_NAMES) / sizeof(_STP_NAMES[0]) ? _STP_NAMES[state] : "Unknown";
+    return state < sizeof(STP_NAMES) / sizeof(STP_NAMES[0]) ? STP_NAMES[state] : "Unknown";
 }
 
 tarn_if *_port(void *data) {

@@ -9,19 +9,19 @@ constinit proc_dir_entry *tarn_proc_directory = nullptr;
 
 namespace {
 
-constexpr long _NO_COPY = -1;
+constexpr long NO_COPY = -1;
 
 // In the order in which they are made.
-constexpr proc_row _ROWS[] = {
+constexpr proc_row ROWS[] = {
     {"authglobal", authglobal_show, authglobal_store, 253},
-    {"arpseccnt", arpseccnt_show, arpseccnt_store, 2048, _NO_COPY},
+    {"arpseccnt", arpseccnt_show, arpseccnt_store, 2048, NO_COPY},
     {"arpsecdb", arpsecdb_show},
     {"clearpktcount", nullptr, clearpktcount_store},
     {"hidecounter", nullptr, hidecounter_store, 20},
     {"ifdb", ifdb_show},
     {"meminfo", meminfo_show},
     {"pktcounts", pktcounts_show},
-    {"pktdebug", pktdebug_show, pktdebug_store, 8, _NO_COPY},
+    {"pktdebug", pktdebug_show, pktdebug_store, 8, NO_COPY},
     {"pktdebuglowmem", pktdebuglowmem_show, pktdebuglowmem_store, 10},
     {"pktdebugpostenable", pktdebugpostenable_show, pktdebugpostenable_store, 10},
     {"pktdebugpostinfo", pktdebugpostinfo_show},
@@ -30,7 +30,7 @@ constexpr proc_row _ROWS[] = {
      7},
     {"pktdebugratelimitburst", pktdebugratelimitburst_show, pktdebugratelimitburst_store, 7},
     {"pktdebugslaveonly", pktdebugslaveonly_show, pktdebugslaveonly_store, 10},
-    {"pktdebugvlan", pktdebugvlan_show, pktdebugvlan_store, 8, _NO_COPY},
+    {"pktdebugvlan", pktdebugvlan_show, pktdebugvlan_store, 8, NO_COPY},
     {"redirectprotocoldisable", redirectprotocoldisable_show, redirectprotocoldisable_store, 19},
     {"redirectprotocolenable", redirectprotocolenable_show, redirectprotocolenable_store, 19},
     {"refcounts", refcounts_show},
@@ -38,12 +38,12 @@ constexpr proc_row _ROWS[] = {
     {"subnetvlan", subnetvlan_show},
     {"txmodifycounts", modify_tx_pktcounts_show},
 };
-constexpr u32 _COUNT = sizeof(_ROWS) / sizeof(_ROWS[0]);
+constexpr u32 COUNT = sizeof(ROWS) / sizeof(ROWS[0]);
 
 // What stacking puts beside them.
-constexpr const char *_STACK_NAMES[] = {"qoro", "qoro_update"};
+constexpr const char *STACK_NAMES[] = {"qoro", "qoro_update"};
 
-constinit proc_file _files[_COUNT] = {};
+constinit proc_file _files[COUNT] = {};
 
 bool _equal(const char *a, const char *b) {
     for (; *a && *a == *b; a++)
@@ -52,11 +52,11 @@ bool _equal(const char *a, const char *b) {
 }
 
 bool _create_entries(proc_dir_entry *directory) {
-    for (u32 i = 0; i < _COUNT; i++) {
-        _files[i] = {.row = &_ROWS[i], .data = nullptr};
-        if (proc_create_file(_ROWS[i].name, proc_row_mode(_ROWS[i]), directory, &_files[i]))
+    for (u32 i = 0; i < COUNT; i++) {
+        _files[i] = {.row = &ROWS[i], .data = nullptr};
+        if (proc_create_file(ROWS[i].name, proc_row_mode(ROWS[i]), directory, &_files[i]))
             continue;
-        pr_crit("Failed to create proc entry /proc/tarn/%s\n", _ROWS[i].name);
+        pr_crit("Failed to create proc entry /proc/tarn/%s\n", ROWS[i].name);
         return false;
     }
     return true;
@@ -65,10 +65,10 @@ bool _create_entries(proc_dir_entry *directory) {
 } // namespace
 
 bool tarn_proc_is_global(const char *name) {
-    for (const proc_row &row : _ROWS)
+    for (const proc_row &row : ROWS)
         if (_equal(row.name, name))
             return true;
-    for (const char *taken : _STACK_NAMES)
+    for (const char *taken : STACK_NAMES)
         if (_equal(taken, name))
             return true;
     return false;

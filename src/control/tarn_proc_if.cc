@@ -13,7 +13,7 @@
 namespace {
 
 // In the order in which they are made.
-constexpr proc_row _ROWS[] = {
+constexpr proc_row ROWS[] = {
     {"auth", if_auth_show, if_auth_store, 16},
     {"authfwd", if_auth_fwd_show},
     {"authsupp", if_auth_supp_show, if_auth_supp_store, 253},
@@ -21,12 +21,12 @@ constexpr proc_row _ROWS[] = {
     {"openflow", if_openflow_show, if_openflow_store, 2},
     {"bridge", if_bridge_show},
 };
-constexpr u32 _COUNT = sizeof(_ROWS) / sizeof(_ROWS[0]);
+constexpr u32 COUNT = sizeof(ROWS) / sizeof(ROWS[0]);
 
-constexpr proc_row _MEMBERS = {"members", members_show};
-constexpr u32 _MEMBERS_MODE = 0666; // though nobody can write it, on purpose
-constexpr u32 _MEMBERS_FILE = _COUNT;
-static_assert(_COUNT + 1 == TARN_IF_PROC_FILES);
+constexpr proc_row MEMBERS = {"members", members_show};
+constexpr u32 MEMBERS_MODE = 0666; // though nobody can write it, on purpose
+constexpr u32 MEMBERS_FILE = COUNT;
+static_assert(COUNT + 1 == TARN_IF_PROC_FILES);
 
 // Covers the fields of every record that are declared as this file's.
 constinit mutex _lock{};
@@ -69,8 +69,8 @@ proc_dir_entry *_create(tarn_if *ifp, u32 at, const proc_row &row, u32 mode) {
 
 // What has been made stays when one fails.
 i32 _create_entries(tarn_if *ifp) {
-    for (u32 i = 0; i < _COUNT; i++)
-        if (!_create(ifp, i, _ROWS[i], proc_row_mode(_ROWS[i])))
+    for (u32 i = 0; i < COUNT; i++)
+        if (!_create(ifp, i, ROWS[i], proc_row_mode(ROWS[i])))
             return -1;
     return 0;
 }
@@ -112,7 +112,7 @@ i32 _create_members(tarn_if *ifp) {
         return 0;
     if (!ifp->proc_directory)
         return -1;
-    ifp->proc_members = _create(ifp, _MEMBERS_FILE, _MEMBERS, _MEMBERS_MODE);
+    ifp->proc_members = _create(ifp, MEMBERS_FILE, MEMBERS, MEMBERS_MODE);
     return ifp->proc_members ? 0 : -1;
 }
 

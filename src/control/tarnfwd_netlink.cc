@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr u32 _GROUPS = 32;
+constexpr u32 GROUPS = 32;
 
 // The mutex covers both; the socket does not change once it is there.
 constinit mutex _mutex{};
@@ -17,7 +17,7 @@ constinit u32 _reserved = 0;
 
 i32 _reserve(u32 mask) {
     if (!_socket)
-        _socket = netlink_kernel_create(NETLINK_USERSOCK, _GROUPS);
+        _socket = netlink_kernel_create(NETLINK_USERSOCK, GROUPS);
     if (!_socket) {
         pr_err("Netlink user socket creation failed\n");
         pr_err("Error creating netlink resources groups: 0x%x\n", mask);

@@ -14,7 +14,7 @@ struct _attribute_row {
     u16 length = 0; // the most bytes; 0: no bound
 };
 
-constexpr _attribute_row _ATTRIBUTES[] = {
+constexpr _attribute_row ATTRIBUTES[] = {
     {TARNFWD_ATTR_IFINDEX, NLA_U32},
     {TARNFWD_ATTR_AGG_IFINDEX, NLA_U32},
     {TARNFWD_ATTR_PORT_IFINDEX, NLA_U32},
@@ -78,7 +78,7 @@ constexpr _attribute_row _ATTRIBUTES[] = {
     {TARNFWD_ATTR_DOS_HEADER, NLA_BINARY, 20},
     {TARNFWD_ATTR_FDB_EVENT, NLA_U8},
 };
-static_assert(sizeof(_ATTRIBUTES) / sizeof(_ATTRIBUTES[0]) == TARNFWD_ATTR_MAX);
+static_assert(sizeof(ATTRIBUTES) / sizeof(ATTRIBUTES[0]) == TARNFWD_ATTR_MAX);
 
 // Kept for a command that no daemon may send any more.
 i32 _l2_fdb_set(const nl_command &) {
@@ -87,7 +87,7 @@ i32 _l2_fdb_set(const nl_command &) {
 
 // The two stacking rules ask for an interface and an action and use neither, on purpose: daemons
 // send all four.
-constexpr nl_command_row _COMMANDS[] = {
+constexpr nl_command_row COMMANDS[] = {
     {TARNFWD_CMD_IF_NEWLINK, tarnfwd_nl_if_newlink, {A(IFINDEX), A(IF_NAME), A(IF_KIND), A(FLAGS)}},
     {TARNFWD_CMD_IF_UPDATE, tarnfwd_nl_if_update, {A(IFINDEX), A(FLAGS)}},
     {TARNFWD_CMD_IF_DELLINK, tarnfwd_nl_if_dellink, {A(IFINDEX)}},
@@ -258,22 +258,22 @@ constexpr nl_command_row _COMMANDS[] = {
     {TARNFWD_CMD_PORT_SET_L3, tarnfwd_nl_port_set_l3, {A(IFINDEX), A(VID)}},
 };
 #undef A
-constexpr u32 _COMMAND_COUNT = sizeof(_COMMANDS) / sizeof(_COMMANDS[0]);
+constexpr u32 COMMAND_COUNT = sizeof(COMMANDS) / sizeof(COMMANDS[0]);
 
 // What the home wants to know, made of the two tables.
 struct _lists {
     nla_policy_row policy[TARNFWD_ATTR_MAX + 1];
-    u8 commands[_COMMAND_COUNT];
+    u8 commands[COMMAND_COUNT];
     u8 row_of[TARNFWD_CMD_MAX + 1];
 };
 
-constexpr _lists _LISTS = [] {
+constexpr _lists LISTS = [] {
     _lists lists{};
-    for (const _attribute_row &row : _ATTRIBUTES)
+    for (const _attribute_row &row : ATTRIBUTES)
         lists.policy[row.number] = {row.type, row.length};
-    for (u32 i = 0; i < _COMMAND_COUNT; i++) {
-        lists.commands[i] = static_cast<u8>(_COMMANDS[i].number);
-        lists.row_of[_COMMANDS[i].number] = static_cast<u8>(i);
+    for (u32 i = 0; i < COMMAND_COUNT; i++) {
+        lists.commands[i] = static_cast<u8>(COMMANDS[i].number);
+        lists.row_of[COMMANDS[i].number] = static_cast<u8>(i);
     }
     return lists;
 }();
@@ -303,7 +303,7 @@ bool _is_complete(const nl_command &command, const nl_command_row &row) {
 }
 
 i32 _doit(u8 number, nlattr_table attributes) {
-    const nl_command_row &row = _COMMANDS[_LISTS.row_of[number]];
+    const nl_command_row &row = COMMANDS[LISTS.row_of[number]];
     nl_command command{attributes};
     return _is_complete(command, row) ? row.handler(command) : -EINVAL;
 }
@@ -314,9 +314,9 @@ const genl_family_record tarnfwd_nl_family = {
     .name = TARNFWD_NL_FAMILY,
     .version = TARNFWD_NL_VERSION,
     .maxattr = TARNFWD_ATTR_MAX,
-    .policy = _LISTS.policy,
-    .commands = _LISTS.commands,
-    .command_count = _COMMAND_COUNT,
+    .policy = LISTS.policy,
+    .commands = LISTS.commands,
+    .command_count = COMMAND_COUNT,
     .group = TARNFWD_NL_GROUP,
     .doit = _doit,
 };

@@ -8,9 +8,9 @@
 namespace {
 
 // Far above the need of any event, so that none has to be measured.
-constexpr u32 _MESSAGE_SIZE = 3840;
-constexpr u32 _DOS_HEADER = 20;
-constexpr int _ANY_NODE = -1;
+constexpr u32 MESSAGE_SIZE = 3840;
+constexpr u32 DOS_HEADER = 20;
+constexpr int ANY_NODE = -1;
 
 struct _attribute {
     tarnfwd_attr number;
@@ -26,7 +26,7 @@ _attribute _of(tarnfwd_attr number, const Integer &value) {
 template <u32 N>
 i32 _send(tarnfwd_cmd event, const _attribute (&attributes)[N]) {
     gfp_t flags = gfp_here();
-    sk_buff *skb = __alloc_skb(_MESSAGE_SIZE, flags, 0, _ANY_NODE);
+    sk_buff *skb = __alloc_skb(MESSAGE_SIZE, flags, 0, ANY_NODE);
     if (!skb)
         return -ENOMEM;
     void *header = genlmsg_put(skb, 0, 0, &tarnfwd_nl_family, 0, static_cast<u8>(event));
@@ -64,7 +64,7 @@ i32 tarnfwd_nl_send_dos_match(u32 ifindex, u32 reason, u16 ethertype, const u8 *
                                             _of(TARNFWD_ATTR_IFINDEX, ifindex),
                                             _of(TARNFWD_ATTR_DOS_REASON, short_reason),
                                             _of(TARNFWD_ATTR_ETHERTYPE, ethertype),
-                                            {TARNFWD_ATTR_DOS_HEADER, _DOS_HEADER, header},
+                                            {TARNFWD_ATTR_DOS_HEADER, DOS_HEADER, header},
                                         });
 }
 

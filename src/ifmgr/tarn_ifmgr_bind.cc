@@ -13,7 +13,7 @@ constinit kmem_cache *tarn_ifmgr_list_node_cache = nullptr;
 namespace {
 
 // What a VLAN has when its last port goes: no RUNNING.
-constexpr u32 _VLAN_FLAGS = IFF_UP | IFF_BROADCAST | IFF_MULTICAST;
+constexpr u32 VLAN_FLAGS = IFF_UP | IFF_BROADCAST | IFF_MULTICAST;
 
 bool _holds(const tarn_ifmgr_list_node *list, const tarn_if *ifp) {
     for (; list; list = list->next)
@@ -64,9 +64,9 @@ i32 _link_both(tarn_if *parent, tarn_if *child) {
 }
 
 void _last_child_gone(tarn_if *parent) {
-    write_once(parent->flags, _VLAN_FLAGS);
+    write_once(parent->flags, VLAN_FLAGS);
     if (parent->type == TARN_IF_TYPE_VLAN)
-        tarn_os_l3_if_flags_set(parent, _VLAN_FLAGS);
+        tarn_os_l3_if_flags_set(parent, VLAN_FLAGS);
     else if (p_tarn_if_db->on_unbind)
         p_tarn_if_db->on_unbind(parent);
 }

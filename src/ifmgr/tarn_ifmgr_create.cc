@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr u32 _ADDRESS_SIZE = 6;
+constexpr u32 ADDRESS_SIZE = 6;
 
 // Cut at 16 bytes, and then without a terminator.
 void _copy_name(tarn_if *record, const char *name) {
@@ -115,7 +115,7 @@ i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u3
     if (!record)
         return TARN_ERR_NO_MEMORY;
     record->flags = flags;
-    memcpy(record->hwaddr, hwaddr, _ADDRESS_SIZE);
+    memcpy(record->hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
     tarn_ifmgr_creation_begin();
@@ -143,7 +143,7 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
         return TARN_ERR_NO_MEMORY;
     record->flags = flags;
     record->stack_member = stack_member;
-    memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
+    memcpy(record->port_hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
     tarn_ifmgr_creation_begin();
@@ -174,7 +174,7 @@ i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, 
         return TARN_ERR_NO_MEMORY;
     record->if_flags =
         agg_type == TARN_AGG_TYPE_STATIC ? TARN_IF_F_AGG_STATIC : TARN_IF_F_AGG_DYNAMIC;
-    memcpy(record->port_hwaddr, hwaddr, _ADDRESS_SIZE);
+    memcpy(record->port_hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
     tarn_ifmgr_creation_begin();

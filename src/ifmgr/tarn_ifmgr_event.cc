@@ -11,9 +11,9 @@ constinit notifier_block tarn_ifmgr_device_notifier{
 
 namespace {
 
-constexpr u32 _SUBSCRIBERS = 1;
+constexpr u32 SUBSCRIBERS = 1;
 using _subscriber = void (*)(u32 vid);
-constinit _subscriber subscribers[_SUBSCRIBERS] = {};
+constinit _subscriber subscribers[SUBSCRIBERS] = {};
 constinit u32 _subscriber_count = 0;
 
 // The device goes, and with it the references that would hold it up: those of Ethernet interfaces,
@@ -55,7 +55,7 @@ int tarn_ifmgr_device_event(notifier_block *, unsigned long event, void *info) {
 }
 
 i32 tarn_ifmgr_notifications_register(void (*subscriber)(u32 vid)) {
-    if (_subscriber_count >= _SUBSCRIBERS) {
+    if (_subscriber_count >= SUBSCRIBERS) {
         pr_err("Too many interface manager subscribers\n");
         return -EINVAL;
     }

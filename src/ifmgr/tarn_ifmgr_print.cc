@@ -7,8 +7,8 @@
 namespace {
 
 // A line of children is broken when it is longer.
-constexpr u32 _LINE = 60;
-constexpr char _CHILDREN[] = "  Children: ";
+constexpr u32 LINE = 60;
+constexpr char CHILDREN[] = "  Children: ";
 
 tarn_avl_tree *_tree() {
     tarn_if_db *db = __atomic_load_n(&p_tarn_if_db, __ATOMIC_ACQUIRE);
@@ -31,14 +31,14 @@ u32 _name_length(const tarn_if *ifp) {
 }
 
 void _print_children(seq_file *view, const tarn_ifmgr_list_node *list) {
-    u32 length = sizeof(_CHILDREN) - 1;
-    seq_printf(view, "%s", _CHILDREN);
+    u32 length = sizeof(CHILDREN) - 1;
+    seq_printf(view, "%s", CHILDREN);
     for (; list; list = list->next) {
         if (!list->ifp)
             continue;
         seq_printf(view, "%.16s ", list->ifp->name);
         length += _name_length(list->ifp) + 1;
-        if (length <= _LINE)
+        if (length <= LINE)
             continue;
         seq_printf(view, "\n    ");
         length = 0;

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr u32 _MIRROR_TRANSMIT = 0x2;
+constexpr u32 MIRROR_TRANSMIT = 0x2;
 
 // Runs the change on the interface, or gives `missing`.
 template <typename Change>
@@ -46,7 +46,7 @@ bool _has_child_with_link(const tarn_if *vlan) {
 }
 
 bool _is_tracked(u32 direction, u32 vid) {
-    return (direction & _MIRROR_TRANSMIT) && vid == 0;
+    return (direction & MIRROR_TRANSMIT) && vid == 0;
 }
 
 } // namespace

@@ -6,16 +6,16 @@
 
 namespace {
 
-constexpr u32 _WORD_BITS = 32;
-constexpr u32 _FACTS = 32;
+constexpr u32 WORD_BITS = 32;
+constexpr u32 FACTS = 32;
 
 static_assert(REDIRECT_PLACES + 1 == process_packet_rxs.size());
 
 constinit rwlock_t _lock{};
 
 // Who changes frames that come like that: an index of two bits.
-constexpr u32 _WITH_FLAGS = 1, _WITH_CODE = 2, _WAYS = 4;
-constinit u32 _modifiers[_WAYS] = {};
+constexpr u32 WITH_FLAGS = 1, WITH_CODE = 2, WAYS = 4;
+constinit u32 _modifiers[WAYS] = {};
 constinit u32 _modified = 0, _modified_summed_up = 0; // frames
 
 // A bit for each place of process_packet_rxs. Two words, since not every machine reads a longer one
@@ -26,7 +26,7 @@ struct redirect_places {
 
 // Who is asked, by class; who of them can decide, by fact.
 constinit redirect_places _asked[FRAME_CLASSES] = {};
-constinit redirect_places _concerned[_FACTS] = {};
+constinit redirect_places _concerned[FACTS] = {};
 
 // How many frames ended where; and how many of them `inspects` has in it already. The first only
 // grows, so a count that is lost to another CPU is lost alone.
@@ -38,11 +38,11 @@ packet_redirect *_at(u32 place) {
 }
 
 bool _has(const redirect_places &set, u32 place) {
-    return set.words[place / _WORD_BITS] >> place % _WORD_BITS & 1;
+    return set.words[place / WORD_BITS] >> place % WORD_BITS & 1;
 }
 
 void _add(redirect_places *set, u32 place) {
-    set->words[place / _WORD_BITS] |= 1u << place % _WORD_BITS;
+    set->words[place / WORD_BITS] |= 1u << place % WORD_BITS;
 }
 
 void _publish(redirect_places *set, const redirect_places &now) {
@@ -113,8 +113,8 @@ redirect_places _concerned_with(u32 fact) {
 }
 
 u32 _modifiers_of(u32 way) {
-    const u32 facts = FRAME_ANY | _if(way & _WITH_FLAGS, FRAME_TRAP_FLAGS) |
-                      _if(way & _WITH_CODE, FRAME_TRAP_CODE);
+    const u32 facts =
+        FRAME_ANY | _if(way & WITH_FLAGS, FRAME_TRAP_FLAGS) | _if(way & WITH_CODE, FRAME_TRAP_CODE);
     u32 found = 0;
     for (u32 place = 0; process_packet_modify_rx[place] != REDIRECT_ORDER_END; place++) {
         const packet_redirect *redirect = packet_redirects[process_packet_modify_rx[place]];
@@ -125,11 +125,11 @@ u32 _modifiers_of(u32 way) {
 }
 
 void _renew() {
-    for (u32 way = 0; way < _WAYS; way++)
+    for (u32 way = 0; way < WAYS; way++)
         write_once(_modifiers[way], _modifiers_of(way));
     for (u32 of = 0; of < FRAME_CLASSES; of++)
         _publish(&_asked[of], _asked_about(of));
-    for (u32 fact = 0; fact < _FACTS; fact++)
+    for (u32 fact = 0; fact < FACTS; fact++)
         _publish(&_concerned[fact], _concerned_with(fact));
 }
 
@@ -213,7 +213,7 @@ u64 pkt_candidates(u32 facts) {
     }
     low &= read_once(asked.words[0]);
     high &= read_once(asked.words[1]);
-    return u64{high} << _WORD_BITS | low;
+    return u64{high} << WORD_BITS | low;
 }
 
 void pkt_candidates_count(frame_class of, u32 place) {
@@ -221,7 +221,7 @@ void pkt_candidates_count(frame_class of, u32 place) {
 }
 
 u32 pkt_modifiers(const tarn_rx_meta *meta) {
-    return read_once(_modifiers[(meta->flags ? _WITH_FLAGS : 0) | (meta->code ? _WITH_CODE : 0)]);
+    return read_once(_modifiers[(meta->flags ? WITH_FLAGS : 0) | (meta->code ? WITH_CODE : 0)]);
 }
 
 void pkt_modifiers_count() {

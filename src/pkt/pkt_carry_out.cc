@@ -15,18 +15,18 @@
 
 namespace {
 
-constexpr u32 _KERNEL_FLAGS = REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT;
+constexpr u32 KERNEL_FLAGS = REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT;
 
-constexpr u32 _RESEND_FLOOD_COS = 0;
-constexpr u32 _RESEND_FLOOD_QUEUE = 4;
-constexpr u32 _RESEND_COS = 6;
-constexpr u32 _RESEND_QUEUE = 6;
+constexpr u32 RESEND_FLOOD_COS = 0;
+constexpr u32 RESEND_FLOOD_QUEUE = 4;
+constexpr u32 RESEND_COS = 6;
+constexpr u32 RESEND_QUEUE = 6;
 
 // A post to the IP stack consumes the frame: nobody may want it afterwards.
 bool _refused(const packet_redirect *redirect, u32 flags) {
-    if (!(flags & _KERNEL_FLAGS))
+    if (!(flags & KERNEL_FLAGS))
         return false;
-    if ((flags & _KERNEL_FLAGS) == _KERNEL_FLAGS)
+    if ((flags & KERNEL_FLAGS) == KERNEL_FLAGS)
         pr_crit("Post kernel (%.20s) not allowed with post kernel port\n", redirect->name);
     else if (flags & REDIRECT_POST_USERSPACE)
         pr_crit("Post kernel (%.20s) not allowed with post userspace\n", redirect->name);
@@ -62,10 +62,9 @@ bool _is_vlan_ifindex(u32 ifindex) {
 u32 _resend_copy(const tarn_pkt_info *info, tarn_if *port, sk_buff *copy) {
     if (!port)
         return static_cast<u32>(_tarn_flood(info->l2_port, info->vlan_if->vid, nullptr, copy,
-                                            _RESEND_FLOOD_COS, _RESEND_FLOOD_QUEUE, 1, 0));
+                                            RESEND_FLOOD_COS, RESEND_FLOOD_QUEUE, 1, 0));
     bool bypass = read_once(info->vlan_if->if_flags) & TARN_IF_F_VLAN_LOCAL;
-    return _tarn_start_xmit(port, info->vlan_if, copy, _RESEND_COS, _RESEND_QUEUE, 1, bypass,
-                            false);
+    return _tarn_start_xmit(port, info->vlan_if, copy, RESEND_COS, RESEND_QUEUE, 1, bypass, false);
 }
 
 void _resend_to(const tarn_pkt_info *info, tarn_if *port) {
@@ -157,7 +156,7 @@ u32 _actions(packet_redirect *redirect, tarn_pkt_info *info, redirect_instruct *
 }
 
 void _stop(packet_redirect *redirect, tarn_pkt_info *info, const redirect_instruct *instruct) {
-    if (!(instruct->flags & _KERNEL_FLAGS))
+    if (!(instruct->flags & KERNEL_FLAGS))
         __dev_kfree_skb_irq(info->skb, SKB_REASON_DROPPED);
     count_up(redirect->stops);
 

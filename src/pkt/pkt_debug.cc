@@ -15,12 +15,12 @@ constinit tarn_ppdi tarn_ppdi_last{};
 
 namespace {
 
-constexpr int _INTERVAL = 500; // jiffies
-constexpr int _BURST = 100;
+constexpr int INTERVAL = 500; // jiffies
+constexpr int BURST = 100;
 
-constexpr u32 _DUMP_BYTES = 64;
-constexpr u32 _GROUP = 4;
-constexpr u32 _GROUPS_A_LINE = 4;
+constexpr u32 DUMP_BYTES = 64;
+constexpr u32 GROUP = 4;
+constexpr u32 GROUPS_A_LINE = 4;
 
 bool _wanted(u32 direction, u32 vid) {
     u32 only = read_once(tarn_pkt_debug_vlan);
@@ -71,12 +71,12 @@ void _log_tx(const char *port_name, const char *vlan_name, u32 vid, const sk_buf
 } // namespace
 
 void tarn_pkt_debug_init() {
-    ratelimit_state_init(&tarn_pkt_debug_ratelimit, _INTERVAL, _BURST);
+    ratelimit_state_init(&tarn_pkt_debug_ratelimit, INTERVAL, BURST);
 }
 
 char *tarn_log_skb_to_str(const sk_buff *skb, char *buffer) {
     frame_bytes frame(skb);
-    u32 length = frame.length < _DUMP_BYTES ? frame.length : _DUMP_BYTES;
+    u32 length = frame.length < DUMP_BYTES ? frame.length : DUMP_BYTES;
     char *at = buffer;
     char *end = buffer + TARN_LOG_DUMP_SIZE;
 
@@ -85,15 +85,15 @@ char *tarn_log_skb_to_str(const sk_buff *skb, char *buffer) {
         // A group is written whole; what it has past the end of the frame reads 00.
         at += snprintf(at, end - at, "%02x%02x%02x%02x ", frame.byte(offset),
                        frame.byte(offset + 1), frame.byte(offset + 2), frame.byte(offset + 3));
-        offset += _GROUP;
-        if (offset % (_GROUP * _GROUPS_A_LINE) == 0 && offset < length)
+        offset += GROUP;
+        if (offset % (GROUP * GROUPS_A_LINE) == 0 && offset < length)
             at += snprintf(at, end - at, "\n\t");
     }
     // Behind the last group, not in place of its surplus: kept, frames are long enough for it.
-    if (frame.length < _DUMP_BYTES)
-        for (u32 rest = frame.length % _GROUP; rest > 0; rest--)
+    if (frame.length < DUMP_BYTES)
+        for (u32 rest = frame.length % GROUP; rest > 0; rest--)
             at += snprintf(at, end - at, "%02x", frame.byte(offset++));
-    if (frame.length > _DUMP_BYTES)
+    if (frame.length > DUMP_BYTES)
         snprintf(at, end - at, "\n\t(...)");
     return buffer;
 }

@@ -17,10 +17,10 @@
 namespace {
 
 // Most VLANs have no more ports than this; their flood allocates nothing but the copies.
-constexpr u32 _FEW = 32;
+constexpr u32 FEW = 32;
 
 struct _ports {
-    tarn_if *few[_FEW];
+    tarn_if *few[FEW];
     tarn_if **all;
     u32 count;
 };
@@ -45,11 +45,11 @@ u32 _length(const tarn_ifmgr_list_node *list) {
 u32 _room(_ports *ports, const tarn_if *vlan_if) {
     u32 children = _length(vlan_if->children);
     ports->all = ports->few;
-    if (children <= _FEW)
-        return _FEW;
+    if (children <= FEW)
+        return FEW;
     auto *more = static_cast<tarn_if **>(__kmalloc(children * sizeof(tarn_if *), GFP_ATOMIC));
     if (!more)
-        return _FEW;
+        return FEW;
     ports->all = more;
     return children;
 }

@@ -9,14 +9,14 @@
 namespace {
 
 // A type of interface that exists elsewhere and never has a device here.
-constexpr u32 _TYPE_WITHOUT_DEVICE = 1;
+constexpr u32 TYPE_WITHOUT_DEVICE = 1;
 
-constexpr u32 _LINK_ADDRESS_MAX = 14;
-constexpr u16 _HEADER_LENGTH = 16; // two more than Ethernet's, on purpose
+constexpr u32 LINK_ADDRESS_MAX = 14;
+constexpr u16 HEADER_LENGTH = 16; // two more than Ethernet's, on purpose
 
 void _set_address(net_device *device, const u8 *hwaddr, u32 length) {
-    u8 address[_LINK_ADDRESS_MAX] = {};
-    if (hwaddr && length <= _LINK_ADDRESS_MAX)
+    u8 address[LINK_ADDRESS_MAX] = {};
+    if (hwaddr && length <= LINK_ADDRESS_MAX)
         memcpy(address, hwaddr, length);
     dev_addr_set(device, address);
 }
@@ -36,7 +36,7 @@ void _fill(net_device *device, tarn_if *ifp, bool is_new) {
     netdev_set_priv_flags(device, netdev_priv_flags(device) | IFF_NO_QUEUE);
     netdev_set_ops(device, is_port ? &tarn_eth_port_ops : &tarn_eth_other_ops,
                    is_port ? &tarn_eth_port_ethtool_ops : nullptr);
-    netdev_set_hard_header_len(device, _HEADER_LENGTH);
+    netdev_set_hard_header_len(device, HEADER_LENGTH);
     if (is_port || is_vlan)
         netdev_set_mtu_bounds(device, TARN_ETH_MTU_MIN, TARN_ETH_MTU_MAX);
     // The number of a registered device is the kernel's key to it.
@@ -147,7 +147,7 @@ i32 tarn_eth_drv_destroy_netdevice(net_device *device) {
 }
 
 i32 tarn_os_l3_if_unconfigure(tarn_if *ifp) {
-    if (ifp->type == _TYPE_WITHOUT_DEVICE)
+    if (ifp->type == TYPE_WITHOUT_DEVICE)
         return 0;
     return tarn_eth_drv_destroy_netdevice(ifp->netdev);
 }

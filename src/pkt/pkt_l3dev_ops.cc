@@ -38,17 +38,17 @@ constinit const netdev_ops tarn_eth_other_ops{
 
 namespace {
 
-constexpr u32 _DEFAULT_SPEED = 10000;
-constexpr u32 _ALL_SOFTWARE_TIMESTAMPS = 0x5F;
-constexpr i32 _NO_CLOCK = -1;
+constexpr u32 DEFAULT_SPEED = 10000;
+constexpr u32 ALL_SOFTWARE_TIMESTAMPS = 0x5F;
+constexpr i32 NO_CLOCK = -1;
 
 // The hwtstamp_config of linux/net_tstamp.h.
 struct _hwtstamp_config {
     i32 flags, tx_type, rx_filter;
 };
-constexpr u32 _TX_TYPE_MAX = 1;
-constexpr u32 _RX_FILTER_MAX = 14;
-constexpr i32 _RX_FILTER_ALL_PTP = 12;
+constexpr u32 TX_TYPE_MAX = 1;
+constexpr u32 RX_FILTER_MAX = 14;
+constexpr i32 RX_FILTER_ALL_PTP = 12;
 
 tarn_eth_priv *_priv(const net_device *device) {
     return static_cast<tarn_eth_priv *>(netdev_priv(device));
@@ -79,11 +79,11 @@ int _hwtstamp_set(net_device *device, ifreq *request) {
     _hwtstamp_config config;
     if (copy_from_user(&config, ifreq_data(request), sizeof(config)) != 0)
         return -EFAULT;
-    if (static_cast<u32>(config.tx_type) > _TX_TYPE_MAX ||
-        static_cast<u32>(config.rx_filter) > _RX_FILTER_MAX)
+    if (static_cast<u32>(config.tx_type) > TX_TYPE_MAX ||
+        static_cast<u32>(config.rx_filter) > RX_FILTER_MAX)
         return -ERANGE;
     if (config.rx_filter != 0)
-        config.rx_filter = _RX_FILTER_ALL_PTP;
+        config.rx_filter = RX_FILTER_ALL_PTP;
     return copy_to_user(ifreq_data(request), &config, sizeof(config)) != 0 ? -EFAULT : 0;
 }
 
@@ -166,15 +166,15 @@ int tarn_eth_do_ioctl(net_device *device, ifreq *request, int command) {
 }
 
 int tarn_ethtool_get_ts_info(net_device *, ethtool_ts *info) {
-    info->so_timestamping = _ALL_SOFTWARE_TIMESTAMPS;
-    info->phc_index = _NO_CLOCK;
+    info->so_timestamping = ALL_SOFTWARE_TIMESTAMPS;
+    info->phc_index = NO_CLOCK;
     return 0;
 }
 
 int tarn_ethtool_get_link_ksettings(net_device *device, ethtool_link *settings) {
     const tarn_if *ifp = read_once(_priv(device)->ifp);
     u32 speed = ifp ? read_once(ifp->speed) : 0;
-    settings->speed = speed != 0 ? speed : _DEFAULT_SPEED;
+    settings->speed = speed != 0 ? speed : DEFAULT_SPEED;
     settings->duplex = ifp ? read_once(ifp->duplex) : 0;
     settings->port = 0;
     settings->autoneg = 0;

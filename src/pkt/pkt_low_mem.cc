@@ -11,8 +11,8 @@ constinit u32 tarn_pkt_low_mem_normal_return = 0;
 
 namespace {
 
-constexpr u32 _RECOUNT_FRAMES = 1024;
-constexpr u32 _PAGE_SHIFT = 12;
+constexpr u32 RECOUNT_FRAMES = 1024;
+constexpr u32 PAGE_SHIFT = 12;
 
 constinit u32 low_mem_pkt_count = 0;
 constinit u32 low_mem_free_estimate = 0;
@@ -25,7 +25,7 @@ u64 _pages(unsigned item) {
 // Bytes that are free or easily made so; more than 32 bits hold reads as all ones.
 u32 _count_free() {
     u64 pages = _pages(NR_FREE_PAGES) + _pages(NR_ZONE_INACTIVE_FILE) + _pages(NR_ZONE_ACTIVE_FILE);
-    u64 bytes = pages << _PAGE_SHIFT;
+    u64 bytes = pages << PAGE_SHIFT;
     return bytes > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<u32>(bytes);
 }
 
@@ -44,12 +44,12 @@ u8 tarn_pkt_low_mem(u32 frame_length) {
         estimate -= frame_length;
         write_once(low_mem_free_estimate, estimate);
     }
-    if (frames <= _RECOUNT_FRAMES && estimate >= TARN_PKT_LOW_MEM_BYTES)
+    if (frames <= RECOUNT_FRAMES && estimate >= TARN_PKT_LOW_MEM_BYTES)
         return _normal();
 
     u32 free_bytes = _count_free();
     write_once(low_mem_free_estimate, free_bytes);
-    if (frames > _RECOUNT_FRAMES)
+    if (frames > RECOUNT_FRAMES)
         write_once(low_mem_pkt_count, 0);
     return free_bytes < TARN_PKT_LOW_MEM_BYTES ? 1 : _normal();
 }

@@ -7,14 +7,14 @@
 
 namespace {
 
-constexpr u8 _IPPROTO_TCP = 6;
-constexpr u8 _IPPROTO_UDP = 17;
-constexpr u8 _IPPROTO_ICMPV6 = 58;
-constexpr u8 _IPPROTO_PIM = 103;
-constexpr u8 _IPPROTO_VRRP = 112;
+constexpr u8 IPPROTO_TCP = 6;
+constexpr u8 IPPROTO_UDP = 17;
+constexpr u8 IPPROTO_ICMPV6 = 58;
+constexpr u8 IPPROTO_PIM = 103;
+constexpr u8 IPPROTO_VRRP = 112;
 
-constexpr u32 _IPV4_HLEN = 20;
-constexpr u32 _IPV6_HLEN = 40;
+constexpr u32 IPV4_HLEN = 20;
+constexpr u32 IPV6_HLEN = 40;
 
 u32 _be16(const u8 *at) {
     return u32{at[0]} << 8 | at[1];
@@ -35,10 +35,10 @@ bool _ipv4_group_matches(const u8 *destination, const u8 *group) {
 
 u32 _protocol_facts(u8 protocol) {
     switch (protocol) {
-    case _IPPROTO_TCP:
+    case IPPROTO_TCP:
         return FRAME_TCP;
-    case _IPPROTO_PIM:
-    case _IPPROTO_VRRP:
+    case IPPROTO_PIM:
+    case IPPROTO_VRRP:
         return FRAME_IP_ROUTING;
     default:
         return 0;
@@ -46,7 +46,7 @@ u32 _protocol_facts(u8 protocol) {
 }
 
 void _parse_ipv4(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8 *destination) {
-    u8 header[_IPV4_HLEN];
+    u8 header[IPV4_HLEN];
     frame.copy(at, header, sizeof(header));
 
     memcpy(&info->ip_frag_off, header + 6, sizeof(info->ip_frag_off));
@@ -63,7 +63,7 @@ void _parse_ipv4(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
 // The offset of the transport header from the start of the frame, or -1 where the headers cannot be
 // walked to an end that lies in the frame. Then the next header stays what the fixed header says.
 i32 _skip_extensions(tarn_pkt_info *info, const frame_bytes &frame, u32 at) {
-    i32 start = static_cast<i32>(at + _IPV6_HLEN);
+    i32 start = static_cast<i32>(at + IPV6_HLEN);
     if (!ipv6_ext_hdr(info->ipv6_next_header))
         return start;
 
@@ -77,7 +77,7 @@ i32 _skip_extensions(tarn_pkt_info *info, const frame_bytes &frame, u32 at) {
 }
 
 void _parse_ipv6(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8 *destination) {
-    u8 header[_IPV6_HLEN];
+    u8 header[IPV6_HLEN];
     frame.copy(at, header, sizeof(header));
 
     info->ipv6_next_header = header[6];
@@ -87,7 +87,7 @@ void _parse_ipv6(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
     info->ipv6_mc_mac_matches = info->mac_ipv6_mc && info->dst_ip[0] == 0xFF &&
                                 memcmp(info->dst_ip + 12, destination + 2, 4) == 0;
     if (info->ipv6_next_header == NEXTHDR_HOP)
-        info->rtr_alert = tarn_ipv6_mc_is_rtr_alert_present(frame, at + _IPV6_HLEN);
+        info->rtr_alert = tarn_ipv6_mc_is_rtr_alert_present(frame, at + IPV6_HLEN);
 
     i32 transport = _skip_extensions(info, frame, at);
     info->facts |= _protocol_facts(info->ipv6_next_header);
@@ -96,9 +96,9 @@ void _parse_ipv6(tarn_pkt_info *info, const frame_bytes &frame, u32 at, const u8
         return;
     }
     u32 offset = static_cast<u32>(transport);
-    if (info->ipv6_next_header == _IPPROTO_ICMPV6)
+    if (info->ipv6_next_header == IPPROTO_ICMPV6)
         info->icmpv6_type = frame.byte(offset);
-    else if (info->ipv6_next_header == _IPPROTO_UDP)
+    else if (info->ipv6_next_header == IPPROTO_UDP)
         frame.copy(offset + 2, &info->udp_dport, sizeof(info->udp_dport));
     info->ipv6_parsed = 1;
 }

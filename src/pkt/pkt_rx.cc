@@ -12,8 +12,8 @@ constinit u32 slave_only_debug_override = 0;
 
 namespace {
 
-constexpr u32 _DEFAULT_VID = 1;
-constexpr u8 _RX_FOR_MASTER_ONLY = 0x01; // tarn_rx_meta.rx_flags
+constexpr u32 DEFAULT_VID = 1;
+constexpr u8 RX_FOR_MASTER_ONLY = 0x01; // tarn_rx_meta.rx_flags
 
 // What both preparations take over as it is.
 void _take_meta(tarn_pkt_info *info, sk_buff *skb, const tarn_rx_meta *meta) {
@@ -49,7 +49,7 @@ u8 _src_mac_is_own(const tarn_pkt_info *info) {
     if (info->vlan_if)
         return frame.equals(ETH_SRC_OFFSET, info->vlan_if->hwaddr, ETH_ALEN);
 
-    tarn_if *vlan1 = tarn_ifmgr_lookup_by_vid(_DEFAULT_VID);
+    tarn_if *vlan1 = tarn_ifmgr_lookup_by_vid(DEFAULT_VID);
     if (!vlan1)
         return 0;
     u8 own = frame.equals(ETH_SRC_OFFSET, vlan1->hwaddr, ETH_ALEN);
@@ -96,7 +96,7 @@ void _prepare_port(tarn_pkt_info *info, sk_buff *skb, tarn_if *ifp, u32 vid,
 
     info->vlan_port_disabled = tarn_vlan_is_vlan_port_disabled(ifp, info->vid);
     info->ingress_filter = read_once(ifp->ingress_filter);
-    info->slave_only = (info->stack_slave && (meta->rx_flags & _RX_FOR_MASTER_ONLY)) ||
+    info->slave_only = (info->stack_slave && (meta->rx_flags & RX_FOR_MASTER_ONLY)) ||
                        read_once(slave_only_debug_override) != 0;
     info->vlan_if = tarn_ifmgr_lookup_by_vid(info->vid);
     info->src_mac_is_own = _src_mac_is_own(info);

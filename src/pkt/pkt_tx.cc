@@ -16,15 +16,15 @@ constinit u32 tx_discard_all = 0;
 
 namespace {
 
-constexpr u32 _PRIORITIES = 8;
-constexpr std::array<u8, _PRIORITIES> _QUEUE_OF_PRIORITY{4, 1, 2, 3, 4, 5, 6, 7};
-constexpr u8 _QUEUE_OF_OTHERS = 4;
+constexpr u32 PRIORITIES = 8;
+constexpr std::array<u8, PRIORITIES> QUEUE_OF_PRIORITY{4, 1, 2, 3, 4, 5, 6, 7};
+constexpr u8 QUEUE_OF_OTHERS = 4;
 
 // A mirror port may be mirrored itself, and so on. Deeper than this is a ring.
-constexpr u32 _MIRROR_DEPTH = 8;
+constexpr u32 MIRROR_DEPTH = 8;
 
 u32 _queue_of(u32 priority) {
-    return priority < _PRIORITIES ? _QUEUE_OF_PRIORITY[priority] : _QUEUE_OF_OTHERS;
+    return priority < PRIORITIES ? QUEUE_OF_PRIORITY[priority] : QUEUE_OF_OTHERS;
 }
 
 bool _is_local(const tarn_if *vlan_if) {
@@ -51,7 +51,7 @@ u32 _xmit(tarn_if *port, tarn_if *vlan_if, sk_buff *skb, u32 cos, u32 queue, u8 
 void _mirror(const tarn_if *port, tarn_if *vlan_if, const sk_buff *skb, u32 cos, u32 queue,
              u8 tx_enable, u32 depth) {
     u32 ifindex = read_once(port->mirror_ifindex);
-    if (ifindex == 0 || depth >= _MIRROR_DEPTH) [[likely]]
+    if (ifindex == 0 || depth >= MIRROR_DEPTH) [[likely]]
         return;
     tarn_if *mirror = tarn_ifmgr_lookup_by_index(ifindex);
     if (!mirror)
@@ -93,7 +93,7 @@ void tarn_tx_discard_all_set(u32 value) {
 }
 
 u32 _tarn_eth_drv_tx_socket_priority_to_cos(u32 priority) {
-    return priority < _PRIORITIES ? priority : 0;
+    return priority < PRIORITIES ? priority : 0;
 }
 
 i32 _tarn_eth_drv_tx(tarn_if *ifp, sk_buff *skb) {

@@ -13,13 +13,13 @@
 
 namespace {
 
-constexpr u32 _VID_MASK = 0x0FFF;
+constexpr u32 VID_MASK = 0x0FFF;
 
 u32 _vid_of(const tarn_if *vlan_if, const sk_buff *skb) {
     if (vlan_if)
         return vlan_if->vid;
     frame_bytes frame(skb);
-    return frame.be16(ETH_TYPE_OFFSET) == ETH_P_8021Q ? frame.be16(VLAN_TCI_OFFSET) & _VID_MASK : 0;
+    return frame.be16(ETH_TYPE_OFFSET) == ETH_P_8021Q ? frame.be16(VLAN_TCI_OFFSET) & VID_MASK : 0;
 }
 
 bool _is_port(const tarn_if *ifp) {

@@ -11,30 +11,30 @@
 
 namespace {
 
-constexpr u32 _SLOT = 45;
+constexpr u32 SLOT = 45;
 
 enum _reason : u32 {
-    _PASSES = 0,
-    _GATE = 2,
-    _FOR_MASTER = 3,
-    _SLAVE = 4,
-    _NO_L2_PORT = 5,
-    _NO_L3_PORT = 6,
-    _L3_PORT_DOWN = 7,
-    _VIOLATION = 8,
-    _MASTER_PENDING = 9,
-    _MULTICAST_SENDER = 10,
-    _STP = 11,
-    _TO_KERNEL = 12,
-    _NO_L3_INTERFACE = 13,
+    PASSES = 0,
+    GATE = 2,
+    FOR_MASTER = 3,
+    SLAVE = 4,
+    NO_L2_PORT = 5,
+    NO_L3_PORT = 6,
+    L3_PORT_DOWN = 7,
+    VIOLATION = 8,
+    MASTER_PENDING = 9,
+    MULTICAST_SENDER = 10,
+    STP = 11,
+    TO_KERNEL = 12,
+    NO_L3_INTERFACE = 13,
 };
 
 // Offsets in the ARP header.
-constexpr u32 _OPER = 6;
-constexpr u32 _SENDER = 8;
-constexpr u16 _REQUEST = 1;
+constexpr u32 OPER = 6;
+constexpr u32 SENDER = 8;
+constexpr u16 REQUEST = 1;
 
-constexpr u32 _AUTH_METHOD_WEB = 0x4;
+constexpr u32 AUTH_METHOD_WEB = 0x4;
 
 bool _is_local(const tarn_if *vlan_if) {
     return vlan_if && (read_once(vlan_if->if_flags) & TARN_IF_F_VLAN_LOCAL);
@@ -48,7 +48,7 @@ bool _is_multicast(const u8 *mac) {
 
 bool _refuses_sender(const tarn_if *l3_port, const frame_bytes &frame, u32 arp) {
     u8 sender[ETH_ALEN];
-    frame.copy(arp + _SENDER, sender, sizeof(sender));
+    frame.copy(arp + SENDER, sender, sizeof(sender));
     return _is_multicast(sender) && !(read_once(l3_port->if_flags) & TARN_IF_F_ARP_MAC_DISPARITY);
 }
 
@@ -56,7 +56,7 @@ bool _refuses_sender(const tarn_if *l3_port, const frame_bytes &frame, u32 arp) 
 // even where spanning tree blocks it.
 bool _blocked(const tarn_if *l2_port, const tarn_if *l3_port) {
     return tarn_ifmgr_stp_state(l2_port, l3_port) != TARN_STP_FORWARDING &&
-           !(read_once(l2_port->auth_method) & _AUTH_METHOD_WEB) &&
+           !(read_once(l2_port->auth_method) & AUTH_METHOD_WEB) &&
            read_once(l2_port->auth_arp_forward) == 0;
 }
 
@@ -79,39 +79,39 @@ u32 _l3_reason(const tarn_pkt_info *info, const tarn_if *l3_port) {
     if ((flags & TARN_IF_LINK) != TARN_IF_LINK) {
         explain(info,
                 flags & IFF_UP ? "the layer 3 port is not running" : "the layer 3 port is not up");
-        return _L3_PORT_DOWN;
+        return L3_PORT_DOWN;
     }
     frame_bytes frame(info->skb);
     u32 arp = frame.payload_offset();
     if (dhcpsn_arpsec_enabled() &&
         dhcpsn_arpsec_check_arp_violation(info->l2_port, info->skb, arp, info->rx_vid) != 0)
-        return _VIOLATION;
-    if (frame.be16(arp + _OPER) == _REQUEST && tarn_stack_is_pending_master())
-        return _MASTER_PENDING;
+        return VIOLATION;
+    if (frame.be16(arp + OPER) == REQUEST && tarn_stack_is_pending_master())
+        return MASTER_PENDING;
     if (_refuses_sender(l3_port, frame, arp))
-        return _MULTICAST_SENDER;
+        return MULTICAST_SENDER;
     if (_blocked(info->l2_port, l3_port)) {
         explain(info, _words_of(tarn_ifmgr_stp_state(info->l2_port, l3_port)));
-        return _STP;
+        return STP;
     }
-    return _PASSES;
+    return PASSES;
 }
 
 u32 _reason_to_drop(const tarn_pkt_info *info) {
     // A slave answers only on a VLAN that is its own.
     if (info->stack_slave && !_is_local(info->vlan_if))
-        return _SLAVE;
+        return SLAVE;
     if (!info->l2_port || !(read_once(info->l2_port->flags) & IFF_RUNNING)) {
         explain(info, info->l2_port ? "the port is not running" : "the frame has no port");
-        return _NO_L2_PORT;
+        return NO_L2_PORT;
     }
     tarn_if *l3_port = tarn_ifmgr_get_matching_L3_port(info->l2_port, info->rx_vid & 0xFFFF);
     if (!l3_port)
-        return _NO_L3_PORT;
+        return NO_L3_PORT;
     u32 reason = _l3_reason(info, l3_port);
     tarn_ifmgr_if_ref_put(l3_port);
-    if (reason == _PASSES && !info->l3_if)
-        return _NO_L3_INTERFACE;
+    if (reason == PASSES && !info->l3_if)
+        return NO_L3_INTERFACE;
     return reason;
 }
 
@@ -120,18 +120,18 @@ i32 tarn_arp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!gate_passes(info)) {
-        instruct->reason = _GATE;
+        instruct->reason = GATE;
         return 0;
     }
     if (info->slave_only) {
         instruct->flags |= REDIRECT_STACK_REPLICATE;
-        instruct->reason = _FOR_MASTER;
+        instruct->reason = FOR_MASTER;
         return 0;
     }
     instruct->reason = _reason_to_drop(info);
-    if (instruct->reason == _PASSES) {
+    if (instruct->reason == PASSES) {
         instruct->flags |= REDIRECT_POST_KERNEL;
-        instruct->reason = _TO_KERNEL;
+        instruct->reason = TO_KERNEL;
     }
     return 0;
 }
@@ -143,5 +143,5 @@ i32 tarn_arp_init() {
                            .match = tarn_arp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .concerns = FRAME_ARP};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

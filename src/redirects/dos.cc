@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 28;
-constexpr u32 _REPORTED_BYTES = 20;
+constexpr u32 SLOT = 28;
+constexpr u32 REPORTED_BYTES = 20;
 
 i32 tarn_dos_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     bool fragment = info->ethertype == ETH_P_IP && is_ipv4_fragment(info);
@@ -22,7 +22,7 @@ sk_buff *tarn_pkt_packet_post_dos(sk_buff *skb, tarn_post_info *info) {
     if (!info->rx_port)
         return skb;
     frame_bytes frame(skb);
-    u8 header[_REPORTED_BYTES];
+    u8 header[REPORTED_BYTES];
     frame.copy(ETH_HLEN, header, sizeof(header));
     tarnfwd_nl_send_dos_match(info->rx_port->ifindex, info->extra, frame.be16(ETH_TYPE_OFFSET),
                               header);
@@ -36,5 +36,5 @@ i32 tarn_dos_init() {
                            .match = tarn_dos_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dos,
                            .concerns = FRAME_FRAGMENT | FRAME_TRAP_FLAGS};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -12,13 +12,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 6;
-constexpr u32 _GROUP = 2;
-constexpr u32 _GROUP_MASK = 2;
+constexpr u32 SLOT = 6;
+constexpr u32 GROUP = 2;
+constexpr u32 GROUP_MASK = 2;
 
 enum _reason : u32 {
-    _NO_PORT = 1,
-    _POSTED = 2,
+    NO_PORT = 1,
+    POSTED = 2,
 };
 
 struct _message {
@@ -33,11 +33,11 @@ i32 flowd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!info->rx_port) {
-        instruct->reason = _NO_PORT;
+        instruct->reason = NO_PORT;
         return 0;
     }
     instruct->flags |= REDIRECT_POST_USERSPACE;
-    instruct->reason = _POSTED;
+    instruct->reason = POSTED;
     return 0;
 }
 
@@ -64,14 +64,14 @@ sk_buff *flowd_netlink_post_packet(sk_buff *skb, tarn_post_info *info) {
                            .ifindex = ingress_ifindex(info->rx_port),
                            .length = length};
     memcpy(skb_push(sent, sizeof(message)), &message, sizeof(message));
-    tarnfwd_netlink_broadcast(sent, _GROUP);
+    tarnfwd_netlink_broadcast(sent, GROUP);
     return skb;
 }
 
 } // namespace
 
 i32 tarn_netlink_flowd_init() {
-    i32 result = tarnfwd_netlink_reserve(_GROUP_MASK);
+    i32 result = tarnfwd_netlink_reserve(GROUP_MASK);
     if (result != 0) {
         pr_err("Error reserving FLOWD netlink group\n");
         return result;
@@ -80,10 +80,10 @@ i32 tarn_netlink_flowd_init() {
                            .match = flowd_redirect_instruct_get,
                            .post = flowd_netlink_post_packet,
                            .concerns = FRAME_TRAP_FLAGS};
-    result = tarn_pkt_register_packet_redirection(&record, _SLOT);
+    result = tarn_pkt_register_packet_redirection(&record, SLOT);
     if (result != 0)
         pr_err("Error registering FLOWD redirection\n");
     else
-        enable_redirect(_SLOT, 0);
+        enable_redirect(SLOT, 0);
     return result;
 }

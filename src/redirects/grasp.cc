@@ -6,16 +6,16 @@
 
 namespace {
 
-constexpr u32 _SLOT = 26;
-constexpr u32 _TO_KERNEL = 1;
+constexpr u32 SLOT = 26;
+constexpr u32 TO_KERNEL = 1;
 // ff02::13, all GRASP neighbours.
-constexpr u8 _GROUP[16] = {0xFF, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x13};
+constexpr u8 GROUP[16] = {0xFF, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x13};
 
 i32 tarn_grasp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (info->ethertype != ETH_P_IPV6 || memcmp(info->dst_ip, _GROUP, sizeof(_GROUP)) != 0)
+    if (info->ethertype != ETH_P_IPV6 || memcmp(info->dst_ip, GROUP, sizeof(GROUP)) != 0)
         return 0;
     instruct->flags |= REDIRECT_STOP | REDIRECT_POST_KERNEL;
-    instruct->reason = _TO_KERNEL;
+    instruct->reason = TO_KERNEL;
     return 0;
 }
 
@@ -27,5 +27,5 @@ i32 tarn_grasp_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4,
                            .concerns = FRAME_IPV6};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

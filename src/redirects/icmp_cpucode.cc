@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 4;
-constexpr u32 _ICMP_CODE = 2;
+constexpr u32 SLOT = 4;
+constexpr u32 ICMP_CODE = 2;
 
 i32 tarn_icmp_cpucode_dummy_match(tarn_pkt_info *, redirect_instruct *) {
     return 0;
@@ -15,7 +15,7 @@ i32 tarn_icmp_cpucode_dummy_match(tarn_pkt_info *, redirect_instruct *) {
 
 void icmp_cpucode_modify_packet(tarn_rx_modify *, const tarn_rx_meta *meta, tarn_if *,
                                 sk_buff *skb) {
-    if (meta->code == _ICMP_CODE)
+    if (meta->code == ICMP_CODE)
         skb_set_icmp_trapped(skb);
 }
 
@@ -29,5 +29,5 @@ i32 tarn_icmp_cpucode_init() {
                            .skip_protocols = SKIP_ARP,
                            .concerns = 0,
                            .modify_concerns = FRAME_TRAP_CODE};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

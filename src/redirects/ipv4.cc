@@ -10,14 +10,14 @@
 
 namespace {
 
-constexpr u32 _SLOT = 41;
+constexpr u32 SLOT = 41;
 
 enum _reason : u32 {
-    _GATE = 1,
-    _FOR_MASTER_THROTTLED = 2,
-    _FOR_MASTER = 3,
-    _TO_KERNEL = 4,
-    _NO_L3_INTERFACE = 5,
+    GATE = 1,
+    FOR_MASTER_THROTTLED = 2,
+    FOR_MASTER = 3,
+    TO_KERNEL = 4,
+    NO_L3_INTERFACE = 5,
 };
 
 i32 tarn_ipv4_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -25,23 +25,23 @@ i32 tarn_ipv4_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!gate_passes(info)) {
-        instruct->reason = _GATE;
+        instruct->reason = GATE;
         return 0;
     }
     if (info->slave_only) {
-        throttle_for_master(info, instruct, _FOR_MASTER_THROTTLED, _FOR_MASTER);
+        throttle_for_master(info, instruct, FOR_MASTER_THROTTLED, FOR_MASTER);
         return 0;
     }
     if (!info->l3_if) {
-        instruct->reason = _NO_L3_INTERFACE;
+        instruct->reason = NO_L3_INTERFACE;
         return 0;
     }
     instruct->flags |= REDIRECT_POST_KERNEL;
-    instruct->reason = _TO_KERNEL;
+    instruct->reason = TO_KERNEL;
     return 0;
 }
 
-constexpr u32 _SOURCE_OFFSET = 12; // in the IPv4 header
+constexpr u32 SOURCE_OFFSET = 12; // in the IPv4 header
 
 // The chip classifies by subnet itself, but hands such a frame to the CPU in the wrong VLAN.
 void tarn_ipv4_modify_packet_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp,
@@ -52,7 +52,7 @@ void tarn_ipv4_modify_packet_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta
     if (frame.be16(ETH_TYPE_OFFSET) != ETH_P_IP)
         return;
     u32 source;
-    frame.copy(ETH_HLEN + _SOURCE_OFFSET, &source, sizeof(source));
+    frame.copy(ETH_HLEN + SOURCE_OFFSET, &source, sizeof(source));
     u16 vid = read_once(ifp->default_pvid);
     tarn_subnet_vlan_wa_match(source, &vid, ifp);
     modify->rx_vid = modify->vid = vid;
@@ -68,5 +68,5 @@ i32 tarn_ipv4_init() {
                            .skip_protocols = SKIP_ARP | SKIP_IPV6,
                            .concerns = FRAME_IPV4,
                            .modify_concerns = FRAME_TRAP_FLAGS};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -11,25 +11,25 @@
 
 namespace {
 
-constexpr u32 _PRECHECK_SLOT = 42;
-constexpr u32 _SLOT = 44;
-constexpr u8 _ICMPV6 = 58;
+constexpr u32 PRECHECK_SLOT = 42;
+constexpr u32 SLOT = 44;
+constexpr u8 ICMPV6 = 58;
 
 enum _precheck_reason : u32 {
-    _PRECHECK_GATE = 1,
-    _PRECHECK_NO_L3_INTERFACE = 2,
-    _PRECHECK_FOR_MASTER_THROTTLED = 3,
-    _PRECHECK_FOR_MASTER = 4,
-    _PRECHECK_NOT_PARSED = 5,
+    PRECHECK_GATE = 1,
+    PRECHECK_NO_L3_INTERFACE = 2,
+    PRECHECK_FOR_MASTER_THROTTLED = 3,
+    PRECHECK_FOR_MASTER = 4,
+    PRECHECK_NOT_PARSED = 5,
 };
 
 enum _reason : u32 {
-    _GATE = 1,
-    _ND_LIMIT = 2,
-    _FOR_MASTER_THROTTLED = 3,
-    _FOR_MASTER = 4,
-    _NOT_PARSED = 5,
-    _TO_KERNEL = 6,
+    GATE = 1,
+    ND_LIMIT = 2,
+    FOR_MASTER_THROTTLED = 3,
+    FOR_MASTER = 4,
+    NOT_PARSED = 5,
+    TO_KERNEL = 6,
 };
 
 void _stop(redirect_instruct *instruct, u32 reason) {
@@ -41,20 +41,19 @@ i32 tarn_ipv6_precheck_redirect_instruct_get(tarn_pkt_info *info, redirect_instr
     if (info->ethertype != ETH_P_IPV6)
         return 0;
     if (!gate_passes(info))
-        _stop(instruct, _PRECHECK_GATE);
+        _stop(instruct, PRECHECK_GATE);
     else if (!info->l3_if)
-        _stop(instruct, _PRECHECK_NO_L3_INTERFACE);
+        _stop(instruct, PRECHECK_NO_L3_INTERFACE);
     else if (info->slave_only)
-        throttle_for_master(info, instruct, _PRECHECK_FOR_MASTER_THROTTLED, _PRECHECK_FOR_MASTER);
+        throttle_for_master(info, instruct, PRECHECK_FOR_MASTER_THROTTLED, PRECHECK_FOR_MASTER);
     else if (!info->ipv6_parsed)
-        _stop(instruct, _PRECHECK_NOT_PARSED);
+        _stop(instruct, PRECHECK_NOT_PARSED);
     return 0;
 }
 
 // Of neighbour discovery, RFC 4861: solicitations and advertisements of routers and neighbours.
 bool _is_neighbour_discovery(const tarn_pkt_info *info) {
-    return info->ipv6_next_header == _ICMPV6 && info->icmpv6_type >= 133 &&
-           info->icmpv6_type <= 136;
+    return info->ipv6_next_header == ICMPV6 && info->icmpv6_type >= 133 && info->icmpv6_type <= 136;
 }
 
 // There is an interface: the precheck has stopped all others.
@@ -62,18 +61,18 @@ i32 tarn_ipv6_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
     if (info->ethertype != ETH_P_IPV6)
         return 0;
     if (!gate_passes(info)) {
-        _stop(instruct, _GATE);
+        _stop(instruct, GATE);
     } else if (_is_neighbour_discovery(info) && !nd_limit_ok(info)) {
-        _stop(instruct, _ND_LIMIT);
+        _stop(instruct, ND_LIMIT);
     } else if (info->slave_only) {
-        throttle_for_master(info, instruct, _FOR_MASTER_THROTTLED, _FOR_MASTER);
+        throttle_for_master(info, instruct, FOR_MASTER_THROTTLED, FOR_MASTER);
     } else if (!info->ipv6_parsed) {
-        _stop(instruct, _NOT_PARSED);
+        _stop(instruct, NOT_PARSED);
     } else {
-        _stop(instruct, _TO_KERNEL);
+        _stop(instruct, TO_KERNEL);
         instruct->flags |= REDIRECT_POST_KERNEL;
         // All of ICMPv6 is for the other members too.
-        if (info->ipv6_next_header == _ICMPV6)
+        if (info->ipv6_next_header == ICMPV6)
             instruct->flags |= REDIRECT_STACK_REPLICATE;
     }
     return 0;
@@ -99,7 +98,7 @@ i32 tarn_ipv6_init() {
                              .skip_protocols = SKIP_ARP | SKIP_IPV4,
                              .concerns = FRAME_IPV6,
                              .modify_concerns = FRAME_TRAP_FLAGS};
-    i32 result = tarn_pkt_register_packet_redirection(&precheck, _PRECHECK_SLOT);
+    i32 result = tarn_pkt_register_packet_redirection(&precheck, PRECHECK_SLOT);
     if (result != 0)
         return result;
     packet_redirect record{.name = "ipv6",
@@ -107,5 +106,5 @@ i32 tarn_ipv6_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4,
                            .concerns = FRAME_IPV6};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -5,18 +5,18 @@
 
 namespace {
 
-constexpr u32 _SLOT = 30;
+constexpr u32 SLOT = 30;
 
 enum _reason : u32 {
-    _IPV4 = 1,
-    _IPV6 = 2,
+    IPV4 = 1,
+    IPV6 = 2,
 };
 
 i32 tarn_l3_drop_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (info->ethertype != ETH_P_IP && info->ethertype != ETH_P_IPV6)
         return 0;
     instruct->flags |= REDIRECT_STOP;
-    instruct->reason = info->ethertype == ETH_P_IP ? _IPV4 : _IPV6;
+    instruct->reason = info->ethertype == ETH_P_IP ? IPV4 : IPV6;
     return 0;
 }
 
@@ -36,8 +36,8 @@ i32 tarn_l3_drop_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_tx = tarn_l3_drop_tx,
                            .concerns = FRAME_IPV4 | FRAME_IPV6};
-    i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
+    i32 result = tarn_pkt_register_packet_redirection(&record, SLOT);
     if (result == 0)
-        enable_redirect(_SLOT, 0);
+        enable_redirect(SLOT, 0);
     return result;
 }

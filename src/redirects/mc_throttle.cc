@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr u8 _UDP = 17;
-constexpr u32 _SECOND = 100; // jiffies
+constexpr u8 UDP = 17;
+constexpr u32 SECOND = 100; // jiffies
 
 struct alignas(u32) tarn_mc_entry {
     u8 dst_mac[ETH_ALEN];
@@ -22,8 +22,8 @@ struct alignas(u32) tarn_mc_entry {
 };
 
 enum _family : u32 {
-    _IPV4 = 2,
-    _IPV6 = 10,
+    IPV4 = 2,
+    IPV6 = 10,
 };
 
 constinit u32 mc_limit = 10; // of the bucket, in tokens; 0: no throttle
@@ -31,7 +31,7 @@ constinit u32 mc_refill_interval = 10;
 // Before the first setting a flow may pass every 20 jiffies, after any other than 0 every 50, on
 // purpose.
 constinit u32 mc_flow_gap = 20;
-constexpr u32 _FLOW_GAP_ONCE_SET = 50;
+constexpr u32 FLOW_GAP_ONCE_SET = 50;
 
 constinit u32 mc_tokens_v4 = 10;
 constinit u32 mc_tokens_v6 = 10;
@@ -62,7 +62,7 @@ bool _tarn_mc_throttle_ok(const tarn_pkt_info *info, tarn_mc_entry &entry, const
         explain(info, "throttle: no token is left", "tokens", there, limit);
         return false;
     }
-    const u32 address_bytes = family == _IPV4 ? FLOW_IPV4_BYTES : FLOW_IPV6_BYTES;
+    const u32 address_bytes = family == IPV4 ? FLOW_IPV4_BYTES : FLOW_IPV6_BYTES;
     if (flow_is(entry, info, macs, address_bytes)) {
         u32 since = now - read_once(entry.last_sent);
         u32 gap = read_once(mc_flow_gap);
@@ -82,7 +82,7 @@ bool _tarn_mc_throttle_ok(const tarn_pkt_info *info, tarn_mc_entry &entry, const
 
 // DHCPv6 (RFC 8415) and link-local multicast name resolution (RFC 4795).
 bool _is_never_held_back(const tarn_pkt_info *info) {
-    if (info->ipv6_next_header != _UDP)
+    if (info->ipv6_next_header != UDP)
         return false;
     u16 port = be16_to_cpu(info->udp_dport);
     return port == 546 || port == 547 || port == 5355;
@@ -95,7 +95,7 @@ bool tarn_throttle_ipv4_unreg_mc(const tarn_pkt_info *info) {
     if (is_ipv4_fragment(info))
         return false;
     flow_macs macs(info->skb);
-    return !_tarn_mc_throttle_ok(info, last_mc[flow_slot_ipv4(info, macs)], macs, _IPV4,
+    return !_tarn_mc_throttle_ok(info, last_mc[flow_slot_ipv4(info, macs)], macs, IPV4,
                                  mc_tokens_v4, mc_last_refill_v4);
 }
 
@@ -105,7 +105,7 @@ bool tarn_throttle_ipv6_unreg_mc(const tarn_pkt_info *info, bool snooping) {
     if (!snooping && _is_never_held_back(info))
         return false;
     flow_macs macs(info->skb);
-    return !_tarn_mc_throttle_ok(info, last_mc[flow_slot_ipv6(info, macs)], macs, _IPV6,
+    return !_tarn_mc_throttle_ok(info, last_mc[flow_slot_ipv6(info, macs)], macs, IPV6,
                                  mc_tokens_v6, mc_last_refill_v6);
 }
 
@@ -115,6 +115,6 @@ void tarn_update_mcast_limits(u32 limit) {
     write_once(mc_limit, limit);
     if (limit == 0)
         return;
-    write_once(mc_refill_interval, limit >= _SECOND ? 1 : (limit + _SECOND - 1) / limit);
-    write_once(mc_flow_gap, _FLOW_GAP_ONCE_SET);
+    write_once(mc_refill_interval, limit >= SECOND ? 1 : (limit + SECOND - 1) / limit);
+    write_once(mc_flow_gap, FLOW_GAP_ONCE_SET);
 }

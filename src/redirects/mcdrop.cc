@@ -11,14 +11,14 @@
 
 namespace {
 
-constexpr u32 _SLOT = 35;
+constexpr u32 SLOT = 35;
 
 enum _reason : u32 {
-    _GO_ON = 0,
-    _NO_IP_FAMILY = 1,
-    _FLOODED_BY_CHIP = 2,
-    _IPV4_THROTTLED = 3,
-    _IPV6_THROTTLED = 4,
+    GO_ON = 0,
+    NO_IP_FAMILY = 1,
+    FLOODED_BY_CHIP = 2,
+    IPV4_THROTTLED = 3,
+    IPV6_THROTTLED = 4,
 };
 
 bool _is_flooded_by_chip(const tarn_pkt_info *info) {
@@ -42,19 +42,19 @@ bool _ipv6_held_back(const tarn_pkt_info *info) {
 
 u32 _reason_to_drop(const tarn_pkt_info *info) {
     if (!info->mac_multicast || info->vlan_port_disabled)
-        return _GO_ON;
+        return GO_ON;
     if (!info->mac_ipv4_mc && !info->mac_ipv6_mc)
-        return _NO_IP_FAMILY;
+        return NO_IP_FAMILY;
     if (_is_flooded_by_chip(info))
-        return _FLOODED_BY_CHIP;
+        return FLOODED_BY_CHIP;
     if (_ipv4_held_back(info))
-        return _IPV4_THROTTLED;
-    return _ipv6_held_back(info) ? _IPV6_THROTTLED : _GO_ON;
+        return IPV4_THROTTLED;
+    return _ipv6_held_back(info) ? IPV6_THROTTLED : GO_ON;
 }
 
 i32 tarn_mcdrop_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     u32 reason = _reason_to_drop(info);
-    if (reason == _GO_ON)
+    if (reason == GO_ON)
         return 0;
     instruct->flags |= REDIRECT_STOP;
     instruct->reason = reason;
@@ -70,6 +70,6 @@ i32 tarn_mcdrop_init() {
                            .skip_protocols = SKIP_ARP,
                            .concerns = FRAME_TO_GROUP};
     i32 made = flooding_group_init();
-    i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
+    i32 result = tarn_pkt_register_packet_redirection(&record, SLOT);
     return result != 0 ? result : made;
 }

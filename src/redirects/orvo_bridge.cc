@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 0;
-constexpr u32 _BRIDGED = 1;
+constexpr u32 SLOT = 0;
+constexpr u32 BRIDGED = 1;
 
 bool _is_bridged(const tarn_if *ifp) {
     const net_device *device = ifp ? read_once(ifp->netdev) : nullptr;
@@ -19,7 +19,7 @@ i32 tarn_orvo_bridge_redirect_instruct_get(tarn_pkt_info *info, redirect_instruc
     if (!_is_bridged(info->l3_if))
         return 0;
     instruct->flags |= REDIRECT_STOP | REDIRECT_POST_KERNEL;
-    instruct->reason = _BRIDGED;
+    instruct->reason = BRIDGED;
     return 0;
 }
 
@@ -38,5 +38,5 @@ i32 tarn_orvo_bridge_init() {
                            .match = tarn_orvo_bridge_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_tx = tarn_orvo_bridge_modify_tx_packet};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr u32 _SLOT = 11;
-constexpr u32 _MARK_SHIFT = 8;
-constexpr u32 _MARK_FIELD = 0x00FFFF00;
+constexpr u32 SLOT = 11;
+constexpr u32 MARK_SHIFT = 8;
+constexpr u32 MARK_FIELD = 0x00FFFF00;
 
 i32 pbr_redirect_instruct_get(tarn_pkt_info *, redirect_instruct *) {
     return 0;
@@ -16,15 +16,15 @@ i32 pbr_redirect_instruct_get(tarn_pkt_info *, redirect_instruct *) {
 
 // The chip's own mark, cut to what it shares its 16 bits with: the low byte of `extra`.
 u32 _policy_mark(u32 extra) {
-    return (extra << _MARK_SHIFT) & 0xFFFF;
+    return (extra << MARK_SHIFT) & 0xFFFF;
 }
 
 void pbr_modify_packet_rx(tarn_rx_modify *, const tarn_rx_meta *meta, tarn_if *ifp, sk_buff *skb) {
     if (meta->flags & TARN_RX_POLICY_ROUTE) {
-        skb_set_mark(skb, (skb_mark(skb) & ~_MARK_FIELD) | _policy_mark(meta->extra));
+        skb_set_mark(skb, (skb_mark(skb) & ~MARK_FIELD) | _policy_mark(meta->extra));
         return;
     }
-    skb_set_mark(skb, skb_mark(skb) | ingress_ifindex(ifp) << _MARK_SHIFT);
+    skb_set_mark(skb, skb_mark(skb) | ingress_ifindex(ifp) << MARK_SHIFT);
 }
 
 } // namespace
@@ -35,5 +35,5 @@ i32 pbr_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .modify_rx = pbr_modify_packet_rx,
                            .concerns = 0};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -6,12 +6,12 @@
 
 namespace {
 
-constexpr u32 _SLOT = 47;
+constexpr u32 SLOT = 47;
 
 enum _reason : u32 {
-    _GATE = 1,
-    _TO_KERNEL = 2,
-    _NO_L3_INTERFACE = 3,
+    GATE = 1,
+    TO_KERNEL = 2,
+    NO_L3_INTERFACE = 3,
 };
 
 i32 tarn_pppoe_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -19,15 +19,15 @@ i32 tarn_pppoe_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *ins
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!gate_passes(info)) {
-        instruct->reason = _GATE;
+        instruct->reason = GATE;
         return 0;
     }
     if (!info->l3_if) {
-        instruct->reason = _NO_L3_INTERFACE;
+        instruct->reason = NO_L3_INTERFACE;
         return 0;
     }
     instruct->flags |= REDIRECT_POST_KERNEL;
-    instruct->reason = _TO_KERNEL;
+    instruct->reason = TO_KERNEL;
     return 0;
 }
 
@@ -39,5 +39,5 @@ i32 tarn_pppoe_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_OF_PROTOCOL};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -6,14 +6,14 @@
 
 namespace {
 
-constexpr u32 _SLOT = 50;
-constexpr u32 _TO_PORT = 1;
+constexpr u32 SLOT = 50;
+constexpr u32 TO_PORT = 1;
 
 i32 tarn_ptp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (info->ethertype != ETH_P_1588)
         return 0;
     instruct->flags |= REDIRECT_STOP | REDIRECT_POST_KERNEL_PORT;
-    instruct->reason = _TO_PORT;
+    instruct->reason = TO_PORT;
     return 0;
 }
 
@@ -24,7 +24,7 @@ i32 tarn_ptp_init() {
                            .match = tarn_ptp_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .concerns = FRAME_OF_PROTOCOL};
-    i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
-    enable_redirect(_SLOT, 0); // whatever the result
+    i32 result = tarn_pkt_register_packet_redirection(&record, SLOT);
+    enable_redirect(SLOT, 0); // whatever the result
     return result;
 }

@@ -6,13 +6,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 46;
+constexpr u32 SLOT = 46;
 
 enum _reason : u32 {
-    _GATE = 1,
-    _FOR_MASTER = 2,
-    _TO_KERNEL = 3,
-    _NO_L3_INTERFACE = 4,
+    GATE = 1,
+    FOR_MASTER = 2,
+    TO_KERNEL = 3,
+    NO_L3_INTERFACE = 4,
 };
 
 i32 tarn_rarp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -20,20 +20,20 @@ i32 tarn_rarp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!gate_passes(info)) {
-        instruct->reason = _GATE;
+        instruct->reason = GATE;
         return 0;
     }
     if (info->slave_only) {
         instruct->flags |= REDIRECT_STACK_REPLICATE;
-        instruct->reason = _FOR_MASTER;
+        instruct->reason = FOR_MASTER;
         return 0;
     }
     if (!info->l3_if) {
-        instruct->reason = _NO_L3_INTERFACE;
+        instruct->reason = NO_L3_INTERFACE;
         return 0;
     }
     instruct->flags |= REDIRECT_POST_KERNEL;
-    instruct->reason = _TO_KERNEL;
+    instruct->reason = TO_KERNEL;
     return 0;
 }
 
@@ -45,5 +45,5 @@ i32 tarn_rarp_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_OF_PROTOCOL};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

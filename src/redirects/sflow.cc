@@ -13,24 +13,24 @@
 
 namespace {
 
-constexpr u32 _SLOT = 5;
-constexpr u32 _GROUP = 1;
-constexpr u32 _GROUP_MASK = 1;
+constexpr u32 SLOT = 5;
+constexpr u32 GROUP = 1;
+constexpr u32 GROUP_MASK = 1;
 
 enum _reason : u32 {
-    _NO_PORT = 1,
-    _SAMPLE = 3,
+    NO_PORT = 1,
+    SAMPLE = 3,
 };
 
 enum _code : u32 {
-    _SAMPLED = 8,
-    _SAMPLED_OTHERWISE = 9, // such a sample of a multicast frame is not posted
+    SAMPLED = 8,
+    SAMPLED_OTHERWISE = 9, // such a sample of a multicast frame is not posted
 };
 
 struct _message {
     tap_header header;
     u32 ifindex;
-    u32 kind; // 0 for _SAMPLED, else 1
+    u32 kind; // 0 for SAMPLED, else 1
     u32 length;
 };
 static_assert(sizeof(_message) == 28);
@@ -39,17 +39,17 @@ static_assert(sizeof(_message) == 28);
 constinit mutex _mutex{};
 
 i32 tarn_sflow_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (info->code != _SAMPLED && info->code != _SAMPLED_OTHERWISE)
+    if (info->code != SAMPLED && info->code != SAMPLED_OTHERWISE)
         return 0;
     instruct->flags |= REDIRECT_STOP;
     if (!info->rx_port) {
-        instruct->reason = _NO_PORT;
+        instruct->reason = NO_PORT;
         return 0;
     }
-    instruct->reason = _SAMPLE;
-    if (info->mac_multicast && info->code == _SAMPLED_OTHERWISE)
+    instruct->reason = SAMPLE;
+    if (info->mac_multicast && info->code == SAMPLED_OTHERWISE)
         explain(info, "a sample of multicast with this trap code is not handed over", "trap code",
-                info->code, _SAMPLED);
+                info->code, SAMPLED);
     else
         instruct->flags |= REDIRECT_POST_USERSPACE;
     return 0;
@@ -64,11 +64,11 @@ sk_buff *_post(sk_buff *skb, const tarn_post_info *info) {
         return nullptr;
     const _message message{.header = {.length = length - u32{sizeof(tap_header)}, .unused = {}},
                            .ifindex = info->rx_port->ifindex,
-                           .kind = info->code != _SAMPLED,
+                           .kind = info->code != SAMPLED,
                            .length = length};
     memcpy(skb_push(skb, sizeof(message)), &message, sizeof(message));
     if (sk_buff *clone = skb_clone(skb, GFP_ATOMIC))
-        tarnfwd_netlink_broadcast(clone, _GROUP);
+        tarnfwd_netlink_broadcast(clone, GROUP);
     return skb; // with the message before it: it goes no further
 }
 
@@ -88,10 +88,10 @@ i32 tarn_netlink_sflow_sock_init() {
                            .post = tarn_netlink_sflow_post_packet,
                            .stack_repl_type = STACK_REPL_SFLOW,
                            .concerns = FRAME_TRAP_CODE};
-    i32 result = tarn_pkt_register_packet_redirection(&record, _SLOT);
+    i32 result = tarn_pkt_register_packet_redirection(&record, SLOT);
     if (result != 0)
         return result;
-    result = tarnfwd_netlink_reserve(_GROUP_MASK);
+    result = tarnfwd_netlink_reserve(GROUP_MASK);
     if (result != 0)
         pr_err("Error reserving sflow netlink group\n");
     return result;

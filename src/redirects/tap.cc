@@ -8,14 +8,14 @@
 
 namespace {
 
-constexpr int _MORE_HEADROOM = 64;
+constexpr int MORE_HEADROOM = 64;
 
 // Others may read the same bytes through a clone.
 i32 _make_writable(sk_buff *skb, u32 headroom) {
     bool narrow = skb_headroom(skb) < headroom;
     if (!narrow && !skb_cloned(skb))
         return 0;
-    return pskb_expand_head(skb, narrow ? _MORE_HEADROOM : 0, 0, GFP_ATOMIC);
+    return pskb_expand_head(skb, narrow ? MORE_HEADROOM : 0, 0, GFP_ATOMIC);
 }
 
 } // namespace

@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr u32 _BUCKET = 100;   // tokens; one comes with each jiffy
-constexpr u32 _FLOW_GAP = 100; // jiffies between two frames of a flow
-constexpr u8 _UDP = 17;
+constexpr u32 BUCKET = 100;   // tokens; one comes with each jiffy
+constexpr u32 FLOW_GAP = 100; // jiffies between two frames of a flow
+constexpr u8 UDP = 17;
 
 struct alignas(u32) tarn_ucdrop_entry {
     u8 dst_mac[ETH_ALEN];
@@ -28,26 +28,24 @@ struct tarn_ucdrop_control {
     u32 last_update; // jiffies
 };
 
-constinit tarn_ucdrop_control unicast_v4_control{
-    .entries = {}, .tokens = _BUCKET, .last_update = 0};
-constinit tarn_ucdrop_control unicast_v6_control{
-    .entries = {}, .tokens = _BUCKET, .last_update = 0};
+constinit tarn_ucdrop_control unicast_v4_control{.entries = {}, .tokens = BUCKET, .last_update = 0};
+constinit tarn_ucdrop_control unicast_v6_control{.entries = {}, .tokens = BUCKET, .last_update = 0};
 
 bool _is_expired_ipv4_udp(const tarn_pkt_info *info) {
     return info->ethertype == ETH_P_IP && info->ttl <= 1 && !is_ipv4_fragment(info) &&
-           info->ip_proto == _UDP;
+           info->ip_proto == UDP;
 }
 
 bool _is_expired_ipv6_udp(const tarn_pkt_info *info) {
-    return info->ethertype == ETH_P_IPV6 && info->hop_limit <= 1 && info->ipv6_next_header == _UDP;
+    return info->ethertype == ETH_P_IPV6 && info->hop_limit <= 1 && info->ipv6_next_header == UDP;
 }
 
 // The tokens that there are now.
 u32 _refill(tarn_ucdrop_control &control, u32 now) {
     u32 tokens = read_once(control.tokens) + (now - read_once(control.last_update));
     write_once(control.last_update, now);
-    if (tokens > _BUCKET)
-        tokens = _BUCKET;
+    if (tokens > BUCKET)
+        tokens = BUCKET;
     write_once(control.tokens, tokens);
     return tokens;
 }
@@ -63,14 +61,14 @@ bool _may_pass(tarn_ucdrop_control &control, tarn_ucdrop_entry &entry, const tar
     const u32 now = static_cast<u32>(get_jiffies());
     const u32 tokens = _refill(control, now);
     if (tokens == 0) {
-        explain(info, "throttle: no token is left", "tokens", tokens, _BUCKET);
+        explain(info, "throttle: no token is left", "tokens", tokens, BUCKET);
         return false;
     }
     if (_is_flow(entry, info, macs, address_bytes)) {
         u32 since = now - read_once(entry.last_sent);
-        if (since < _FLOW_GAP) {
+        if (since < FLOW_GAP) {
             explain(info, "throttle: the flow passed a moment ago", "jiffies since then", since,
-                    _FLOW_GAP);
+                    FLOW_GAP);
             return false;
         }
     } else {
@@ -79,7 +77,7 @@ bool _may_pass(tarn_ucdrop_control &control, tarn_ucdrop_entry &entry, const tar
     }
     write_once(entry.last_sent, now);
     write_once(control.tokens, tokens - 1);
-    explain(info, "throttle: it may pass", "tokens left", tokens - 1, _BUCKET);
+    explain(info, "throttle: it may pass", "tokens left", tokens - 1, BUCKET);
     return true;
 }
 

@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 49;
-constexpr u32 _NO_PORT = 1;
+constexpr u32 SLOT = 49;
+constexpr u32 NO_PORT = 1;
 
 bool _may_go_to_kernel(const tarn_pkt_info *info) {
     return info->local_post_kernel && info->vlan_if &&
@@ -16,7 +16,7 @@ i32 tarn_vlan_local_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct
     if (!info->local && info->rx_port)
         return 0;
     instruct->flags |= REDIRECT_STOP;
-    instruct->reason = _NO_PORT;
+    instruct->reason = NO_PORT;
     if (_may_go_to_kernel(info))
         instruct->flags |= REDIRECT_POST_KERNEL;
     return 0;
@@ -29,5 +29,5 @@ i32 tarn_vlan_local_init() {
                            .match = tarn_vlan_local_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .concerns = FRAME_WITHOUT_PORT};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -12,17 +12,17 @@
 
 namespace {
 
-constexpr u32 _SLOT = 33;
+constexpr u32 SLOT = 33;
 
 enum _reason : u32 {
-    _HTTP = 1,
-    _HTTPS = 2,
+    HTTP = 1,
+    HTTPS = 2,
 };
 
-constexpr u8 _TCP = 6;
-constexpr u16 _HTTP_PORT = 80, _HTTPS_PORT = 443;
-constexpr u32 _HTTP_MARK = 6, _HTTPS_MARK = 5;
-constexpr u32 _TCP_DESTINATION_OFFSET = 2;
+constexpr u8 TCP = 6;
+constexpr u16 HTTP_PORT = 80, HTTPS_PORT = 443;
+constexpr u32 HTTP_MARK = 6, HTTPS_MARK = 5;
+constexpr u32 TCP_DESTINATION_OFFSET = 2;
 
 // The listed addresses, network order, each a record of its own.
 struct tarn_vornappsd_redirect_db {
@@ -58,7 +58,7 @@ bool _holds(u32 address) {
 u16 _tcp_destination_port(const frame_bytes &frame) {
     u32 header = frame.payload_offset();
     u32 header_length = (frame.byte(header) & 0x0Fu) * 4;
-    return frame.be16(header + header_length + _TCP_DESTINATION_OFFSET);
+    return frame.be16(header + header_length + TCP_DESTINATION_OFFSET);
 }
 
 // The address that makes the IP stack take the frame, null where it has it already.
@@ -85,19 +85,19 @@ vornappsd_rewrite *_tarn_vornappsd_rewrite_new(const tarn_pkt_info *info, u32 ma
 }
 
 i32 tarn_vornappsd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (info->ethertype != ETH_P_IP || read_once(_listed) == 0 || info->ip_proto != _TCP)
+    if (info->ethertype != ETH_P_IP || read_once(_listed) == 0 || info->ip_proto != TCP)
         return 0;
     u16 port = _tcp_destination_port(frame_bytes(info->skb));
-    if (port != _HTTP_PORT && port != _HTTPS_PORT)
+    if (port != HTTP_PORT && port != HTTPS_PORT)
         return 0;
     u32 source;
     memcpy(&source, info->src_ip, sizeof(source));
     if (!_holds(source))
         return 0;
-    bool https = port == _HTTPS_PORT;
-    instruct->pre_post_arg = _tarn_vornappsd_rewrite_new(info, https ? _HTTPS_MARK : _HTTP_MARK);
+    bool https = port == HTTPS_PORT;
+    instruct->pre_post_arg = _tarn_vornappsd_rewrite_new(info, https ? HTTPS_MARK : HTTP_MARK);
     instruct->flags |= REDIRECT_STOP | REDIRECT_POST_KERNEL;
-    instruct->reason = https ? _HTTPS : _HTTP;
+    instruct->reason = https ? HTTPS : HTTP;
     return 1;
 }
 
@@ -177,5 +177,5 @@ i32 tarn_vornappsd_init() {
                            .post = tarn_pkt_packet_post_dummy,
                            .pre_post_modify = tarn_vornappsd_pre_post_modify,
                            .concerns = FRAME_TCP};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -5,14 +5,14 @@
 
 namespace {
 
-constexpr u32 _SLOT = 16;
-constexpr u16 _ETH_P_BEFD = 0xAAAA;
+constexpr u32 SLOT = 16;
+constexpr u16 ETH_P_BEFD = 0xAAAA;
 constexpr u8 befd_addr[ETH_ALEN] = {0x00, 0x0C, 0x25, 0x0A, 0x8C, 0x01};
 
 enum _reason : u32 {
-    _TAGGED = 1,
-    _POSTED = 2,
-    _OTHER_TYPE = 3,
+    TAGGED = 1,
+    POSTED = 2,
+    OTHER_TYPE = 3,
 };
 
 constexpr socket_family _befd{
@@ -27,18 +27,18 @@ constexpr socket_family _befd{
              .short_message = KERN_INFO "%s namelen %d",
              .length_first = true,
              .up = SOCKET_UP,
-             .header = _ETH_P_BEFD},
+             .header = ETH_P_BEFD},
 };
 
 i32 tarn_befd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (!frame_is_to(info, befd_addr))
         return 0;
     if (info->tag & TARN_TAG_PRESENT)
-        redirect_decide(instruct, REDIRECT_STOP, _TAGGED);
-    else if (frame_bytes(info->skb).be16(ETH_TYPE_OFFSET) == _ETH_P_BEFD)
-        redirect_decide(instruct, REDIRECT_STOP | REDIRECT_POST_USERSPACE, _POSTED);
+        redirect_decide(instruct, REDIRECT_STOP, TAGGED);
+    else if (frame_bytes(info->skb).be16(ETH_TYPE_OFFSET) == ETH_P_BEFD)
+        redirect_decide(instruct, REDIRECT_STOP | REDIRECT_POST_USERSPACE, POSTED);
     else
-        redirect_decide(instruct, REDIRECT_STOP, _OTHER_TYPE);
+        redirect_decide(instruct, REDIRECT_STOP, OTHER_TYPE);
     return 0;
 }
 
@@ -50,5 +50,5 @@ i32 tarn_befd_sock_init() {
                            .post = family_sockets<_befd>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_PROTOCOL};
-    return family_sockets<_befd>::start(&record, _SLOT);
+    return family_sockets<_befd>::start(&record, SLOT);
 }

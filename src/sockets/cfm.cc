@@ -6,36 +6,36 @@
 
 namespace {
 
-constexpr u32 _SLOT = 24;
-constexpr u16 _ETH_P_CFM = 0x8902;
-constexpr u8 _OPCODE_FIRST = 1, _OPCODE_LAST = 5, _OPCODE_RING = 0x28;
-constexpr u32 _OPCODE_OFFSET = ETH_HLEN + 1;
+constexpr u32 SLOT = 24;
+constexpr u16 ETH_P_CFM = 0x8902;
+constexpr u8 OPCODE_FIRST = 1, OPCODE_LAST = 5, OPCODE_RING = 0x28;
+constexpr u32 OPCODE_OFFSET = ETH_HLEN + 1;
 
 constexpr u8 cfm_tpid_bytes[] = {0x81, 0x00};
 constexpr u8 cfm_eth_type_bytes[] = {0x89, 0x02};
-constexpr u16 _VID_MASK = 0x0FFF;
-constexpr u16 _TAGGED = 0x1000; // in the vid of a received frame's address
-constexpr u32 _PRIORITY_SHIFT = 13;
+constexpr u16 VID_MASK = 0x0FFF;
+constexpr u16 TAGGED = 0x1000; // in the vid of a received frame's address
+constexpr u32 PRIORITY_SHIFT = 13;
 
 enum _reason : u32 {
-    _FILTERED = 1,
-    _NOT_FOR_US = 2,
-    _UNTAGGED = 3,
-    _POSTED = 4,
+    FILTERED = 1,
+    NOT_FOR_US = 2,
+    UNTAGGED = 3,
+    POSTED = 4,
 };
 
 u8 _opcode(const frame_bytes &frame, u32 start) {
     bool tagged = frame.be16(start + ETH_TYPE_OFFSET) == ETH_P_8021Q;
-    return frame.byte(start + _OPCODE_OFFSET + (tagged ? VLAN_HLEN : 0));
+    return frame.byte(start + OPCODE_OFFSET + (tagged ? VLAN_HLEN : 0));
 }
 
 // The ring's frames are of an aggregator as a whole; others that came untagged, of their own port.
 void _address(u8 *address, const sk_buff *skb, const tarn_post_info *info) {
     bool tagged = info->tag & TARN_TAG_PRESENT;
-    if (!tagged && _opcode(frame_bytes(skb), SOCKET_PUSH_VLAN) != _OPCODE_RING && info->rx_port)
+    if (!tagged && _opcode(frame_bytes(skb), SOCKET_PUSH_VLAN) != OPCODE_RING && info->rx_port)
         memcpy(address + offsetof(vlan_skaddr, ifindex), &info->rx_port->ifindex, sizeof(u32));
     u16 tag = static_cast<u16>(info->tag);
-    tag = static_cast<u16>(tagged ? tag | _TAGGED : tag & ~_TAGGED);
+    tag = static_cast<u16>(tagged ? tag | TAGGED : tag & ~TAGGED);
     memcpy(address + offsetof(vlan_skaddr, vid), &tag, sizeof(tag));
     memset(address + offsetof(vlan_skaddr, except_ifindex), 0, 6); // and reserved3
     memset(address + offsetof(vlan_skaddr, reserved5), 0, sizeof(vlan_skaddr::reserved5));
@@ -43,12 +43,12 @@ void _address(u8 *address, const sk_buff *skb, const tarn_post_info *info) {
 
 // A VID in the address makes the word a whole tag.
 bool _sends_tagged(const socket_send *send) {
-    return send->address.vid & _VID_MASK;
+    return send->address.vid & VID_MASK;
 }
 
 void _write_header(sk_buff *skb, const socket_send *send, u16 length) {
     if (!_sends_tagged(send)) {
-        add_eth_header(skb, _ETH_P_CFM, send->address.dest_mac, send->address.src_mac, length);
+        add_eth_header(skb, ETH_P_CFM, send->address.dest_mac, send->address.src_mac, length);
         return;
     }
     auto *header = static_cast<u8 *>(skb_push(skb, ETH_HLEN + VLAN_HLEN));
@@ -79,13 +79,13 @@ constexpr socket_family _cfm{
 };
 
 i32 _transmit(const socket_send *send, sk_buff *skb) {
-    u32 cos = _sends_tagged(send) ? u32{send->address.vid} >> _PRIORITY_SHIFT : _cfm.send.cos;
+    u32 cos = _sends_tagged(send) ? u32{send->address.vid} >> PRIORITY_SHIFT : _cfm.send.cos;
     return socket_transmit(send, skb, cos);
 }
 
 bool _is_cfm(const frame_bytes &frame, u8 opcode) {
-    return frame.inner_type() == _ETH_P_CFM &&
-           ((opcode >= _OPCODE_FIRST && opcode <= _OPCODE_LAST) || opcode == _OPCODE_RING);
+    return frame.inner_type() == ETH_P_CFM &&
+           ((opcode >= OPCODE_FIRST && opcode <= OPCODE_LAST) || opcode == OPCODE_RING);
 }
 
 i32 tarn_cfm_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -93,15 +93,15 @@ i32 tarn_cfm_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
     u8 opcode = _opcode(frame, 0);
     if (!_is_cfm(frame, opcode))
         return 0;
-    bool ring = opcode == _OPCODE_RING;
+    bool ring = opcode == OPCODE_RING;
     if (ring && redirect_filtered(info))
-        redirect_decide(instruct, REDIRECT_STOP, _FILTERED);
+        redirect_decide(instruct, REDIRECT_STOP, FILTERED);
     else if (!info->replicated && !(info->flags & TARN_RX_FILTER_MATCH))
-        redirect_decide(instruct, REDIRECT_STOP, _NOT_FOR_US);
+        redirect_decide(instruct, REDIRECT_STOP, NOT_FOR_US);
     else if (ring && !(info->tag & TARN_TAG_PRESENT))
-        redirect_decide(instruct, REDIRECT_STOP, _UNTAGGED);
+        redirect_decide(instruct, REDIRECT_STOP, UNTAGGED);
     else
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -114,5 +114,5 @@ i32 tarn_af_cfm_sock_init() {
                            .stack_repl_type = STACK_REPL_CFM,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_OF_PROTOCOL};
-    return family_sockets<_cfm>::start(&record, _SLOT);
+    return family_sockets<_cfm>::start(&record, SLOT);
 }

@@ -5,13 +5,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 34;
-constexpr u32 _POSTED = 2;
+constexpr u32 SLOT = 34;
+constexpr u32 POSTED = 2;
 constexpr u8 gvrp_addr[ETH_ALEN] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x21};
 
 // A destination that begins so is an order to flood: to all ports of the VLAN but the named one.
-constexpr u8 _FLOOD_ORDER = 0x81;
-constexpr u8 _FLOOD_FIRST_BYTE = 0x01;
+constexpr u8 FLOOD_ORDER = 0x81;
+constexpr u8 FLOOD_FIRST_BYTE = 0x01;
 
 i32 _transmit(const socket_send *send, sk_buff *skb);
 
@@ -34,16 +34,16 @@ constexpr socket_family _garp{
 i32 _transmit(const socket_send *send, sk_buff *skb) {
     const socket_send_rules *rules = &_garp.send;
     u8 *destination = skb_data(skb) + ETH_DST_OFFSET;
-    if (*destination != _FLOOD_ORDER)
+    if (*destination != FLOOD_ORDER)
         return socket_transmit(send, skb, rules->cos);
-    *destination = _FLOOD_FIRST_BYTE;
+    *destination = FLOOD_FIRST_BYTE;
     return socket_sent(skb, tarn_flood_except_port(send->named, send->address.vid, nullptr, skb,
                                                    rules->cos, rules->queue, 1));
 }
 
 i32 tarn_garp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (frame_is_to(info, gvrp_addr))
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -55,5 +55,5 @@ i32 tarn_af_garp_sock_init() {
                            .post = family_sockets<_garp>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_BRIDGES};
-    return family_sockets<_garp>::start(&record, _SLOT);
+    return family_sockets<_garp>::start(&record, SLOT);
 }

@@ -5,14 +5,14 @@
 
 namespace {
 
-constexpr u32 _SLOT = 25;
+constexpr u32 SLOT = 25;
 constexpr u8 all_L1L2_is_systems[ETH_ALEN - 1] = {0x01, 0x80, 0xC2, 0x00, 0x00};
 constexpr u8 all_is_es_systems[ETH_ALEN - 1] = {0x09, 0x00, 0x2B, 0x00, 0x00};
 constexpr u8 llc_hdr[] = {0xFE, 0xFE, 0x03};
 
 enum _reason : u32 {
-    _NO_PORT = 2,
-    _DELIVERED = 3,
+    NO_PORT = 2,
+    DELIVERED = 3,
 };
 
 // The length is that of the payload: the LLC header is left out of it, on purpose.
@@ -52,9 +52,9 @@ i32 tarn_isis_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
         return 0;
     if (info->rx_port)
         redirect_decide(instruct, REDIRECT_POST_KERNEL | REDIRECT_STACK_REPLICATE | REDIRECT_STOP,
-                        _DELIVERED);
+                        DELIVERED);
     else
-        redirect_decide(instruct, REDIRECT_STOP, _NO_PORT);
+        redirect_decide(instruct, REDIRECT_STOP, NO_PORT);
     return 0;
 }
 
@@ -76,8 +76,8 @@ i32 tarn_af_isis_sock_init() {
                            .stack_repl_type = STACK_REPL_ISIS,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_BRIDGES | FRAME_TO_PROTOCOL};
-    i32 result = family_sockets<_isis>::start(&record, _SLOT);
+    i32 result = family_sockets<_isis>::start(&record, SLOT);
     if (result == 0)
-        enable_redirect(_SLOT, 0);
+        enable_redirect(SLOT, 0);
     return result;
 }

@@ -5,13 +5,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 10;
+constexpr u32 SLOT = 10;
 constexpr u8 kelm_agent_addr[ETH_ALEN] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x2F};
 
 enum _reason : u32 {
-    _NOT_ALLOWED = 1,
-    _NO_PORT = 2,
-    _POSTED = 3,
+    NOT_ALLOWED = 1,
+    NO_PORT = 2,
+    POSTED = 3,
 };
 
 constexpr socket_family _kelm_agent{
@@ -33,11 +33,11 @@ i32 tarn_kelm_agent_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct
     if (!frame_is_to(info, kelm_agent_addr))
         return 0;
     if (info->src_mac_is_own || info->low_mem)
-        redirect_decide(instruct, REDIRECT_STOP, _NOT_ALLOWED);
+        redirect_decide(instruct, REDIRECT_STOP, NOT_ALLOWED);
     else if (info->rx_port)
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     else
-        redirect_decide(instruct, REDIRECT_STOP, _NO_PORT);
+        redirect_decide(instruct, REDIRECT_STOP, NO_PORT);
     return 0;
 }
 
@@ -49,7 +49,7 @@ i32 tarn_af_kelm_agent_sock_init() {
                            .post = family_sockets<_kelm_agent>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_BRIDGES};
-    i32 result = family_sockets<_kelm_agent>::start(&record, _SLOT);
+    i32 result = family_sockets<_kelm_agent>::start(&record, SLOT);
     if (result != 0)
         _printk(KERN_CRIT "Failed to init");
     return result;

@@ -4,12 +4,12 @@
 
 namespace {
 
-constexpr u32 _SLOT = 18;
+constexpr u32 SLOT = 18;
 constexpr u8 lacp_addr[ETH_ALEN] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x02};
 
 enum _reason : u32 {
-    _NO_PORT = 2,
-    _POSTED = 3,
+    NO_PORT = 2,
+    POSTED = 3,
 };
 
 constexpr socket_family _lacp{
@@ -31,9 +31,9 @@ i32 tarn_lacp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
     if (!frame_is_to(info, lacp_addr))
         return 0;
     if (info->rx_port)
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     else
-        redirect_decide(instruct, REDIRECT_STOP, _NO_PORT);
+        redirect_decide(instruct, REDIRECT_STOP, NO_PORT);
     return 0;
 }
 
@@ -46,5 +46,5 @@ i32 tarn_af_lacp_sock_init() {
                            .stack_repl_type = STACK_REPL_LACP,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_LACP};
-    return family_sockets<_lacp>::start(&record, _SLOT);
+    return family_sockets<_lacp>::start(&record, SLOT);
 }

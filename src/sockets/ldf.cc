@@ -8,13 +8,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 29;
+constexpr u32 SLOT = 29;
 constexpr u8 ldf_addr[ETH_ALEN] = {0x00, 0x00, 0xF4, 0x27, 0x71, 0x01};
-constexpr u32 _RESENT_IN_WINDOW = 10;
+constexpr u32 RESENT_IN_WINDOW = 10;
 
 enum _reason : u32 {
-    _NOT_ALLOWED = 1,
-    _HANDLED = 2,
+    NOT_ALLOWED = 1,
+    HANDLED = 2,
 };
 
 constinit resend_limit _limit{};
@@ -49,7 +49,7 @@ bool _is_forwarding(const tarn_pkt_info *info) {
 u32 _flags_in_vlan(const tarn_pkt_info *info) {
     if (frame_bytes(info->skb).equals(ETH_SRC_OFFSET, info->vlan_if->hwaddr, ETH_ALEN))
         return REDIRECT_STOP | REDIRECT_POST_USERSPACE;
-    if (_is_forwarding(info) && resend_passes(&_limit, _RESENT_IN_WINDOW))
+    if (_is_forwarding(info) && resend_passes(&_limit, RESENT_IN_WINDOW))
         return REDIRECT_STOP | REDIRECT_RESEND_L2;
     return REDIRECT_STOP;
 }
@@ -58,10 +58,10 @@ i32 tarn_ldf_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
     if (!frame_is_to(info, ldf_addr))
         return 0;
     if (info->vlan_port_disabled || redirect_filtered(info))
-        redirect_decide(instruct, REDIRECT_STOP, _NOT_ALLOWED);
+        redirect_decide(instruct, REDIRECT_STOP, NOT_ALLOWED);
     else
         redirect_decide(instruct, info->vlan_if ? _flags_in_vlan(info) : u32{REDIRECT_STOP},
-                        _HANDLED);
+                        HANDLED);
     return 0;
 }
 
@@ -73,5 +73,5 @@ i32 tarn_af_ldf_sock_init() {
                            .post = family_sockets<_ldf>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_PROTOCOL};
-    return family_sockets<_ldf>::start(&record, _SLOT);
+    return family_sockets<_ldf>::start(&record, SLOT);
 }

@@ -18,10 +18,10 @@ constexpr socket_family _mld_snoop{
 };
 
 // Options of a hop-by-hop header (RFC 8200, section 4.2; router alert: RFC 2711).
-constexpr u8 _OPTION_PAD1 = 0;
-constexpr u8 _OPTION_PADN = 1;
-constexpr u8 _OPTION_ROUTER_ALERT = 5;
-constexpr u8 _ROUTER_ALERT_LENGTH = 2;
+constexpr u8 OPTION_PAD1 = 0;
+constexpr u8 OPTION_PADN = 1;
+constexpr u8 OPTION_ROUTER_ALERT = 5;
+constexpr u8 ROUTER_ALERT_LENGTH = 2;
 
 } // namespace
 
@@ -35,13 +35,13 @@ bool tarn_ipv6_mc_is_rtr_alert_present(const frame_bytes &frame, u32 offset) {
     u32 end = offset + (frame.byte(offset + 1) + 1u) * 8;
     u32 at = offset + 2;
     u8 option = frame.byte(at);
-    if (option == _OPTION_PADN)
+    if (option == OPTION_PADN)
         at += 2 + frame.byte(at + 1);
-    else if (option == _OPTION_PAD1)
-        while (at < end && at < frame.length && frame.byte(at) == _OPTION_PAD1)
+    else if (option == OPTION_PAD1)
+        while (at < end && at < frame.length && frame.byte(at) == OPTION_PAD1)
             at++;
-    return at + 1 < end && frame.byte(at) == _OPTION_ROUTER_ALERT &&
-           frame.byte(at + 1) == _ROUTER_ALERT_LENGTH;
+    return at + 1 < end && frame.byte(at) == OPTION_ROUTER_ALERT &&
+           frame.byte(at + 1) == ROUTER_ALERT_LENGTH;
 }
 
 // The settings of MLD snooping take effect with it.

@@ -6,14 +6,14 @@
 
 namespace {
 
-constexpr u8 _ICMPV6 = 58;
-constexpr u8 _VRRP = 112;
-constexpr u16 _DHCPV6_SERVER = 547;
+constexpr u8 ICMPV6 = 58;
+constexpr u8 VRRP = 112;
+constexpr u16 DHCPV6_SERVER = 547;
 
 // Queries, reports and done of MLD (RFC 2710), reports of its second version (RFC 3810).
 bool _is_message(const tarn_pkt_info *info) {
     u8 type = info->icmpv6_type;
-    return info->ipv6_next_header == _ICMPV6 && ((type >= 130 && type <= 132) || type == 143);
+    return info->ipv6_next_header == ICMPV6 && ((type >= 130 && type <= 132) || type == 143);
 }
 
 bool _is_loopback(const u8 *address) {
@@ -53,7 +53,7 @@ i32 tarn_mlds_get_mc_type(const tarn_pkt_info *info) {
         return _type_of_message(info);
     if (_is_router_group(info->dst_ip))
         return TARN_MC_ROUTER;
-    if (info->ipv6_next_header == _VRRP || info->ipv6_next_header == _ICMPV6)
+    if (info->ipv6_next_header == VRRP || info->ipv6_next_header == ICMPV6)
         return TARN_MC_NONE;
-    return be16_to_cpu(info->udp_dport) == _DHCPV6_SERVER ? TARN_MC_NONE : TARN_MC_DATA;
+    return be16_to_cpu(info->udp_dport) == DHCPV6_SERVER ? TARN_MC_NONE : TARN_MC_DATA;
 }

@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 22;
-constexpr u32 _POSTED = 1;
+constexpr u32 SLOT = 22;
+constexpr u32 POSTED = 1;
 constexpr u8 _mrp_addr[ETH_ALEN - 1] = {0x01, 0x15, 0x4E, 0x00, 0x00};
 
 constexpr socket_family _mrp{
@@ -25,7 +25,7 @@ constexpr socket_family _mrp{
 
 i32 tarn_mrp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (frame_is_to(info, _mrp_addr, sizeof(_mrp_addr)))
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -39,5 +39,5 @@ i32 tarn_mrp_sock_init() {
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_PROTOCOL};
     family_sockets<_mrp>::open(); // before its redirect, and without it too
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr u32 _SLOT = 23;
-constexpr u32 _POSTED = 1;
-constexpr u16 _ETH_P_PROFINET = 0x8892;
+constexpr u32 SLOT = 23;
+constexpr u32 POSTED = 1;
+constexpr u16 ETH_P_PROFINET = 0x8892;
 
 i32 _route(socket_send *send) {
     u32 ifindex = send->address.ifindex;
@@ -47,8 +47,8 @@ constexpr socket_family _profinet{
 };
 
 i32 tarn_profinet_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (frame_bytes(info->skb).inner_type() == _ETH_P_PROFINET)
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+    if (frame_bytes(info->skb).inner_type() == ETH_P_PROFINET)
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -62,5 +62,5 @@ i32 tarn_af_profinet_sock_init() {
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_OF_PROTOCOL};
     family_sockets<_profinet>::open(); // before its redirect, and without it too
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

@@ -8,23 +8,23 @@
 
 namespace {
 
-constexpr u32 _SLOT = 21;
-constexpr u32 _CODE_NOT_FOR_DAEMON = 1;
+constexpr u32 SLOT = 21;
+constexpr u32 CODE_NOT_FOR_DAEMON = 1;
 constexpr u8 ryke_addr[ETH_ALEN] = {0x00, 0xE0, 0x2B, 0x00, 0x00, 0x04};
-constexpr u32 _VLANS = 4095;
-constexpr i32 _MORE_ROOM = 64;
+constexpr u32 VLANS = 4095;
+constexpr i32 MORE_ROOM = 64;
 
 enum _reason : u32 {
-    _FILTERED = 1,
-    _CODE = 3,
-    _POSTED = 4,
+    FILTERED = 1,
+    CODE = 3,
+    POSTED = 4,
 };
 
-constinit u8 ryke_control_vlans[_VLANS] = {};
+constinit u8 ryke_control_vlans[VLANS] = {};
 
 // In bytes of its own, for others may read the frame through a clone.
 bool _make_room(sk_buff *skb) {
-    i32 more = skb_headroom(skb) < VLAN_HLEN ? _MORE_ROOM : 0;
+    i32 more = skb_headroom(skb) < VLAN_HLEN ? MORE_ROOM : 0;
     return (more == 0 && !skb_cloned(skb)) || pskb_expand_head(skb, more, 0, GFP_ATOMIC) == 0;
 }
 
@@ -55,11 +55,11 @@ i32 tarn_ryke_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
     if (!frame_is_to(info, ryke_addr))
         return 0;
     if (redirect_filtered(info))
-        redirect_decide(instruct, REDIRECT_STOP, _FILTERED);
-    else if (info->code == _CODE_NOT_FOR_DAEMON)
-        redirect_decide(instruct, REDIRECT_STOP, _CODE);
+        redirect_decide(instruct, REDIRECT_STOP, FILTERED);
+    else if (info->code == CODE_NOT_FOR_DAEMON)
+        redirect_decide(instruct, REDIRECT_STOP, CODE);
     else
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -74,14 +74,14 @@ sk_buff *tarn_ryke_modify_tx_packet(tarn_if *ifp, sk_buff *skb) {
 } // namespace
 
 i32 tarn_ryke_set_ctrl_vlan(u32 vid, u8 on) {
-    if (vid >= _VLANS)
+    if (vid >= VLANS)
         return -EINVAL;
     write_once(ryke_control_vlans[vid], on);
     return 0;
 }
 
 u8 tarn_ryke_is_ctrl_vlan(u32 vid) {
-    return vid < _VLANS ? read_once(ryke_control_vlans[vid]) : u8{0};
+    return vid < VLANS ? read_once(ryke_control_vlans[vid]) : u8{0};
 }
 
 void tarn_ryek_vlan_created(u32 vid) {
@@ -96,7 +96,7 @@ i32 tarn_af_ryke_sock_init() {
                            .stack_repl_type = STACK_REPL_RYKE,
                            .skip_protocols = SKIP_ARP,
                            .concerns = FRAME_TO_PROTOCOL};
-    i32 result = family_sockets<_ryke>::start(&record, _SLOT);
+    i32 result = family_sockets<_ryke>::start(&record, SLOT);
     if (result == 0)
         tarn_ifmgr_notifications_register(tarn_ryek_vlan_created);
     return result;

@@ -11,10 +11,10 @@ struct _family {
     rwlock_t *lock;
 };
 
-constexpr u32 _FAMILIES_MAX = 32;
+constexpr u32 FAMILIES_MAX = 32;
 
 // Written while the module loads.
-constinit _family _families[_FAMILIES_MAX]{};
+constinit _family _families[FAMILIES_MAX]{};
 constinit u32 _count = 0;
 
 void _show_family(seq_file *view, const _family *family) {
@@ -46,7 +46,7 @@ void _make_file() {
 } // namespace
 
 void socket_list_family(i32 number, const char *name, const sk_list *list, rwlock_t *lock) {
-    if (_count == _FAMILIES_MAX)
+    if (_count == FAMILIES_MAX)
         return;
     if (_count == 0)
         _make_file();

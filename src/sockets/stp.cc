@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr u32 _SLOT = 17;
-constexpr u32 _POSTED = 2;
+constexpr u32 SLOT = 17;
+constexpr u32 POSTED = 2;
 constexpr u8 _stp_addr[ETH_ALEN] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x00};
 
 sk_buff *_trim(sk_buff *skb, const tarn_post_info *) {
@@ -42,7 +42,7 @@ constexpr socket_family _stp{
 
 i32 tarn_stp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
     if (frame_is_to(info, _stp_addr))
-        redirect_decide(instruct, REDIRECT_TO_DAEMON, _POSTED);
+        redirect_decide(instruct, REDIRECT_TO_DAEMON, POSTED);
     return 0;
 }
 
@@ -55,5 +55,5 @@ i32 tarn_af_stp_sock_init() {
                            .stack_repl_type = STACK_REPL_STP,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_STP};
-    return family_sockets<_stp>::start(&record, _SLOT);
+    return family_sockets<_stp>::start(&record, SLOT);
 }

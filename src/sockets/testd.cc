@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr u32 _SLOT = 14;
-constexpr u32 _POSTED = 1;
-constexpr u16 _ETH_P_LOOPTEST = 0x9000;
+constexpr u32 SLOT = 14;
+constexpr u32 POSTED = 1;
+constexpr u16 ETH_P_LOOPTEST = 0x9000;
 
 // --- send --------------------------------------------------------------------------------------
 
@@ -121,9 +121,9 @@ i32 _to_sockets(sk_buff *skb, const net_device *device) {
 // Frames of other namespaces are none of ours, whatever the number of their device.
 i32 testd_packet_rcv(sk_buff *skb, net_device *device, packet_type *type, net_device *) {
     u16 wanted = be16_to_cpu(packet_type_type(type));
-    if (wanted != _ETH_P_LOOPTEST)
+    if (wanted != ETH_P_LOOPTEST)
         _printk("packet failed looptest type test 0x%x - drop", wanted);
-    if (wanted != _ETH_P_LOOPTEST || !netdev_in_init_net(device)) {
+    if (wanted != ETH_P_LOOPTEST || !netdev_in_init_net(device)) {
         kfree_skb(skb);
         return -EINVAL;
     }
@@ -138,7 +138,7 @@ constinit bool _armed = false;
 void _arm() {
     mutex_lock(&_arming);
     if (!_armed) {
-        packet_type_init(&_loop_frames, cpu_to_be16(_ETH_P_LOOPTEST), testd_packet_rcv);
+        packet_type_init(&_loop_frames, cpu_to_be16(ETH_P_LOOPTEST), testd_packet_rcv);
         dev_add_pack(&_loop_frames);
     }
     _armed = true;
@@ -156,8 +156,8 @@ constexpr net_proto_family _record{TARN_AF_TESTD, _testd_sock_create, &_sockets:
                                    &_sockets::ops};
 
 i32 tarn_testd_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
-    if (info->ethertype == _ETH_P_LOOPTEST)
-        redirect_decide(instruct, REDIRECT_STOP | REDIRECT_POST_USERSPACE, _POSTED);
+    if (info->ethertype == ETH_P_LOOPTEST)
+        redirect_decide(instruct, REDIRECT_STOP | REDIRECT_POST_USERSPACE, POSTED);
     return 0;
 }
 
@@ -170,5 +170,5 @@ i32 tarn_af_testd_sock_init() {
                            .skip_protocols = SKIP_IPV4,
                            .concerns = FRAME_OF_PROTOCOL};
     mutex_init(&_arming, "testd_arming");
-    return _sockets::start(&record, _SLOT, &_record);
+    return _sockets::start(&record, SLOT, &_record);
 }

@@ -8,15 +8,15 @@
 
 namespace {
 
-constexpr u32 _SLOT = 20;
+constexpr u32 SLOT = 20;
 constexpr u8 udld_addr[ETH_ALEN] = {0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC};
 constexpr u8 _snap[] = {0xAA, 0xAA, 0x03, 0x00, 0x00, 0x0C, 0x01, 0x11};
-constexpr u32 _RESENT_IN_WINDOW = 100;
+constexpr u32 RESENT_IN_WINDOW = 100;
 
 enum _reason : u32 {
-    _NO_PORT = 1,
-    _NOT_ALLOWED = 2,
-    _HANDLED = 3,
+    NO_PORT = 1,
+    NOT_ALLOWED = 2,
+    HANDLED = 3,
 };
 
 constinit u8 _enabled = 0;
@@ -39,19 +39,19 @@ constexpr socket_family _udld{
 bool _may_go_on(const tarn_pkt_info *info) {
     return info->vlan_if && info->l2_port &&
            tarn_ifmgr_stp_state(info->l2_port, info->vlan_if) == TARN_STP_FORWARDING &&
-           resend_passes(&_limit, _RESENT_IN_WINDOW);
+           resend_passes(&_limit, RESENT_IN_WINDOW);
 }
 
 void _decide(const tarn_pkt_info *info, redirect_instruct *instruct) {
     if (!read_once(_enabled))
-        return redirect_decide(instruct, REDIRECT_STOP, _HANDLED);
+        return redirect_decide(instruct, REDIRECT_STOP, HANDLED);
     if (frame_bytes(info->skb).equals(ETH_HLEN, _snap, sizeof(_snap)))
         return redirect_decide(instruct, REDIRECT_STOP | read_once(info->rx_port->udld_hw_filter),
-                               _HANDLED);
+                               HANDLED);
     if (info->vlan_port_disabled || redirect_filtered(info))
-        return redirect_decide(instruct, REDIRECT_STOP, _NOT_ALLOWED);
+        return redirect_decide(instruct, REDIRECT_STOP, NOT_ALLOWED);
     u32 resend = _may_go_on(info) ? u32{REDIRECT_RESEND_L2} : 0;
-    redirect_decide(instruct, REDIRECT_STOP | resend, _HANDLED);
+    redirect_decide(instruct, REDIRECT_STOP | resend, HANDLED);
 }
 
 // A frame without a port goes on along the chain, and its reason counts nothing.
@@ -61,7 +61,7 @@ i32 tarn_udld_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
     if (info->rx_port)
         _decide(info, instruct);
     else
-        instruct->reason = _NO_PORT;
+        instruct->reason = NO_PORT;
     return 0;
 }
 
@@ -86,5 +86,5 @@ i32 tarn_af_udld_sock_init() {
                            .post = family_sockets<_udld>::post,
                            .skip_protocols = SKIP_ARP | SKIP_IPV4 | SKIP_IPV6,
                            .concerns = FRAME_TO_PROTOCOL};
-    return family_sockets<_udld>::start(&record, _SLOT);
+    return family_sockets<_udld>::start(&record, SLOT);
 }

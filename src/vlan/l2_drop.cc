@@ -5,12 +5,12 @@
 
 namespace {
 
-constexpr u32 _SLOT = 7;
+constexpr u32 SLOT = 7;
 
 enum _reason : u32 {
-    _SOURCE_ALL_ONES = 1,
-    _SOURCE_IS_GROUP = 2,
-    _SOURCE_ZERO = 3,
+    SOURCE_ALL_ONES = 1,
+    SOURCE_IS_GROUP = 2,
+    SOURCE_ZERO = 3,
 };
 
 u32 _reason_to_drop(const u8 *source) {
@@ -20,10 +20,10 @@ u32 _reason_to_drop(const u8 *source) {
         any |= source[i];
     }
     if (all == 0xFF)
-        return _SOURCE_ALL_ONES;
+        return SOURCE_ALL_ONES;
     if (source[0] & 1)
-        return _SOURCE_IS_GROUP;
-    return any == 0 ? u32{_SOURCE_ZERO} : 0;
+        return SOURCE_IS_GROUP;
+    return any == 0 ? u32{SOURCE_ZERO} : 0;
 }
 
 i32 tarn_l2_drop_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -44,5 +44,5 @@ i32 tarn_l2_drop_init() {
                            .match = tarn_l2_drop_redirect_instruct_get,
                            .post = tarn_pkt_packet_post_dummy,
                            .concerns = FRAME_UNREAL_SOURCE};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

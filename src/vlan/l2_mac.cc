@@ -12,13 +12,13 @@
 
 namespace {
 
-constexpr u32 _SLOT = 27;
-constexpr u32 _REPORTED = 1;
+constexpr u32 SLOT = 27;
+constexpr u32 REPORTED = 1;
 
-constexpr u32 _PERIOD = 101; // jiffies
-constexpr u32 _LIMIT = 20;
+constexpr u32 PERIOD = 101; // jiffies
+constexpr u32 LIMIT = 20;
 
-constexpr u8 _STATE = 1; // of every event
+constexpr u8 STATE = 1; // of every event
 
 // Of the limit. Plain words: off by a few events when several CPUs count at once.
 constinit u32 l2mac_period_start = 0;
@@ -26,15 +26,15 @@ constinit u32 l2mac_period_count = 0;
 
 bool _limit_ok(const tarn_pkt_info *info) {
     u32 now = static_cast<u32>(get_jiffies());
-    if (now - read_once(l2mac_period_start) >= _PERIOD) {
+    if (now - read_once(l2mac_period_start) >= PERIOD) {
         write_once(l2mac_period_start, now);
         write_once(l2mac_period_count, 1);
         return true;
     }
     u32 count = read_once(l2mac_period_count);
-    if (count > _LIMIT) {
+    if (count > LIMIT) {
         explain(info, "events of addresses are over their limit", "events in this second", count,
-                _LIMIT);
+                LIMIT);
         return false;
     }
     write_once(l2mac_period_count, count + 1);
@@ -54,7 +54,7 @@ i32 tarn_l2_mac_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *in
         _post_unless_group(info, instruct);
         if (info->flags & TARN_RX_NEW_SOURCE) {
             instruct->flags |= REDIRECT_STOP;
-            instruct->reason = _REPORTED;
+            instruct->reason = REPORTED;
         }
         return 0;
     }
@@ -67,7 +67,7 @@ void _report(const frame_bytes &frame, u32 offset, u32 ifindex, u8 event,
              const tarn_post_info *info) {
     u8 mac[ETH_ALEN];
     frame.copy(offset, mac, sizeof(mac));
-    tarnfwd_nl_send_l2_fdb_add(mac, ifindex, event, static_cast<u16>(info->rx_vid), _STATE,
+    tarnfwd_nl_send_l2_fdb_add(mac, ifindex, event, static_cast<u16>(info->rx_vid), STATE,
                                info->flood_except[0], info->flood_except[1]);
 }
 
@@ -90,5 +90,5 @@ i32 tarn_l2_mac_init() {
                            .match = tarn_l2_mac_redirect_instruct_get,
                            .post = tarn_l2_mac_post,
                            .concerns = FRAME_TRAP_FLAGS};
-    return tarn_pkt_register_packet_redirection(&record, _SLOT);
+    return tarn_pkt_register_packet_redirection(&record, SLOT);
 }

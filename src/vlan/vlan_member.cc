@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr u32 _FIRST_VID = 1;
-constexpr u32 _LAST_VID = 4094;
+constexpr u32 FIRST_VID = 1;
+constexpr u32 LAST_VID = 4094;
 
 bool _is_port(const tarn_if *ifp) {
     return ifp->type == TARN_IF_TYPE_SWITCHPORT;
@@ -66,7 +66,7 @@ i32 tarn_vlan_set_vlan_port_disabled_bmp(u32 ifindex, const u32 *bitmap, u32 dis
     if (!port)
         return -EINVAL;
     i32 result = 0;
-    for (u32 vid = _FIRST_VID; vid <= _LAST_VID && result == 0; vid++) {
+    for (u32 vid = FIRST_VID; vid <= LAST_VID && result == 0; vid++) {
         if (!vlan_bit(bitmap, vid))
             continue;
         if (_is_port(port))
@@ -80,7 +80,7 @@ i32 tarn_vlan_set_vlan_port_disabled_bmp(u32 ifindex, const u32 *bitmap, u32 dis
 
 i32 tarn_vlan_set_vlan_port_disable_all(u32 ifindex, u32 disabled) {
     return _on_port(ifindex, [=](tarn_if *port) {
-        for (u32 vid = _FIRST_VID; vid <= _LAST_VID; vid++)
+        for (u32 vid = FIRST_VID; vid <= LAST_VID; vid++)
             vlan_bit_write(port->vlan_disabled_bmp, vid, disabled != 0);
     });
 }

@@ -13,8 +13,8 @@ constinit u32 vlan_port_adds = 0;
 
 namespace {
 
-constexpr u32 _FIRST_VID = 1;
-constexpr u32 _LAST_VID = 4094;
+constexpr u32 FIRST_VID = 1;
+constexpr u32 LAST_VID = 4094;
 
 constinit u8 _missing_vlan_told = 0;
 
@@ -130,7 +130,7 @@ i32 tarn_vlan_add_vlan_to_port_bulk(u32 ifindex, const u32 *bitmap, u32 tagged) 
     tarn_if *port = tarn_ifmgr_lookup_by_index(ifindex);
     if (!port)
         return -EINVAL;
-    i32 result = _tarn_vlan_add_bmp_to_port(port, bitmap, _FIRST_VID, _LAST_VID, tagged);
+    i32 result = _tarn_vlan_add_bmp_to_port(port, bitmap, FIRST_VID, LAST_VID, tagged);
     tarn_ifmgr_if_ref_put(port);
     return result;
 }
@@ -152,7 +152,7 @@ i32 tarn_vlan_delete_vlan_from_port_bulk(u32 ifindex, const u32 *bitmap) {
     if (!port)
         return 0;
     i32 result = _is_port(port)
-                     ? _tarn_vlan_delete_bmp_from_port(port, bitmap, _FIRST_VID, _LAST_VID, 1)
+                     ? _tarn_vlan_delete_bmp_from_port(port, bitmap, FIRST_VID, LAST_VID, 1)
                      : -EINVAL;
     tarn_ifmgr_if_ref_put(port);
     return result;
@@ -162,7 +162,7 @@ i32 tarn_vlan_delete_vlan_from_port_all(tarn_if *port) {
     if (!_is_port(port))
         return -EINVAL;
     i32 result =
-        _tarn_vlan_delete_bmp_from_port(port, port->vlan_member_bmp, _FIRST_VID, _LAST_VID, 0);
+        _tarn_vlan_delete_bmp_from_port(port, port->vlan_member_bmp, FIRST_VID, LAST_VID, 0);
     _flush(nullptr, port);
     return result;
 }
