@@ -160,7 +160,7 @@ int if_auth_fwd_show(seq_file *view, void *data) {
     if (port->auth_arp_forward)
         seq_printf(view, "0.0.0.0:arp\n");
     // The count stays when there was no memory for the rules.
-    auto *rules = static_cast<const tarn_auth_fwd_rule *>(port->auth_fwd_rules);
+    const tarn_auth_fwd_rule *rules = port->auth_fwd_rules;
     for (i32 i = 0; rules && i < port->auth_fwd_count && i < MOST_RULES; i++)
         _print_rule(view, rules[i]);
     read_unlock_bh(&_auth_fwd_lock);
@@ -170,7 +170,7 @@ int if_auth_fwd_show(seq_file *view, void *data) {
 int if_auth_supp_show(seq_file *view, void *data) {
     const tarn_if *port = _port(data);
     read_lock_bh(&_auth_supp_list_lock);
-    if (auto *table = static_cast<const tarn_auth_supp_table *>(port->auth_supp_table))
+    if (const tarn_auth_supp_table *table = port->auth_supp_table)
         _print_table(view, table);
     read_unlock_bh(&_auth_supp_list_lock);
     return 0;

@@ -1,7 +1,7 @@
 // The control family: its attributes, its commands, and the check that stands before each of them.
 #include "control/control.h"
 #include "control/nl_command.h"
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 #include "kernel/netdev.h"
 
 namespace {

@@ -12,6 +12,8 @@
 #include "kernel/types.h"
 
 struct net_device;
+struct tarn_auth_fwd_rule;   // security/auth_state.h
+struct tarn_auth_supp_table; // security/auth_state.h
 struct tarn_if;
 
 enum tarn_if_type : u32 {
@@ -122,13 +124,13 @@ struct tarn_if {
     u32 stp_state[TARN_STP_INSTANCES]; // tarn_stp_state
     u8 stp_instance;                   // of a VLAN: index into the ports' stp_state
     u32 auth_method;
-    void *auth_supp_table;
+    tarn_auth_supp_table *auth_supp_table;
     u16 auth_guest_vlan;
     u32 guest_fwd_count;
-    void *guest_fwd_rules;
+    tarn_auth_fwd_rule *guest_fwd_rules;
     u8 auth_arp_forward;
     i32 auth_fwd_count;
-    void *auth_fwd_rules;
+    tarn_auth_fwd_rule *auth_fwd_rules;
     unsigned long auth_rate_time; // jiffies
     i32 auth_rate_count;
     u8 kelm_mode;

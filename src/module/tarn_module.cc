@@ -2,7 +2,7 @@
 
 #include "containers/tarn_avl.h"
 #include "control/control.h"
-#include "control/tarnfwd_netlink.h"
+#include "events/tarnfwd_netlink.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_event.h"
 #include "pkt/pkt_candidates.h"

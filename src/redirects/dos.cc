@@ -1,5 +1,5 @@
 // "dos": reports frames that look like an attack. Reports only: the frame goes on.
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 #include "pkt/fragment.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"

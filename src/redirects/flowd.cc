@@ -1,6 +1,6 @@
 // "flowd": frames that the chip has marked for flow tracking go to the flow daemon, through a raw
 // netlink group.
-#include "control/tarnfwd_netlink.h"
+#include "events/tarnfwd_netlink.h"
 #include "kernel/bytes.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"

@@ -1,6 +1,6 @@
 // "sflow": frames that the chip has sampled go to the sFlow daemon, through a raw netlink group.
 // The sample is all that remains of such a frame.
-#include "control/tarnfwd_netlink.h"
+#include "events/tarnfwd_netlink.h"
 #include "kernel/bytes.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"

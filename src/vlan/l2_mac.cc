@@ -1,7 +1,7 @@
 // "l2mac": tells the control daemon which MAC addresses the chip has met, for learning in software.
 //
 // The start does not call tarn_l2_mac_init, on purpose: its slot stays empty and keeps its place.
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 #include "kernel/once.h"
 #include "kernel/time.h"
 #include "pkt/frame.h"

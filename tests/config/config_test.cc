@@ -2,7 +2,7 @@
 #include "config/config.h"
 
 #include "control.h"
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 #include "machine/netlink_server.h"
 #include "module/tarn_module.h"
 #include "tarnctl/help.h"

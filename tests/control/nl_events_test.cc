@@ -1,7 +1,7 @@
 // Events, byte by byte, and the raw groups.
 #include "control/nl_client.h"
-#include "control/tarnfwd_netlink.h"
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_netlink.h"
+#include "events/tarnfwd_nl_event.h"
 
 namespace {
 

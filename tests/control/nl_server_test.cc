@@ -1,6 +1,6 @@
 // The control family over a Unix socket, as other processes reach it.
 #include "control/nl_client.h"
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 #include "machine/netlink_server.h"
 #include "tarn/tarnfwd_socket.h"
 

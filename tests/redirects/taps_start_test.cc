@@ -1,7 +1,7 @@
 // The taps where their start fails.
 #include "support/switch_test.h"
 
-#include "control/tarnfwd_netlink.h"
+#include "events/tarnfwd_netlink.h"
 #include "module/tarn_module.h"
 #include "redirects/redirects.h"
 

@@ -1,4 +1,4 @@
-#include "control/tarnfwd_netlink.h"
+#include "events/tarnfwd_netlink.h"
 
 #include "kernel/errno.h"
 #include "kernel/genl.h"

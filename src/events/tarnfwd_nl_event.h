@@ -8,7 +8,8 @@
 
 struct genl_family_record;
 
-extern const genl_family_record tarnfwd_nl_family; // tarnfwd_nl.cc
+// The family whose events these are; its commands are why it stands above: control/tarnfwd_nl.cc.
+extern const genl_family_record tarnfwd_nl_family;
 
 // The chip's table needs to know of an address. `event` is an enum tarnfwd_fdb_event; the last two
 // are of the tunnel that brought the frame, or the chip's exception pair.

@@ -1,4 +1,4 @@
-#include "control/tarnfwd_nl_event.h"
+#include "events/tarnfwd_nl_event.h"
 
 #include "kernel/errno.h"
 #include "kernel/genl.h"
