@@ -4,6 +4,7 @@
 
 #include "control.h"
 #include "kernel/errno.h"
+#include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
 #include "kernel/preempt.h"
@@ -14,10 +15,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -47,8 +50,15 @@ std::atomic<bool> recording = false;
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
 
-// Held for reading by what the IP stack sends.
+// Held for reading by what is sent on a device of the module.
 std::shared_mutex transmitting;
+
+// What a thread is sending on devices of the module, the innermost first.
+struct transmit {
+    const net_device *device;
+    const transmit *outer;
+};
+thread_local const transmit *under_way = nullptr;
 
 const netdev_back *the_back = nullptr;
 
@@ -163,6 +173,45 @@ void offer_to_packet_types(sk_buff *skb) {
     }
 }
 
+int start_transmit(net_device *device, sk_buff *skb) {
+    std::shared_lock hold(transmitting, std::defer_lock);
+    if (!under_way)
+        hold.lock();
+    const transmit innermost{device, under_way};
+    under_way = &innermost;
+    local_bh_disable();
+    int result = device->ops->start_xmit(skb, device);
+    local_bh_enable();
+    under_way = innermost.outer;
+    return result;
+}
+
+// On its way out of a device the frame is to leave by it again, or by more devices than a kernel
+// follows.
+bool is_dead_loop(const net_device *device) {
+    constexpr u32 limit = 8;
+    u32 depth = 0;
+    for (const transmit *one = under_way; one; one = one->outer)
+        if (one->device == device || ++depth > limit)
+            return true;
+    return false;
+}
+
+// By a device of the module, which has no queue. One that is inactive answers as the kernel's does:
+// that it is congested, which is no error.
+int transmit_by_own(net_device *device, sk_buff *skb) {
+    constexpr int congested = 2; // NET_XMIT_CN
+    bool active = (read_once(device->flags) & IFF_UP) && netif_carrier_ok(device);
+    if (active && is_dead_loop(device))
+        pr_crit("Dead loop on virtual device %s, fix it urgently!\n", device->name);
+    else if (active && __atomic_load_n(&device->stopped, __ATOMIC_RELAXED))
+        pr_crit("Virtual device %s asks to queue packet!\n", device->name);
+    else if (active)
+        return start_transmit(device, skb);
+    kfree_skb(skb);
+    return active ? -ENETDOWN : congested;
+}
+
 int change_flags(net_device *device, u32 flags, bool tell_back) {
     constexpr u32 settable = 0xFFFF & ~IFF_RUNNING;
     u32 old = device->flags;
@@ -230,10 +279,7 @@ void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority
     if (!skb)
         return;
     skb->priority = priority;
-    std::shared_lock hold(transmitting);
-    local_bh_disable();
-    device->ops->start_xmit(skb, device);
-    local_bh_enable();
+    start_transmit(device, skb);
 }
 
 void netdev_send_event(net_device *device, unsigned long event) {
@@ -316,6 +362,8 @@ void unregister_netdev(net_device *device) {
         leave(device);
         device->registered = false;
     }
+    while (__atomic_load_n(&device->references, __ATOMIC_ACQUIRE) > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (the_back && device->back)
         the_back->remove(device);
     std::lock_guard guard(list_mutex);
@@ -338,7 +386,7 @@ net_device *dev_get_by_name(const char *name) {
 }
 
 void dev_put(net_device *device) {
-    if (__atomic_fetch_sub(&device->references, 1, __ATOMIC_RELAXED) <= 0)
+    if (__atomic_fetch_sub(&device->references, 1, __ATOMIC_RELEASE) <= 0)
         BUG(); // one reference too many dropped
 }
 
@@ -468,6 +516,8 @@ void userlevel::netdev_forget_neighbours(const neigh_flush &flush) {
 
 // Whatever the result, the frame is gone.
 int dev_queue_xmit(sk_buff *skb) {
+    if (skb->dev->ops)
+        return transmit_by_own(skb->dev, skb);
     if (the_back && skb->dev->back)
         return the_back->transmit(skb->dev, skb);
     int result = 0;

@@ -282,19 +282,37 @@ TEST_F(Send, lldp_sends_on_a_port_of_the_kernel_too) {
     EXPECT_EQ(send(lacp, l2_name(700), PAYLOAD), -EINVAL);
 }
 
-TEST_F(Send, testd_sends_through_the_ip_stack_where_there_is_a_device) {
-    auto &record = userlevel::netdev_recorded(vlan1()->netdev);
+TEST_F(Send, testd_sends_out_of_the_device_where_there_is_one) {
+    EXPECT_EQ(netdev_set_flags_by_name("vlan1", IFF_UP), 0);
+    auto &stack = userlevel::netdev_recorded(vlan1()->netdev);
     i32 references = vlan1()->netdev->references;
     struct socket *testd = open(TARN_AF_TESTD);
-    EXPECT_EQ(send(testd, vlan_name(301), Bytes(20, 1)), 20);
-    EXPECT_EQ(record.sent.at(0).bytes, Bytes(20, 1));
-    record.queue_result = 1; // not an error
-    EXPECT_EQ(send(testd, vlan_name(301), Bytes(20, 1)), 20);
-    record.queue_result = -EINVAL;
-    EXPECT_EQ(send(testd, vlan_name(301), Bytes(20, 1)), -EINVAL);
+    EXPECT_EQ(send(testd, vlan_name(301), plain()), 60);
+    fake_driver::Sent last = sent();
+    EXPECT_EQ(last.ifindex, 0u); // flooded
+    EXPECT_EQ(last.vid, 1u);
+    EXPECT_EQ(last.bytes, plain());
+    EXPECT_THAT(stack.received, IsEmpty());
+    EXPECT_EQ(netdev_set_flags_by_name("vlan1", 0), 0);
+    vlan1()->flags = TARN_IF_LINK;
+    EXPECT_EQ(send(testd, vlan_name(301), plain()), 60); // a device that is down is no error
     vlan1()->flags = IFF_RUNNING;
-    EXPECT_EQ(send(testd, vlan_name(301), Bytes(20, 1)), -ENETDOWN);
+    EXPECT_EQ(send(testd, vlan_name(301), plain()), -ENETDOWN);
+    EXPECT_THAT(driver().sent, IsEmpty());
     EXPECT_EQ(vlan1()->netdev->references, references);
+}
+
+TEST_F(Send, testd_takes_any_answer_of_a_device_but_an_error) {
+    net_device *device = configure([] { return userlevel::netdev_create("eth7"); });
+    add_ethernet("eth7", 700)->flags = TARN_IF_LINK;
+    auto &record = userlevel::netdev_recorded(device);
+    struct socket *testd = open(TARN_AF_TESTD);
+    EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), 20);
+    EXPECT_EQ(record.sent.at(0).bytes, Bytes(20, 1));
+    record.queue_result = 1;
+    EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), 20);
+    record.queue_result = -EINVAL;
+    EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), -EINVAL);
 }
 
 TEST_F(Send, testd_needs_the_device_that_it_sends_through) {
