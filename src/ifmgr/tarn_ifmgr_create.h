@@ -16,6 +16,11 @@ inline constexpr u32 TARN_VLAN_OPTION_ALWAYS_UP = 0x4;
 inline constexpr u32 TARN_AGG_TYPE_DYNAMIC = 2;
 inline constexpr u32 TARN_AGG_TYPE_STATIC = 3;
 
+// Records out of the tree, linked by replaced_next, that somebody held when another took their
+// place. Once nobody does, that of a VLAN is freed by the next creation, any other is used again by
+// one of its ifindex. Creations change the list, one at a time.
+extern tarn_if *tarn_ifmgr_replaced;
+
 // A zeroed record, or null. The caller frees it with kfree unless an install took it.
 tarn_if *_tarn_ifmgr_if_alloc();
 

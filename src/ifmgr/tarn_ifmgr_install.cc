@@ -7,10 +7,9 @@
 #include "kernel/memory.h"
 #include "kernel/once.h"
 
-namespace {
+constinit tarn_if *tarn_ifmgr_replaced = nullptr;
 
-// Records out of the tree whose memory somebody may still hold. Creations are made one at a time.
-constinit tarn_if *_replaced = nullptr;
+namespace {
 
 // Sees deleted and destroyed records too.
 tarn_if *_find(u32 ifindex) {
@@ -40,11 +39,17 @@ void _end(tarn_if *old, const tarn_if *record) {
         tarn_ifmgr_if_retire(old, old->netdev && old->netdev == record->netdev);
 }
 
-// Gives the memory of those back whose last holder has let go.
+void _keep(tarn_if *ifp) {
+    ifp->replaced_next = tarn_ifmgr_replaced;
+    tarn_ifmgr_replaced = ifp;
+}
+
+// Only the memory of a VLAN is ever given back: readers without a lock know an aggregator by its
+// address alone.
 void _free_replaced() {
-    for (tarn_if **at = &_replaced; *at;) {
+    for (tarn_if **at = &tarn_ifmgr_replaced; *at;) {
         tarn_if *ifp = *at;
-        if (!_is_destroyed(ifp)) {
+        if (ifp->type != TARN_IF_TYPE_VLAN || !_is_destroyed(ifp)) {
             at = &ifp->replaced_next;
             continue;
         }
@@ -53,17 +58,24 @@ void _free_replaced() {
     }
 }
 
-// Only the memory of a VLAN is ever given back: readers without a lock know an aggregator by its
-// address alone.
+// One of that ifindex, no VLAN, that nobody holds any more; or null.
+tarn_if *_take_replaced(u32 ifindex) {
+    for (tarn_if **at = &tarn_ifmgr_replaced; *at; at = &(*at)->replaced_next) {
+        tarn_if *ifp = *at;
+        if (ifp->ifindex != ifindex || ifp->type == TARN_IF_TYPE_VLAN || !_is_destroyed(ifp))
+            continue;
+        *at = ifp->replaced_next;
+        return ifp;
+    }
+    return nullptr;
+}
+
 void _take_out(tarn_if *old) {
     write_lock_bh(&tarn_if_db_lock);
     tarn_avl_delete(p_tarn_if_db->tree, &old->ifindex);
     tarn_ifmgr_index_remove(old);
     write_unlock_bh(&tarn_if_db_lock);
-    if (old->type != TARN_IF_TYPE_VLAN)
-        return;
-    old->replaced_next = _replaced;
-    _replaced = old;
+    _keep(old);
     _free_replaced();
 }
 
@@ -79,7 +91,8 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
         return 0;
     }
 
-    tarn_if *copy = _tarn_ifmgr_if_alloc();
+    tarn_if *spare = _take_replaced(record->ifindex);
+    tarn_if *copy = spare ? spare : _tarn_ifmgr_if_alloc();
     if (!copy)
         return TARN_ERR_NO_MEMORY;
     *copy = *record;
@@ -87,7 +100,7 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
         _take_out(old);
     i32 result = _insert(copy);
     if (result != 0) {
-        kfree(copy);
+        spare ? _keep(copy) : kfree(copy);
         return result;
     }
     *installed = copy;

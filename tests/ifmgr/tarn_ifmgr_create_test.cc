@@ -276,6 +276,37 @@ TEST_F(Create, a_port_made_again_while_the_old_one_is_held_is_another_record) {
     EXPECT_EQ(found(77), port);
 }
 
+// However often that happens, there are as many records as there are holders at once.
+TEST_F(Create, the_record_of_a_port_that_was_held_is_used_again) {
+    tarn_if *first = port_with(77);
+    auto made_anew_while_held = [&](tarn_if *old) {
+        _tarn_ifmgr_if_hold(old);
+        remember();
+        configure([&] {
+            tarn_if *mine = tarn_ifmgr_lookup_by_index(77);
+            tarn_ifmgr_delete_interface(mine);
+            tarn_ifmgr_if_ref_put(mine);
+        });
+        return port_with(77, LINK);
+    };
+    tarn_if *second = made_anew_while_held(first);
+    EXPECT_NE(second, first);
+    tarn_if *third = made_anew_while_held(second);
+    EXPECT_NE(third, first) << "somebody holds it";
+    tarn_ifmgr_if_ref_put(first);
+    tarn_ifmgr_if_ref_put(second);
+    const std::size_t alive = userlevel::live().size();
+    tarn_if *fourth = made_anew_while_held(third);
+    EXPECT_TRUE(fourth == first || fourth == second);
+    EXPECT_EQ(userlevel::live().size(), alive);
+    EXPECT_EQ(fourth->flags, LINK);
+    EXPECT_EQ(refcount_read(&fourth->refcnt), 1);
+    EXPECT_NE(port_with(78), fourth == first ? second : first) << "of another number";
+    tarn_ifmgr_if_ref_put(third);
+    EXPECT_EQ(found(77), fourth);
+    remember();
+}
+
 // --- aggregators -------------------------------------------------------------------------------
 
 struct AggRow {

@@ -5,6 +5,7 @@
 #include "module/tarn_module.h"
 #include "pkt/pkt_candidates.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -46,6 +47,22 @@ std::vector<tarn_if *> all_interfaces() {
     return all;
 }
 
+// Each record of an interface is in the tree, or waits beside it for those who hold it.
+std::size_t records_that_are_known() {
+    std::size_t known = all_interfaces().size();
+    for (const tarn_if *ifp = tarn_ifmgr_replaced; ifp; ifp = ifp->replaced_next)
+        known++;
+    return known;
+}
+
+std::size_t records_alive() {
+    std::vector<userlevel::object> all = userlevel::live();
+    return static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(), [](const userlevel::object &object) {
+            return object.bytes == sizeof(tarn_if) && std::strcmp(object.kind, "kmalloc") == 0;
+        }));
+}
+
 } // namespace
 
 SwitchTest::SwitchTest() {
@@ -63,11 +80,13 @@ SwitchTest::SwitchTest() {
 
 SwitchTest::~SwitchTest() {
     expect_nothing_leaked();
+    EXPECT_EQ(records_alive(), records_that_are_known());
     EXPECT_THAT(log(), ::testing::IsEmpty()) << "log lines that the test did not look at";
     EXPECT_EQ(preempt_count(), 0u);
 }
 
 void SwitchTest::remember() {
+    EXPECT_EQ(records_alive(), records_that_are_known());
     before_ = userlevel::take_snapshot();
     references_.clear();
     for (tarn_if *ifp : all_interfaces())
