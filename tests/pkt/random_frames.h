@@ -3,30 +3,14 @@
 // TARN_RANDOM_SEED sets the seed.
 #pragma once
 
+#include "support/chance.h"
 #include "support/redirect_seams.h"
 #include "support/switch_test.h"
 
 #include "redirects/redirects.h"
 
-#include <cstdlib>
-#include <random>
-
-inline u64 from_environment(const char *name, u64 otherwise) {
-    const char *text = std::getenv(name);
-    return text ? std::strtoull(text, nullptr, 0) : otherwise;
-}
-
-class RandomFrames : public SwitchTest {
+class RandomFrames : public SwitchTest, protected Chance {
 protected:
-    RandomFrames() : seed_(from_environment("TARN_RANDOM_SEED", 1)), random_(seed_) {}
-
-    u32 below(u32 limit) { return static_cast<u32>(random_()) % limit; }
-    bool one_in(u32 n) { return below(n) == 0; }
-    template <typename T>
-    T pick(std::initializer_list<T> choices) {
-        return *(choices.begin() + below(static_cast<u32>(choices.size())));
-    }
-
     void add_interfaces() {
         tarn_if *routed = add_port(2);
         routed->if_flags |= TARN_IF_F_L3_SWITCHPORT;
@@ -61,16 +45,13 @@ protected:
         frame.from(pick({"02:00:00:00:00:99", "02:00:00:00:00:01", "00:00:00:00:00:00",
                          "ff:ff:ff:ff:ff:ff", "03:00:00:00:00:01"}));
         for (u32 tags = below(4); tags > 0; tags--)
-            frame.tag(static_cast<u16>(random_()));
+            frame.tag(static_cast<u16>(draw()));
         body(frame);
-        Bytes noise(below(one_in(50) ? 9300 : 64));
-        for (u8 &byte : noise)
-            byte = static_cast<u8>(random_());
-        Bytes bytes = frame.bytes(noise);
+        Bytes bytes = frame.bytes(noise(below(one_in(50) ? 9300 : 64)));
         if (one_in(4))
             bytes.resize(below(static_cast<u32>(bytes.size()) + 1));
         for (u32 flips = below(4); flips > 0 && !bytes.empty(); flips--)
-            bytes[below(static_cast<u32>(bytes.size()))] = static_cast<u8>(random_());
+            bytes[below(static_cast<u32>(bytes.size()))] = static_cast<u8>(draw());
         return bytes;
     }
 
@@ -79,7 +60,7 @@ protected:
         case 0:
             frame.ipv4({.protocol = pick<u8>({103, 112, 17, 6}),
                         .destination = {pick<u8>({192, 239}), 0, 0, static_cast<u8>(below(4))},
-                        .fragment = static_cast<u16>(one_in(2) ? 0 : random_()),
+                        .fragment = static_cast<u16>(one_in(2) ? 0 : draw()),
                         .ttl = pick<u8>({0, 1, 64})});
             if (one_in(2)) // from a listed host
                 frame.bytes({0x30, 0x39, pick({0, 1}), pick({80, 187, 22}), 0, 8, 0, 0});
@@ -109,7 +90,7 @@ protected:
             meta.flags = 0;
         if (one_in(3))
             meta.code = 0;
-        meta.extra = static_cast<u32>(random_());
+        meta.extra = static_cast<u32>(draw());
         meta.rx_flags = static_cast<u8>(below(2));
         meta.flood_except[0] = one_in(2) ? FLOOD_NO_EXCEPTION : below(6000);
         meta.local = one_in(8);
@@ -193,8 +174,6 @@ protected:
         log();
     }
 
-    const u64 seed_;
-    std::mt19937_64 random_;
     u64 events_ = 0;
     std::optional<userlevel::trace_watch> watch_;
 };

@@ -10,26 +10,25 @@ TEST_F(RandomFrames, are_all_accounted_for) {
     add_interfaces();
     decide_anything();
 
-    const u64 frames = from_environment("TARN_RANDOM_FRAMES", 200000);
-    for (u64 i = 0; i < frames; i++) {
-        if (i % 64 == 0) {
-            expect_nothing_leaked();
+    Counted frames("frames", "TARN_RANDOM_FRAMES", 200000);
+    while (frames.go_on()) {
+        if (frames.done() % 128 == 0)
             change();
-        }
         offer();
-        if (i % 1024 == 0) {
+        if (frames.done() % 64 == 0)
+            expect_nothing_leaked();
+        if (frames.done() % 1024 == 0) {
             forget_calls();
             expect_nothing_leaked();
-            ASSERT_FALSE(HasFailure()) << "seed " << seed_ << ", frame " << i;
+            ASSERT_FALSE(HasFailure()) << "seed " << seed_ << ", frame " << frames.done();
         }
     }
     forget_calls();
-    EXPECT_GT(events_, frames / 8);
+    EXPECT_LT(frames.grown_kb(), MOST_KB);
+    EXPECT_GT(events_, frames.wanted() / 8);
     for (const char *name : {"ipv4", "ipv6_precheck", "ipv6", "arp", "mcdrop", "sflow", "flowd",
                              "vornappsd", "l2drop"})
         EXPECT_GT(redirect(name).stops, 0u) << name << " was never met";
-    std::printf("%llu frames, seed %llu\n", static_cast<unsigned long long>(frames),
-                static_cast<unsigned long long>(seed_));
 }
 
 } // namespace

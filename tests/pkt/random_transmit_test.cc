@@ -3,6 +3,7 @@
 // read or written outside a buffer (the address sanitizer looks, in its build).
 //
 // TARN_RANDOM_FRAMES sets how many (100000 unless said otherwise), TARN_RANDOM_SEED the seed.
+#include "support/chance.h"
 #include "support/transmit_test.h"
 
 #include "ifmgr/tarn_ifmgr_create.h"
@@ -13,15 +14,7 @@
 #include "pkt/pkt_post.h"
 #include "vlan/vlan_member.h"
 
-#include <cstdlib>
-#include <random>
-
 namespace {
-
-u64 from_environment(const char *name, u64 otherwise) {
-    const char *text = std::getenv(name);
-    return text ? std::strtoull(text, nullptr, 0) : otherwise;
-}
 
 constexpr u32 PORTS = 5;          // 5001 and on; the last but one is routed and has a device
 constexpr u32 ROUTED = 4;         // born routed
@@ -30,23 +23,14 @@ constexpr u32 ETHERNET = 7;       // a device of the kernel's own
 constexpr u32 WITHOUT_DEVICE = 8; // an Ethernet interface that has none
 constexpr u32 SOCKETS = 3;
 
-class RandomTransmit : public TransmitTest {
+class RandomTransmit : public TransmitTest, protected Chance {
 protected:
-    RandomTransmit() : seed_(from_environment("TARN_RANDOM_SEED", 1)), random_(seed_) {
+    RandomTransmit() {
         driver().keep = false;
         driver().answer = [this](const fake_driver::Sent &) { return answer(); };
         features().socket_post = [this](sock *sk, sk_buff *skb) { return queue(sk, skb); };
         configure([&] { build(); });
         fake_driver::attach();
-    }
-
-    // --- chance ---------------------------------------------------------------------------------
-
-    u32 below(u32 limit) { return static_cast<u32>(random_()) % limit; }
-    bool one_in(u32 n) { return below(n) == 0; }
-    template <typename T>
-    T pick(std::initializer_list<T> choices) {
-        return *(choices.begin() + below(static_cast<u32>(choices.size())));
     }
 
     // --- the switch -----------------------------------------------------------------------------
@@ -96,8 +80,8 @@ protected:
         ifp->auth_state = pick({3u, 3u, 4u});
         ifp->stp_state[0] = one_in(3) ? below(5) : u32{TARN_STP_FORWARDING};
         ifp->flags = pick<u32>({TARN_IF_LINK, TARN_IF_LINK, IFF_UP, 0});
-        ifp->vlan_tagged_bmp[0] = static_cast<u32>(random_());
-        ifp->vlan_disabled_bmp[0] = one_in(4) ? static_cast<u32>(random_()) : 0;
+        ifp->vlan_tagged_bmp[0] = static_cast<u32>(draw());
+        ifp->vlan_disabled_bmp[0] = one_in(4) ? static_cast<u32>(draw()) : 0;
         ifp->if_flags ^= one_in(4) ? TARN_IF_F_DHCPSN_TRUSTED : 0;
         if (ifp->type == TARN_IF_TYPE_VLAN)
             ifp->if_flags ^= one_in(4) ? TARN_IF_F_VLAN_LOCAL : 0;
@@ -172,12 +156,9 @@ protected:
         frame.to(pick({"02:00:00:00:00:01", "01:00:5e:00:00:0d", "ff:ff:ff:ff:ff:ff"}));
         frame.from(pick({"02:00:00:00:00:99", "02:00:00:00:00:01"}));
         for (u32 tags = below(3); tags > 0; tags--)
-            frame.tag(one_in(2) ? u16{0x0305} : static_cast<u16>(random_()));
+            frame.tag(one_in(2) ? u16{0x0305} : static_cast<u16>(draw()));
         frame.type(pick<u16>({0x0800, 0x86DD, 0x88CC, 0x0806}));
-        Bytes noise(below(one_in(50) ? 9300 : 64));
-        for (u8 &byte : noise)
-            byte = static_cast<u8>(random_());
-        Bytes all = frame.bytes(noise);
+        Bytes all = frame.bytes(noise(below(one_in(50) ? 9300 : 64)));
         if (one_in(4))
             all.resize(below(static_cast<u32>(all.size()) + 1));
         return all;
@@ -318,8 +299,6 @@ protected:
         u64 offered, queued, by_device, failures, stack_sent;
     } seen_{};
 
-    const u64 seed_;
-    std::mt19937_64 random_;
     net_device *device_ = nullptr;
     userlevel::snapshot clean_;
 
@@ -348,28 +327,28 @@ TEST_F(RandomTransmit, frames_are_all_accounted_for) {
     }
     clean_ = userlevel::take_snapshot();
 
-    const u64 frames = from_environment("TARN_RANDOM_FRAMES", 100000);
-    for (u64 i = 0; i < frames; i++) {
-        if (i % 64 == 0) {
+    Counted frames("frames", "TARN_RANDOM_FRAMES", 100000);
+    while (frames.go_on()) {
+        if (frames.done() % 64 == 0) {
             account();
             change();
             clean_ = userlevel::take_snapshot();
-            ASSERT_FALSE(HasFailure()) << "seed " << seed_ << ", frame " << i;
+            ASSERT_FALSE(HasFailure()) << "seed " << seed_ << ", frame " << frames.done();
         }
         one_frame();
     }
     account();
-    if (frames >= 10000) {
-        EXPECT_GT(seen_.offered, frames / 4) << "to the driver";
-        EXPECT_GT(seen_.queued, frames / 100) << "on sockets";
-        EXPECT_GT(seen_.by_device, frames / 100);
-        EXPECT_GT(seen_.failures, frames / 100);
+    EXPECT_LT(frames.grown_kb(), MOST_KB);
+    const u64 all = frames.wanted();
+    if (all >= 10000) {
+        EXPECT_GT(seen_.offered, all / 4) << "to the driver";
+        EXPECT_GT(seen_.queued, all / 100) << "on sockets";
+        EXPECT_GT(seen_.by_device, all / 100);
+        EXPECT_GT(seen_.failures, all / 100);
         EXPECT_GT(seen_.stack_sent, 0u);
-        EXPECT_GT(netdev_stats(vlan1()->netdev)->rx_packets, frames / 200) << "to the IP stack";
+        EXPECT_GT(netdev_stats(vlan1()->netdev)->rx_packets, all / 200) << "to the IP stack";
         EXPECT_GT(netdev_stats(vlan1()->netdev)->rx_dropped, 0u);
     }
-    std::printf("%llu frames, seed %llu\n", static_cast<unsigned long long>(frames),
-                static_cast<unsigned long long>(seed_));
 }
 
 } // namespace

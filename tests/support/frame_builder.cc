@@ -1,7 +1,6 @@
 #include "support/frame_builder.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
 
@@ -18,12 +17,13 @@ void append(Bytes &bytes, const Range &more) {
 } // namespace
 
 Mac mac(const std::string &text) {
+    auto digit = [&](std::size_t at) {
+        u8 one = static_cast<u8>(text.at(at));
+        return one <= '9' ? one - '0' : (one | 0x20) - 'a' + 10;
+    };
     Mac address{};
-    std::array<unsigned, 6> part{};
-    std::sscanf(text.c_str(), "%x:%x:%x:%x:%x:%x", &part[0], &part[1], &part[2], &part[3], &part[4],
-                &part[5]);
-    std::transform(part.begin(), part.end(), address.begin(),
-                   [](unsigned value) { return static_cast<u8>(value); });
+    for (std::size_t i = 0; i < address.size(); i++)
+        address[i] = static_cast<u8>(digit(3 * i) << 4 | digit(3 * i + 1));
     return address;
 }
 

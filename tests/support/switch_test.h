@@ -7,8 +7,8 @@
 //
 // One port (port1), VLAN 1 with its interface, the port a member. A test adds what else it needs.
 // Each test ends with a leak check: no buffer, no allocation and no reference may be left that was
-// not there when the test body began, apart from what configure() did; each interface record must be
-// one that the database knows; and the log must have been taken, or be empty.
+// not there when the test body began, apart from what configure() did; each interface record must
+// be one that the database knows; and the log must have been taken, or be empty.
 #pragma once
 
 #include "support/frame_builder.h"
