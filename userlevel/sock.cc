@@ -293,10 +293,15 @@ int socket_other(struct socket *) {
     return -EOPNOTSUPP;
 }
 
+// One that was queued before, while nobody was there to be told, is told of here.
 void socket_on_ready(struct socket *socket, void (*ready)(void *argument), void *argument) {
-    guarded guard(socket->sk);
-    socket->sk->ready_argument = argument;
-    __atomic_store_n(&socket->sk->ready, ready, __ATOMIC_RELEASE);
+    {
+        guarded guard(socket->sk);
+        socket->sk->ready_argument = argument;
+        __atomic_store_n(&socket->sk->ready, ready, __ATOMIC_RELEASE);
+    }
+    if (socket_poll(socket, POLLIN, 0) != 0)
+        ready(argument);
 }
 
 void socket_set_owner(struct socket *socket, int process) {

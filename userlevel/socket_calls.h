@@ -32,8 +32,9 @@ int socket_getsockopt(struct socket *socket, int level, int name, void *value, s
 // bind, connect, accept and their like: no family has them.
 int socket_other(struct socket *socket);
 
-// Calls whenever a frame has been queued, from whatever thread did it, until the socket is closed.
-// What is called may ask the socket whether it can be read, and must not close it.
+// Calls whenever a frame has been queued, from whatever thread did it, until the socket is closed;
+// and at once, if one is queued already. What is called may ask the socket whether it can be read,
+// and must not close it.
 void socket_on_ready(struct socket *socket, void (*ready)(void *argument), void *argument);
 // The process that holds it, for who lists the sockets.
 void socket_set_owner(struct socket *socket, int process);

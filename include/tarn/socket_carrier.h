@@ -38,7 +38,7 @@ enum tarn_carrier_call {
     TARN_CARRIER_SEND,    /* a MSG_*; the address, then the data */
     TARN_CARRIER_RECEIVE, /* a MSG_*; size */
     TARN_CARRIER_SETOPT,  /* a level, b name; the value */
-    TARN_CARRIER_GETOPT,  /* a level, b name; size */
+    TARN_CARRIER_GETOPT,  /* a level, b name; size. Its result is the length of the value */
     TARN_CARRIER_OTHER,   /* what no family has: bind, connect, ... */
 };
 

@@ -252,10 +252,16 @@ static void case_options(const struct socket_home *home)
 	home->check(setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &value, sizeof(value)) == 0, "SO_RCVBUF is set",
 		    "");
 	for (unsigned i = 0; i < sizeof(rows) / sizeof(rows[0]); i++) {
-		length = sizeof(value);
-		home->check(getsockopt(fd, SOL_SOCKET, rows[i].name, &value, &length) == 0 &&
-				    value == rows[i].value,
+		int wide[2] = { -1, -1 }; /* more room than it takes, then less */
+
+		length = sizeof(wide);
+		home->check(getsockopt(fd, SOL_SOCKET, rows[i].name, wide, &length) == 0 &&
+				    wide[0] == rows[i].value && wide[1] == -1 && length == sizeof(value),
 			    "an option reads as a kernel's", rows[i].what);
+		length = 2;
+		home->check(getsockopt(fd, SOL_SOCKET, rows[i].name, &wide[1], &length) == 0 &&
+				    memcmp(&wide[1], wide, 2) == 0 && length == 2,
+			    "and is cut like a kernel's", rows[i].what);
 	}
 	value = 6;
 	home->check(setsockopt(fd, SOL_SOCKET, SO_PRIORITY, &value, sizeof(value)) == 0, "SO_PRIORITY", "");

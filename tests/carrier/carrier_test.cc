@@ -6,7 +6,9 @@
 #include "socket_calls.h"
 #include "tarn/socket_carrier.h"
 
+#include <atomic>
 #include <filesystem>
+#include <poll.h>
 #include <sstream>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -16,6 +18,68 @@
 namespace {
 
 using ::testing::HasSubstr;
+
+// One end of a carried socket, without the preload library.
+class Carried {
+public:
+    explicit Carried(const std::string &path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET, 0)) {
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+        path.copy(address.sun_path, path.size());
+        EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+    }
+    ~Carried() { ::close(fd_); }
+    Carried(const Carried &) = delete;
+    Carried &operator=(const Carried &) = delete;
+
+    int fd() const { return fd_; }
+
+    // Whether it is taken; the descriptors go beside it.
+    bool put(const void *bytes, std::size_t length, const std::vector<int> &descriptors) const {
+        std::vector<char> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
+        iovec data{const_cast<void *>(bytes), length};
+        msghdr msg{};
+        msg.msg_iov = &data;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control.data();
+        msg.msg_controllen = control.size();
+        cmsghdr *beside = CMSG_FIRSTHDR(&msg);
+        beside->cmsg_level = SOL_SOCKET;
+        beside->cmsg_type = SCM_RIGHTS;
+        beside->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
+        std::copy(descriptors.begin(), descriptors.end(),
+                  reinterpret_cast<int *>(CMSG_DATA(beside)));
+        return sendmsg(fd_, &msg, MSG_NOSIGNAL) == static_cast<ssize_t>(length);
+    }
+    // The result, or 1 when there is no answer. `more`: what else goes beside the request.
+    i64 call(const tarn_carrier_request &request, const std::vector<int> &more = {}) const {
+        int pair[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
+        std::vector<int> beside{pair[1]};
+        beside.insert(beside.end(), more.begin(), more.end());
+        EXPECT_TRUE(put(&request, sizeof(request), beside));
+        ::close(pair[1]);
+        struct {
+            tarn_carrier_reply reply;
+            char data[2048];
+        } answer{};
+        ssize_t length = recv(pair[0], &answer, sizeof(answer), 0);
+        ::close(pair[0]);
+        return length >= static_cast<ssize_t>(sizeof(answer.reply)) ? answer.reply.result : 1;
+    }
+    i64 open(int family) const {
+        return call({.call = TARN_CARRIER_OPEN, .a = family, .b = SOCK_RAW});
+    }
+    i64 look() const {
+        return call({.call = TARN_CARRIER_RECEIVE, .a = MSG_PEEK, .size = sizeof(char[2048])});
+    }
+    bool readable() const {
+        pollfd one{.fd = fd_, .events = POLLIN, .revents = 0};
+        return poll(&one, 1, 0) == 1;
+    }
+
+private:
+    int fd_;
+};
 
 // A switch whose sockets are served, and daemons under the preload library.
 class Carrier : public TransmitTest {
@@ -189,16 +253,12 @@ TEST_F(Carrier, a_path_is_served_once_and_can_be_served_again) {
 
 // What is no call of ours ends that connection, and nothing else.
 TEST_F(Carrier, a_client_that_talks_nonsense_is_left) {
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    path_.copy(address.sun_path, path_.size());
     const tarn_carrier_request lies{.call = TARN_CARRIER_SEND, .name_length = 1u << 30};
     for (std::size_t length : {std::size_t{1}, sizeof(lies)}) {
-        int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-        ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(::send(fd, &lies, length, MSG_NOSIGNAL), static_cast<ssize_t>(length));
+        Carried client(path_);
+        EXPECT_EQ(::send(client.fd(), &lies, length, MSG_NOSIGNAL), static_cast<ssize_t>(length));
         char byte;
-        EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
-        ::close(fd);
+        EXPECT_EQ(recv(client.fd(), &byte, 1, 0), 0);
     }
     EXPECT_EQ(run_daemon({"two_sockets"}), 0);
 }
@@ -208,6 +268,29 @@ class CarrierThreads : public Carrier {};
 
 TEST_F(CarrierThreads, readers_beside_traffic_get_each_frame_once) {
     EXPECT_EQ(run_daemon({"readers_beside_traffic"}), 0);
+}
+
+// Frames of which a socket has room for one, so that none wakes for those before it: what came
+// between the socket and who is told of its frames has to be marked by itself.
+TEST_F(CarrierThreads, a_frame_that_comes_while_a_socket_opens_is_marked) {
+    constexpr int sockets = 1000;
+    constexpr u32 more_than_half = 120000;
+    const Bytes frame = Frame().to("01:80:c2:00:00:02").type(0x8809).padded();
+    for (int i = 0; i < sockets; i++) {
+        Carried client(path_);
+        std::atomic<bool> opened = false;
+        std::thread driver([&] {
+            const tarn_rx_meta meta{};
+            while (!opened)
+                rxtx_hw_packet_recv(userlevel::frame_make(frame, more_than_half), 5001, 1, &meta);
+            rxtx_hw_packet_recv(userlevel::frame_make(frame, more_than_half), 5001, 1, &meta);
+        });
+        EXPECT_EQ(client.open(TARN_AF_LACP), 0);
+        opened = true;
+        driver.join();
+        ASSERT_EQ(client.look(), 46);
+        ASSERT_TRUE(client.readable()) << "socket " << i;
+    }
 }
 
 // Waits, descriptors: what only a program can do.

@@ -180,6 +180,21 @@ TEST_F(SocketLife, a_poll_waits_for_a_frame) {
     EXPECT_EQ(events, POLLIN);
 }
 
+TEST_F(SocketLife, who_wants_to_be_told_of_frames_is_told_of_those_that_are_there) {
+    struct socket *lacp = open(TARN_AF_LACP);
+    int told = 0;
+    auto count = [](void *argument) { ++*static_cast<int *>(argument); };
+    userlevel::socket_on_ready(lacp, count, &told);
+    EXPECT_EQ(told, 0);
+    receive(LACPDU);
+    EXPECT_EQ(told, 1);
+    userlevel::socket_on_ready(lacp, count, &told);
+    EXPECT_EQ(told, 2);
+    EXPECT_EQ(read(lacp).data.size(), 46u);
+    userlevel::socket_on_ready(lacp, count, &told);
+    EXPECT_EQ(told, 2);
+}
+
 TEST_F(SocketLife, a_socket_may_be_told_never_to_wait) {
     struct socket *one = open(TARN_AF_LACP);
     userlevel::socket_set_nonblocking(one, true);

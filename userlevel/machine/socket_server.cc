@@ -186,7 +186,9 @@ private:
         one.data.resize(length);
         one.reply.result = userlevel::socket_getsockopt(socket_, one.request.a, one.request.b,
                                                         one.data.data(), &length);
-        one.data.resize(one.reply.result < 0 ? 0 : length);
+        if (one.reply.result == 0)
+            one.reply.result = length;
+        one.data.resize(static_cast<std::size_t>(std::max<std::int64_t>(one.reply.result, 0)));
     }
 
     bool can_read() { return userlevel::socket_poll(socket_, POLLIN, 0) & POLLIN; }
