@@ -392,13 +392,46 @@ int net_request(unsigned long command, struct ifreq *request)
 int net_tap(int where, const char *name, unsigned short type)
 {
 	struct sockaddr_ll at = { .sll_family = AF_PACKET, .sll_protocol = htons(type) };
-	int tap = net_socket(where, AF_PACKET, SOCK_RAW | SOCK_NONBLOCK, 0);
+	int tap = net_socket(where, AF_PACKET, SOCK_RAW | SOCK_NONBLOCK, 0), on = 1;
 	struct net_link link;
 
 	if (tap < 0 || net_link(where, name, &link) < 0)
 		return -1;
 	at.sll_ifindex = link.index;
+	setsockopt(tap, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on));
 	return bind(tap, (struct sockaddr *)&at, sizeof(at)) == 0 ? tap : -1;
+}
+
+/* The receiving device takes the tag off and tells it beside the frame. */
+static long put_tag_back(struct msghdr *msg, unsigned char *frame, long length)
+{
+	struct tpacket_auxdata aux;
+	unsigned char tag[4] = { 0x81, 0x00 };
+
+	for (struct cmsghdr *one = CMSG_FIRSTHDR(msg); one; one = CMSG_NXTHDR(msg, one)) {
+		if (one->cmsg_level != SOL_PACKET || one->cmsg_type != PACKET_AUXDATA)
+			continue;
+		memcpy(&aux, CMSG_DATA(one), sizeof(aux));
+		if (!(aux.tp_status & TP_STATUS_VLAN_VALID))
+			return length;
+		tag[2] = (unsigned char)(aux.tp_vlan_tci >> 8);
+		tag[3] = (unsigned char)aux.tp_vlan_tci;
+		memmove(frame + 16, frame + 12, (size_t)length - 12);
+		memcpy(frame + 12, tag, sizeof(tag));
+		return length + 4;
+	}
+	return length;
+}
+
+long net_read(int tap, unsigned char *frame, size_t size)
+{
+	char control[256];
+	struct iovec buffer = { frame, size - 4 };
+	struct msghdr msg = { .msg_iov = &buffer, .msg_iovlen = 1, .msg_control = control,
+			      .msg_controllen = sizeof(control) };
+	long length = recvmsg(tap, &msg, MSG_DONTWAIT);
+
+	return length < 14 ? length : put_tag_back(&msg, frame, length);
 }
 
 int net_take(int tap)

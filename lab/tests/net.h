@@ -56,6 +56,8 @@ int net_request(unsigned long command, struct ifreq *request);
 int net_tap(int where, const char *name, unsigned short type);
 /* Takes what has arrived: how many frames. */
 int net_take(int tap);
+/* One frame as it was on the cable, with its tag: its length, cut at `size` - 4, or -1. */
+long net_read(int tap, unsigned char *frame, size_t size);
 
 /* --- pings ----------------------------------------------------------------------------------------- */
 

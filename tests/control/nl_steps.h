@@ -1,0 +1,719 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * What every command of the control family does, as one list of steps for both homes: the test in a
+ * process (nl_steps_test.cc) and the one in a kernel (lab/tests/commands.c) each say how a command
+ * is sent, a file read, a frame delivered; what has to hold stands here.
+ *
+ * A step is a command with its attributes in words, "ifindex 5201 tagged 1 vid 20": integers as C
+ * writes them, bytes in hexadecimal. Behind it stand its answer and what can be seen of it from
+ * outside: in the files of /proc/tarn, by where a frame ends, by what leaves the switch. The steps
+ * are made in order; what one makes the later ones have.
+ *
+ * What can be seen only inside a process are the functions of the core that the command calls, in
+ * order, each with its arguments: "tarn_x 1 vid @ifindex; tarn_y". A word that is an attribute's
+ * name stands for the value it was sent with, "none" when it was not; before it "@" stands for an
+ * interface of that number, "!" for 1 where it is 0 and "!!" for 1 where it is not; "/12" behind it
+ * for the number of records of that size. A "= " at the start says that the last call's result is
+ * the answer, "..." at the end that what follows is not looked at. The deletion of an interface is
+ * told with the references that are left.
+ *
+ * Plain C that is C++ as well.
+ */
+#ifndef TARN_TESTS_NL_STEPS_H
+#define TARN_TESTS_NL_STEPS_H
+
+#include <stdlib.h>
+
+#include "nl_cases.h"
+
+/*
+ * A look from outside. `what`:
+ *   up DEVICE              an administrator brings it up; shows nothing
+ *   device DEVICE          its address and what ethtool says: "02:00:00:00:00:01 speed 10 duplex 1"
+ *   chip                   what it was told of unknown multicast: "unknown-multicast on"
+ *   frame PORT VID HEX     which counters of redirects move when that frame arrives, and for which
+ *                          reason it stops: "arp_kernel arp:12 "; with "subnet" before HEX the chip
+ *                          says that it has looked for a VLAN of its subnet
+ *   sends PORT VID         where a frame goes that a daemon sends out of the port: "5201-tagged "
+ *   stack DEVICE           whether one leaves that the IP stack sends: "leaves"
+ *   anything else          the text of that file of /proc/tarn, "" where there is none
+ * What is shown has `text` in it, or must not; with "" the look itself is all. A blank of `text` is
+ * any number of blanks there, "*" any number of others.
+ */
+struct nl_sight {
+    const char *what;
+    const char *text;
+    int absent;
+};
+#define SEES(what, text)                                                                           \
+    { what, text, 0 }
+#define LACKS(what, text)                                                                          \
+    { what, text, 1 }
+#define NL_SIGHTS 4
+
+struct nl_step {
+    uint8_t command;
+    const char *with;
+    int answer;
+    const char *calls; /* null: what the command's case says */
+    struct nl_sight sights[NL_SIGHTS];
+};
+
+// clang-format off
+
+/* --- frames ----------------------------------------------------------------------------------- */
+
+#define NL_HOST "020000000099"
+#define NL_ALL "ffffffffffff"
+#define NL_ARP_OF(source, sender)                                                                  \
+    NL_ALL source "0806" "0001080006040001" sender "c0000263" "000000000000" "c0000201"
+#define NL_ARP NL_ARP_OF(NL_HOST, NL_HOST)
+#define NL_IPV4(to, protocol, destination)                                                         \
+    to NL_HOST "0800" "4500002800000000" "40" protocol "0000" "c0000263" destination
+#define NL_UNICAST NL_IPV4("020000000055", "11", "c6336407")
+#define NL_MULTICAST NL_IPV4("01005e010203", "11", "ef010203")
+#define NL_WEB NL_IPV4("020000000055", "06", "c6336407") "30390050"
+#define NL_UDLD "01000ccccccc" NL_HOST "0020" "aaaa0300000c0111"
+
+/* --- the steps -------------------------------------------------------------------------------- */
+
+#define NL_PORT_CREATE "= tarn_ifmgr_switchport_create if_name mac flags stack_member ifindex "
+#define NL_LAG_CREATE "= tarn_ifmgr_aggregator_add if_name mac port_kind ifindex"
+#define NL_ETHERNET_CREATE "= tarn_ifmgr_ethernet_create if_name mac flags ifindex 2"
+#define NL_DELETED(references) "tarn_ifmgr_delete_interface @ifindex " references "; ..."
+#define NL_VXLAN_ADD "tarn_vxlan_add vid vxlan_local_addr vxlan_remote_addr vxlan_vni"
+#define NL_RULE "0000000220000000000000000000000a0a0a0a0a000000000000000000500006" /* 32 bytes */
+
+static const struct nl_step nl_steps[] = {
+    /* --- interfaces come: ports, one of them routed, aggregators, a device of the machine ----- */
+    {0, "ifindex 5201 if_name cmd1 if_kind 3 flags 0x1043 mac 020000005201 stack_member 7", 0,
+     NL_PORT_CREATE "0", {SEES("ifdb", "\ncmd1 5201 1043 1 1 1000\n")}},
+    {0, "ifindex 5202 if_name cmd2 if_kind 3 flags 0x1003 mac 020000005202 stack_member 0", 0,
+     NL_PORT_CREATE "0", {SEES("ifdb", "\ncmd2 5202 1003 0 1 1000\n")}},
+    {0, "ifindex 5203 if_name cmd3 if_kind 3 flags 0x1003 mac 020000005203 stack_member 4294967295 "
+        "port_kind 1", 0,
+     NL_PORT_CREATE "1",
+     {SEES("device cmd3", "02:00:00:00:52:03"), SEES("ifdb", "\ncmd3 5203 1003 0 1 1000\n")}},
+    {0, "ifindex 5204 if_name cmd4 if_kind 3 flags 0 mac 020000005204 port_kind 255", 0,
+     "= tarn_ifmgr_switchport_create if_name mac flags 0 ifindex 0",
+     {SEES("ifdb", "\ncmd4 5204 0 0 1 1000\n"), LACKS("device cmd4", ":")}},
+    {0, "ifindex 5205 if_name a-name-of-more-than-16 if_kind 3 flags 0 mac 020000005205", 0,
+     "= tarn_ifmgr_switchport_create a-name-of-more-t mac flags 0 ifindex 0",
+     {SEES("ifdb", "\na-name-of-more-t 5205 ")}},
+    {0, "ifindex 6201 if_name cmdlag if_kind 3 flags 0x1043 mac 020000006201 port_kind 3", 0,
+     NL_LAG_CREATE, {SEES("ifdb", "\ncmdlag 6201 0 0 1 1008\n")}},
+    {0, "ifindex 6202 if_name cmddyn if_kind 3 flags 0x1043 mac 020000006202 port_kind 2", 0,
+     NL_LAG_CREATE, {SEES("ifdb", "\ncmddyn 6202 0 0 1 1010\n")}},
+    {0, "ifindex 7201 if_name cmdeth if_kind 2 flags 0x1003 mac 020000007201", 0,
+     NL_ETHERNET_CREATE, {SEES("ifdb", "\ncmdeth 7201 1003 0 1 1000\n")}},
+    {0, "ifindex 5201 if_name other if_kind 3 flags 0 mac 020000005299", 0,
+     "= tarn_ifmgr_switchport_create if_name mac flags 0 ifindex 0",
+     {SEES("ifdb", "\ncmd1 5201 1043 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 2 flags 0", -201, NL_ETHERNET_CREATE,
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 3 flags 0", -201,
+     "= tarn_ifmgr_switchport_create if_name none flags 0 ifindex 0", {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 3 flags 0 port_kind 2", -201, NL_LAG_CREATE,
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 3 flags 0 mac 0200000072", -EINVAL, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 1 flags 0 mac 020000007202", 0, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 4 flags 0 mac 020000007202", 0, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 9 flags 0 mac 020000007202", 0, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 0 flags 0 mac 020000007202", -EOPNOTSUPP, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 10 flags 0 mac 020000007202", -EOPNOTSUPP, "",
+     {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 255 flags 0 mac 020000007202", -EOPNOTSUPP, "",
+     {LACKS("ifdb", " 7202 ")}},
+
+    /* --- and VLANs ---------------------------------------------------------------------------- */
+    {7, "vid_start 20 vid_end 22 vlan_options 0 mac 020000002000", 0,
+     "= tarn_ifmgr_vlan_create mac 6 20 vlan_options; tarn_ifmgr_vlan_create mac 6 21 vlan_options",
+     {SEES("up vlan20", ""), SEES("device vlan20", "02:00:00:00:20:00"),
+      SEES("ifdb", "\nvlan21 321 * 0 1 1000\n"), LACKS("ifdb", "vlan22")}},
+    {7, "vid_start 22 vid_end 22 vlan_options 0 mac 020000002000", 0, "",
+     {LACKS("ifdb", "vlan22")}},
+    {7, "vid_start 65535 vid_end 22 vlan_options 0 mac 020000002000", 0, "",
+     {LACKS("ifdb", "vlan22")}},
+    {7, "vid_start 23 vid_end 24 vlan_options 0x7 mac 020000002300", 0,
+     "= tarn_ifmgr_vlan_create mac 6 23 vlan_options",
+     {SEES("ifdb", "\nvlan23 323 * 0 1 5001\n"),
+      SEES("frame 5201 23 " NL_ARP, "remote-mirror:1 ")}},
+    {6, "ifindex 323", 0, NL_DELETED("2"), {LACKS("ifdb", "vlan23")}},
+    {7, "vid_start 23 vid_end 24 vlan_options 0 mac 020000002300", 0,
+     "= tarn_ifmgr_vlan_create mac 6 23 vlan_options",
+     {SEES("ifdb", "\nvlan23 323 * 0 1 1000\n"), LACKS("frame 5201 23 " NL_ARP, "remote-mirror")}},
+
+    /* --- what the daemon says of them --------------------------------------------------------- */
+    {1, "ifindex 5202 flags 0x1043 speed 1000 duplex 1", 0,
+     "tarn_ifmgr_L2_link_state_check @ifindex 0", {SEES("ifdb", "\ncmd2 5202 1043 1 1 1000\n")}},
+    {1, "ifindex 5202 flags 0", 0, "tarn_ifmgr_L2_link_state_check @ifindex 1",
+     {SEES("ifdb", "\ncmd2 5202 0 0 1 1000\n")}},
+    {1, "ifindex 5202 flags 0x1043", 0, "tarn_ifmgr_L2_link_state_check @ifindex 0",
+     {SEES("ifdb", "\ncmd2 5202 1043 1 1 1000\n")}},
+    {1, "ifindex 5203 flags 0x1003 speed 100 duplex 1", 0,
+     "tarn_ifmgr_L2_link_state_check @ifindex 0", {SEES("device cmd3", "speed 100 duplex 1")}},
+    {1, "ifindex 5203 flags 0xffffffff speed 4294967295 duplex 255", 0,
+     "tarn_ifmgr_L2_link_state_check @ifindex 0",
+     {SEES("device cmd3", "speed 4294967295 duplex 255"),
+      SEES("ifdb", "\ncmd3 5203 ffffffff 1 1 1000\n")}},
+    {1, "ifindex 5203 flags 0x1003", 0, "tarn_ifmgr_L2_link_state_check @ifindex 1",
+     {SEES("device cmd3", "speed 4294967295 duplex 255"),
+      SEES("ifdb", "\ncmd3 5203 1003 0 1 1000\n")}},
+    {1, "ifindex 320 flags 0 speed 10 duplex 1", 0, "",
+     {SEES("ifdb", "\nvlan20 320 1*3 ")}},
+    {3, "ifindex 320 mac 0200000020aa", 0, NULL,
+     {SEES("device vlan20", "02:00:00:00:20:aa"),
+      SEES("frame 5201 20 " NL_ARP_OF("0200000020aa", NL_HOST), "arp:2 ")}},
+    {3, "ifindex 5201 mac 0200000052aa", 0, NULL, {LACKS("device vlan20", "52:aa")}},
+
+    /* --- spanning tree, and the VLANs of ports ------------------------------------------------ */
+    {19, "ifindex 5201 tagged 0 vid 20", 0, NULL,
+     {SEES("ifdb", "\nvlan20 320 * 1 1 1000\n Children: cmd1 \n"),
+      SEES("frame 5201 20 " NL_ARP, "arp:11 "), LACKS("sends 5201 20", "5201")}},
+    {16, "ifindex 5201 stp_instance 0 stp_state 3", 0, NULL,
+     {SEES("cmd1/bridge", "00: Forwarding\n01: Blocking\n"),
+      SEES("frame 5201 20 " NL_ARP, "arp:12 "), SEES("sends 5201 20", "5201-untagged ")}},
+    {16, "ifindex 5201 stp_instance 3 stp_state 2", 0, NULL,
+     {SEES("cmd1/bridge", "02: Blocking\n03: Learning\n04: Blocking\n")}},
+    {16, "ifindex 5201 stp_instance 63 stp_state 0", 0, NULL,
+     {SEES("cmd1/bridge", "62: Blocking\n63: Disabled\n")}},
+    {16, "ifindex 5201 stp_instance 63 stp_state 255", 0, NULL,
+     {SEES("cmd1/bridge", "62: Blocking\n63: Unknown\n")}},
+    {16, "ifindex 5201 stp_instance 64 stp_state 3", -EINVAL, NULL, {LACKS("cmd1/bridge", "64")}},
+    {16, "ifindex 5202 stp_instance 0 stp_state 3", 0, NULL,
+     {SEES("cmd2/bridge", "00: Forwarding\n")}},
+    {16, "ifindex 320 stp_instance 0 stp_state 3", -EINVAL, NULL, {LACKS("ifdb", "Forwarding")}},
+    {14, "vid 20 stp_instance 3", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:11 ")}},
+    {15, "vid 20", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:12 ")}},
+    {14, "vid 20 stp_instance 63", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:11 ")}},
+    {14, "vid 20 stp_instance 0", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:12 ")}},
+    {14, "vid 20 stp_instance 64", -EINVAL, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:12 ")}},
+    {15, "vid 4000", -EINVAL, NULL, {LACKS("ifdb", "vlan4000")}},
+    {17, "ifindex 5201 state 2", 0, NULL, {SEES("frame 5201 21 " NL_ARP, "arp:2 ")}},
+    {17, "ifindex 5201 state 0", 0, NULL, {SEES("frame 5201 21 " NL_ARP, "arp:7 ")}},
+    {18, "ifindex 5201 vid 21", 0, NULL, {SEES("frame 5201 20 subnet " NL_UNICAST, "ipv4:4 ")}},
+    {18, "ifindex 5201 vid 22", 0, NULL, {SEES("frame 5201 20 subnet " NL_UNICAST, "ipv4:5 ")}},
+    {20, "ifindex 5202 tagged 1 vid_bitmap 000030", 0, NULL,
+     {SEES("ifdb", "\nvlan20 320 * 2 1 1000\n Children: cmd2 cmd1 \n"),
+      SEES("ifdb", "\nvlan21 321 * 1 1 1000\n Children: cmd2 \n"),
+      SEES("sends 5202 20", "5202-tagged ")}},
+    {22, "ifindex 5202 vid_bitmap 000020", 0, NULL,
+     {LACKS("ifdb", "\nvlan21 321 * 0 1 1000\n Children"), SEES("ifdb", "Children: cmd2 cmd1 ")}},
+    {21, "ifindex 5202 vid 20", 0, NULL,
+     {SEES("ifdb", "\nvlan20 320 * 1 1 1000\n Children: cmd1 \n")}},
+    {19, "ifindex 5202 tagged 1 vid 20", 0, NULL,
+     {SEES("ifdb", "Children: cmd2 cmd1 "), SEES("sends 5202 20", "5202-tagged ")}},
+    {59, "ifindex 5201 vid 20 state 0", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:2 ")}},
+    {59, "ifindex 5201 vid 20 state 255", 0, NULL, {SEES("frame 5201 20 " NL_ARP, "arp:12 ")}},
+    {60, "ifindex 5201 vid_bitmap 000010 state 0", 0, NULL,
+     {SEES("frame 5201 20 " NL_ARP, "arp:2 ")}},
+    {60, "ifindex 5201 vid_bitmap 000010 state 1", 0, NULL,
+     {SEES("frame 5201 20 " NL_ARP, "arp:12 ")}},
+    {8, "ifindex 320 vlan_options 0x20", 0, NULL, {SEES("ifdb", "\nvlan20 320 * 2 1 21000\n")}},
+    {8, "ifindex 320 vlan_options 0x4", 0, NULL, {SEES("ifdb", "\nvlan20 320 * 2 1 5000\n")}},
+    {8, "ifindex 320 vlan_options 0", 0, NULL, {SEES("ifdb", "\nvlan20 320 * 2 1 1000\n")}},
+    {8, "ifindex 5201 vlan_options 0x20", 0, NULL, {SEES("ifdb", "\ncmd1 5201 1043 1 1 1000\n")}},
+    {12, "ifindex 320 state 0", 0, "",
+     {SEES("frame 5201 20 " NL_ARP_OF(NL_HOST, "030000000009"), "arp:10 ")}},
+    {12, "ifindex 320 state 2", 0, "",
+     {SEES("frame 5201 20 " NL_ARP_OF(NL_HOST, "030000000009"), "arp:12 "),
+      SEES("ifdb", "\nvlan20 320 * 2 1 3000\n")}},
+    {12, "ifindex 320 state 0", 0, "", {SEES("ifdb", "\nvlan20 320 * 2 1 1000\n")}},
+    {81, "ifindex 5203 vid 20", 0, NULL, {SEES("ifdb", "\ncmd3 5203 1003 0 1 81000\n")}},
+    {81, "ifindex 5203 vid 0", 0, NULL, {SEES("ifdb", "\ncmd3 5203 1003 0 1 1000\n")}},
+
+    /* --- aggregators -------------------------------------------------------------------------- */
+    {42, "ifindex 5202 agg_ifindex 6201", 0, NULL,
+     {SEES("cmdlag/members", "cmd2\n"), SEES("ifdb", "Children: cmdlag cmd1 "),
+      SEES("ifdb", "\ncmdlag 6201 1043 1 1 1008\n Children: cmd2 \n")}},
+    {42, "ifindex 5202 agg_ifindex 320", -EINVAL, NULL, {SEES("cmdlag/members", "cmd2\n")}},
+    {43, "ifindex 5202 agg_ifindex 320", -218, NULL, {SEES("cmdlag/members", "cmd2\n")}},
+    {43, "ifindex 5202 agg_ifindex 6201", 0, NULL,
+     {LACKS("cmdlag/members", "cmd2"), LACKS("ifdb", "Children: cmdlag")}},
+
+    /* --- mirrors ------------------------------------------------------------------------------ */
+    {61, "mirror_target 5202 mirror_source 5201 vid 0 mirror_direction 1", 0, NULL,
+     {LACKS("sends 5201 20", "5202")}},
+    {61, "mirror_target 5202 mirror_source 5201 vid 20 mirror_direction 2", 0, NULL,
+     {LACKS("sends 5201 20", "5202")}},
+    {61, "mirror_target 5202 mirror_source 5201 vid 0 mirror_direction 2", 0, NULL,
+     {SEES("sends 5201 20", "5202-tagged "), SEES("sends 5201 20", "5201-untagged "),
+      LACKS("sends 5202 20", "5201")}},
+    {61, "mirror_target 5201 mirror_source 5202 vid 0 mirror_direction 255", -EINVAL, NULL,
+     {LACKS("sends 5202 20", "5201")}},
+    {62, "mirror_target 5202 mirror_source 5201 vid 1 mirror_direction 2", 0, NULL,
+     {SEES("sends 5201 20", "5202-tagged ")}},
+    {62, "mirror_target 5202 mirror_source 5201 vid 0 mirror_direction 253", 0, NULL,
+     {SEES("sends 5201 20", "5202-tagged ")}},
+    {62, "mirror_target 9999 mirror_source 5201 vid 0 mirror_direction 2", 0, NULL,
+     {LACKS("sends 5201 20", "5202")}},
+    {62, "mirror_target 5202 mirror_source 9999 vid 0 mirror_direction 2", -EINVAL, NULL,
+     {SEES("sends 5201 20", "5201-untagged ")}},
+
+    /* --- neighbours --------------------------------------------------------------------------- */
+    {10, "family 0 id 0xffffffff port_ifindex 5201 ifindex 0", 0,
+     "arp_flush_dev_and_port -1 none 5201; ndisc_flush_dev_and_port -1 none 5201", {}},
+    {10, "family 2 id 20 port_ifindex 5202 ifindex 320", 0,
+     "arp_flush_dev_and_port 20 vlan20 5202", {}},
+    {10, "family 10 id 0 port_ifindex 0xffffffff ifindex 9999", 0,
+     "ndisc_flush_dev_and_port 0 none 4294967295", {}},
+    {10, "family 7 id 20 port_ifindex 5201 ifindex 320", -1, "", {}},
+    {10, "family 255 id 20 port_ifindex 5201 ifindex 320", -1, "", {}},
+    {11, "ifindex 320 mac 020000000099", 0, "neigh_moved vlan20 mac", {}},
+    {11, "ifindex 321 mac ffffffffffff", 0, "neigh_moved vlan21 mac", {}},
+    {11, "ifindex 5201 mac 020000000099", 0, "neigh_moved none mac", {}},
+    {13, "ifindex 0 id 0x50014 mac 020000000099", 0, "= arp_flush_vlan_and_mac 20 none mac", {}},
+    {13, "ifindex 320 id 0xffffffff mac 020000000099", 0,
+     "= arp_flush_vlan_and_mac 65535 vlan20 mac", {}},
+    {13, "ifindex 5201 id 20 mac 020000000099", -1, "", {}},
+
+    /* --- multicast ---------------------------------------------------------------------------- */
+    {36, "id 5 vid 20 ipv4_addr ef010203", 0, NULL,
+     {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {4, "ifindex 320 id 5", 0, NULL, {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {4, "ifindex 5201 id 5", -204, NULL, {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {5, "ifindex 320 id 6", -204, NULL, {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {5, "ifindex 320 id 5", 0, NULL, {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {4, "ifindex 320 id 0xffffffff", 0, NULL, {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {36, "id 0xffffffff vid 20 ipv4_addr ef010203", 0, NULL,
+     {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {37, "id 0xffffffff vid 20 ipv4_addr ef010204", -1, NULL,
+     {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {37, "id 0xffffffff vid 20 ipv4_addr ef010203", 0, NULL,
+     {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {5, "ifindex 320 id 0xffffffff", 0, NULL, {}},
+    {36, "id 0 vid 20 ipv4_addr ef010203", 0, NULL,
+     {SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {38, "", 0, NULL, {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
+    {33, "mc_rate_limit 5", 0, NULL,
+     {SEES("frame 5201 20 " NL_MULTICAST, ""), SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:3 ")}},
+    {33, "mc_rate_limit 0", 0, NULL, {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:3 ")}},
+    {33, "mc_rate_limit 10", 0, NULL,
+     {SEES("frame 5201 20 " NL_MULTICAST, ""), SEES("frame 5201 20 " NL_MULTICAST, "mcdrop:3 ")}},
+    {32, "state 1", 0, NULL, {SEES("chip", "unknown-multicast off")}},
+    {32, "state 0", 0, NULL, {SEES("chip", "unknown-multicast on")}},
+    {32, "state 255", 0, NULL, {SEES("chip", "unknown-multicast off")}},
+    {32, "state 0", 0, NULL, {SEES("chip", "unknown-multicast on")}},
+
+    /* --- protocols ---------------------------------------------------------------------------- */
+    {69, "ifindex 5201 state 2", 0, NULL, {LACKS("frame 5201 20 " NL_UDLD, "udld_userspace ")}},
+    {68, "state 2", 0, NULL,
+     {SEES("frame 5201 20 " NL_UDLD, "udld_userspace "),
+      LACKS("frame 5202 20 " NL_UDLD, "udld_userspace ")}},
+    {69, "ifindex 5201 state 0", 0, NULL,
+     {LACKS("frame 5201 20 " NL_UDLD, "udld_userspace "),
+      SEES("frame 5201 20 " NL_UDLD, "udld:3 ")}},
+    {69, "ifindex 5201 state 1", 0, NULL, {SEES("frame 5201 20 " NL_UDLD, "udld_userspace ")}},
+    {68, "state 0", 0, NULL,
+     {LACKS("frame 5201 20 " NL_UDLD, "udld_userspace "),
+      SEES("frame 5201 20 " NL_UDLD, "udld:3 ")}},
+    {58, "vid 20 state 2", 0, NULL, {LACKS("stack vlan20", "leaves")}},
+    {58, "vid 20 state 0", 0, NULL, {SEES("stack vlan20", "leaves")}},
+    {58, "vid 4095 state 1", -EINVAL, NULL, {SEES("stack vlan20", "leaves")}},
+    {70, "ipv4_addr c0000264", 0, NULL, {LACKS("frame 5201 20 " NL_WEB, "vornappsd:1 ")}},
+    {70, "ipv4_addr c0000263", 0, NULL, {SEES("frame 5201 20 " NL_WEB, "vornappsd:1 ")}},
+    {71, "ipv4_addr c0000264", 0, NULL, {SEES("frame 5201 20 " NL_WEB, "vornappsd:1 ")}},
+    {71, "ipv4_addr c0000263", 0, NULL, {LACKS("frame 5201 20 " NL_WEB, "vornappsd:1 ")}},
+    {71, "ipv4_addr ffffffff", 0, NULL, {}},
+
+    /* --- what is kept by features that are not there yet -------------------------------------- */
+    {9, "state 1 vid 20 vxlan_vni 5000 vxlan_remote_addr 0a000002 vxlan_local_addr 0a000001", 0,
+     NL_VXLAN_ADD, {}},
+    {9, "state 255 vid 65535 vxlan_vni 0xffffffff vxlan_remote_addr ffffffff "
+        "vxlan_local_addr 00000000", 0, NL_VXLAN_ADD, {}},
+    {9, "state 0 vid 21 vxlan_vni 5001 vxlan_remote_addr 0a000004 vxlan_local_addr 0a000003", 0,
+     "tarn_vxlan_del vid vxlan_local_addr vxlan_remote_addr vxlan_vni", {}},
+    {23, "ifindex 5201 vid 20 ipv4_addr c0000200 prefix_len 24", 0, NULL,
+     {SEES("subnetvlan", "Interfaces are skipped")}},
+    {24, "ifindex 5201 vid 20 ipv4_addr c0000200 prefix_len 24", 0, NULL, {}},
+    {25, "ifindex 5201 xlate_vid 20 xlate_new_vid 21", 0, NULL, {}},
+    {26, "ifindex 5201 xlate_vid 20 xlate_new_vid 21", 0, NULL, {}},
+    {27, "ifindex 5201 xlate_miss_action 1", 0, NULL, {}},
+    {28, "ifindex 5201 xlate_miss_action 3 stack_rule_vid_a 20 stack_rule_vid_b 21", 0, NULL, {}},
+    {29, "ifindex 5201 xlate_miss_action 3 stack_rule_vid_a 20 stack_rule_vid_b 21", 0, NULL, {}},
+    {30, "id 1 mc_router_op 2 mc_router_value 3 ipv4_addr 04000000", 0, NULL, {}},
+    {31, "id 1 state 1", 0, NULL, {}},
+    {34, "ifindex 320", 0, NULL, {}},
+    {35, "ifindex 320", 0, NULL, {}},
+    {39, "state 1", 0, NULL, {}},
+    {39, "state 0", 0, NULL, {}},
+    {40, "state 1", 0, NULL, {}},
+    {40, "state 0", 0, NULL, {}},
+    {44, "vid 20 pvlan_type 3", 0, NULL, {}},
+    {45, "pvlan_primary_vid 20 pvlan_secondary_vid 21", 0, NULL, {}},
+    {46, "pvlan_primary_vid 20 pvlan_secondary_vid 21", 0, NULL, {}},
+    {47, "ifindex 5201 pvlan_primary_vid 20 pvlan_secondary_vid 21", 0, NULL, {}},
+    {48, "ifindex 5201 pvlan_primary_vid 20 pvlan_secondary_vid 21", 0, NULL, {}},
+    {49, "ifindex 5201 pvlan_port_mode 2", 0, NULL, {}},
+    {49, "ifindex 5201 pvlan_port_mode 0", 0, NULL, {}},
+    {50, "vid 20 pvlan_forwarding 1", 0, NULL, {}},
+    {51, "pvlan_upstream_list 010000001400000051140000" "000000001400000052140000", 0, NULL, {}},
+    {51, "pvlan_upstream_list 0100000014000000511400", 0,
+     "= tarn_pvlan_set_upstream_interface_forwarding 0 -", {}},
+    {51, "pvlan_upstream_list -", 0, "= tarn_pvlan_set_upstream_interface_forwarding 0 -", {}},
+    {52, "ifindex 5201 auth_port_state 3 auth_method 0", 0, NULL,
+     {SEES("cmd1/auth", "state=Uncontrolled\nmethod=None\n")}},
+    {53, "ipv4_addr 0a000001 auth_web_port 80 auth_web_port2 443 state 0 auth_http_ports 5000901f "
+         "auth_https_ports bb01", 0, NULL, {}},
+    {54, "ifindex 5201 vid 21 state 1 "
+         "auth_guest_fwd_rules " NL_RULE " auth_fwd_rules " NL_RULE NL_RULE, 0, NULL, {}},
+    {54, "ifindex 5201 vid 0 state 0 auth_guest_fwd_rules - auth_fwd_rules 0a0a", 0,
+     "tarn_auth_set_fwd_config_guest_vlan @ifindex 0 - 0; tarn_auth_set_fwd_config @ifindex 0 - 0",
+     {}},
+    {55, "ifindex 5201 vid 20 state 1 mac 020000000099", -EINVAL, NULL,
+     {LACKS("cmd1/authsupp", ":")}},
+    {56, "ifindex 5201 mac 020000000099", 0, NULL, {LACKS("cmd1/authsupp", ":")}},
+    {57, "ifindex 5201 state 1 mac 020000000099", -1, "tarn_auth_find_supp @ifindex mac", {}},
+    {63, "ifindex 5201 vid 20 dhcpsn_lease_op 0 ipv4_addr 0a000001 mac 020000000099", 0,
+     "= dhcpsn_db_lease_add ipv4_addr mac vid ifindex", {}},
+    {63, "ifindex 5201 vid 20 dhcpsn_lease_op 1 ipv4_addr 0a000001 mac 020000000099", 0,
+     "= dhcpsn_db_lease_delete ipv4_addr", {}},
+    {63, "ifindex 5201 vid 20 dhcpsn_lease_op 2 ipv4_addr 0a000001 mac 020000000099", 0,
+     "= dhcpsn_db_lease_flush_all", {SEES("arpsecdb", "Port(ifindex)\n")}},
+    {63, "ifindex 5201 vid 20 dhcpsn_lease_op 3 ipv4_addr 0a000001 mac 020000000099", -1, "", {}},
+    {63, "ifindex 5201 vid 20 dhcpsn_lease_op 255 ipv4_addr 0a000001 mac 020000000099", -1, "", {}},
+    {64, "vid 20 dhcpsn_kind 0 state 1 dhcpsn_global 0", 0,
+     "dhcpsn_snooping_per_vlan_set !!state vid", {}},
+    {64, "vid 65535 dhcpsn_kind 0 state 0 dhcpsn_global 0", 0,
+     "dhcpsn_snooping_per_vlan_set !!state vid", {}},
+    {64, "vid 20 dhcpsn_kind 0 state 1 dhcpsn_global 255", 0,
+     "= dhcpsn_snooping_set dhcpsn_kind !!state vid", {}},
+    {64, "vid 20 dhcpsn_kind 1 state 0 dhcpsn_global 0", 0,
+     "= dhcpsn_snooping_set dhcpsn_kind !!state vid", {}},
+    {64, "vid 0 dhcpsn_kind 255 state 255 dhcpsn_global 0", 0,
+     "= dhcpsn_snooping_set dhcpsn_kind !!state vid", {}},
+    {65, "ifindex 5201 state 0", 0, NULL, {}},
+    {66, "ifindex 5201 arpsec_action 0", 0, NULL, {}},
+    {67, "vid 20 state 0", 0, NULL, {}},
+    {73, "", -EINVAL, NULL, {}},
+    {73, "ifindex 5201 vid 20 mac 020000000099 state 1", -EINVAL, NULL, {}},
+    {76, "vid 4094 mac 020000004094", -1, NULL, {}},
+    {77, "", -1, NULL, {}},
+    {78, "state 1", -1, NULL, {}},
+    {79, "ifindex 320", 0, NULL, {}},
+    {80, "ifindex 320", 0, NULL, {}},
+
+    /* --- and go ------------------------------------------------------------------------------- */
+    {2, "ifindex 5204", 0, NL_DELETED("1"),
+     {LACKS("ifdb", "cmd4"), LACKS("cmd4/bridge", "Blocking")}},
+    {2, "ifindex 5204", 0, "", {LACKS("ifdb", "cmd4")}},
+    {2, "ifindex 5205", 0, NL_DELETED("1"), {LACKS("ifdb", " 5205 ")}},
+    {2, "ifindex 7201", 0, NL_DELETED("1"), {LACKS("ifdb", "cmdeth")}},
+    {2, "ifindex 5203", 0, NL_DELETED("1"), {LACKS("ifdb", "cmd3"), LACKS("device cmd3", ":")}},
+    {6, "ifindex 320", 0, NL_DELETED("2"), {LACKS("ifdb", "vlan20"), LACKS("device vlan20", ":")}},
+    {6, "ifindex 320", -1, "", {LACKS("ifdb", "vlan20")}},
+    {6, "ifindex 321", 0, NL_DELETED("2"), {LACKS("ifdb", "vlan21")}},
+    {6, "ifindex 323", 0, NL_DELETED("2"), {LACKS("ifdb", "vlan23")}},
+    {41, "agg_ifindex 6201", 0, "tarn_ifmgr_delete_interface @agg_ifindex 2; ...",
+     {LACKS("ifdb", "cmdlag"), SEES("ifdb", "cmddyn")}},
+    {41, "agg_ifindex 6202", 0, "tarn_ifmgr_delete_interface @agg_ifindex 2; ...",
+     {LACKS("ifdb", "cmddyn")}},
+    {41, "agg_ifindex 6202", -EINVAL, "", {LACKS("ifdb", "cmddyn")}},
+    {2, "ifindex 5202", 0, NL_DELETED("1"), {LACKS("ifdb", "cmd2")}},
+    {2, "ifindex 5201", 0, NL_DELETED("1"), {LACKS("ifdb", "cmd1")}},
+};
+// clang-format on
+#define NL_STEPS (sizeof(nl_steps) / sizeof(nl_steps[0]))
+
+/* --- messages ----------------------------------------------------------------------------------
+ */
+
+/* The words of the attributes, by number. */
+static const char *const nl_attribute_names[] = {
+    "",
+    "ifindex",
+    "agg_ifindex",
+    "port_ifindex",
+    "vid",
+    "id",
+    "state",
+    "tagged",
+    "vid_bitmap",
+    "mac",
+    "family",
+    "ipv4_addr",
+    "prefix_len",
+    "xlate_vid",
+    "xlate_new_vid",
+    "xlate_miss_action",
+    "stack_rule_vid_a",
+    "stack_rule_vid_b",
+    "pvlan_type",
+    "pvlan_primary_vid",
+    "pvlan_secondary_vid",
+    "pvlan_port_mode",
+    "pvlan_forwarding",
+    "pvlan_upstream_list",
+    "dhcpsn_lease_op",
+    "dhcpsn_kind",
+    "dhcpsn_global",
+    "arpsec_action",
+    "arpsec_reason",
+    "mirror_target",
+    "mirror_source",
+    "mirror_direction",
+    "stp_instance",
+    "stp_state",
+    "auth_port_state",
+    "auth_method",
+    "auth_web_port",
+    "auth_web_port2",
+    "auth_http_ports",
+    "auth_https_ports",
+    "auth_guest_fwd_rules",
+    "auth_fwd_rules",
+    "mc_rate_limit",
+    "mc_router_op",
+    "mc_router_value",
+    "flags",
+    "speed",
+    "duplex",
+    "vid_start",
+    "vid_end",
+    "vlan_options",
+    "vxlan_local_addr",
+    "vxlan_remote_addr",
+    "vxlan_vni",
+    "reserved",
+    "if_name",
+    "if_kind",
+    "port_kind",
+    "stack_member",
+    "dos_reason",
+    "ethertype",
+    "dos_header",
+    "fdb_event",
+};
+
+/* The number of the attribute with that name, or 0. */
+static inline unsigned nl_attribute_named(const char *name, size_t length) {
+    for (unsigned number = 1; number <= TARNFWD_ATTR_MAX; number++)
+        if (strlen(nl_attribute_names[number]) == length &&
+            memcmp(nl_attribute_names[number], name, length) == 0)
+            return number;
+    return 0;
+}
+
+static inline unsigned nl_hex(const char *digits, size_t count, uint8_t *bytes) {
+    unsigned length = 0;
+    for (; 2 * (length + 1u) <= count; length++) {
+        char two[3] = {digits[2 * length], digits[2 * length + 1], '\0'};
+        bytes[length] = (uint8_t)strtoul(two, NULL, 16);
+    }
+    return length;
+}
+
+static inline void nl_step_put(struct nl_message *message, unsigned number, const char *value,
+                               size_t length) {
+    struct nl_attribute attribute = nl_attribute_of(number);
+    uint8_t bytes[NL_CASE_BYTES / 2];
+    uint32_t word = (uint32_t)strtoul(value, NULL, 0);
+    uint16_t half = (uint16_t)word;
+
+    if (attribute.kind == NL_INTEGER && attribute.length == sizeof(word))
+        nl_message_put(message, number, &word, sizeof(word));
+    else if (attribute.kind == NL_INTEGER && attribute.length == sizeof(half))
+        nl_message_put(message, number, &half, sizeof(half));
+    else if (attribute.kind == NL_TEXT) {
+        memcpy(bytes, value, length);
+        bytes[length] = '\0';
+        nl_message_put(message, number, bytes, (unsigned)length + 1);
+    } else if (attribute.kind == NL_INTEGER) {
+        bytes[0] = (uint8_t)word;
+        nl_message_put(message, number, bytes, 1);
+    } else {
+        nl_message_put(message, number, bytes, nl_hex(value, length, bytes));
+    }
+}
+
+/* 0, or -1 where a word is no attribute. */
+static inline int nl_step_build(struct nl_message *message, uint16_t family, uint8_t command,
+                                const char *with) {
+    nl_message_start(message, family, command, NLM_F_ACK, 1);
+    while (*with) {
+        size_t name = strcspn(with, " ");
+        const char *value = with + name + 1;
+        size_t length = strcspn(value, " ");
+        unsigned number = nl_attribute_named(with, name);
+        if (!number || !length)
+            return -1;
+        nl_step_put(message, number, value, length);
+        with = value + length + (value[length] == ' ');
+    }
+    message->u.header.nlmsg_len = message->length;
+    return 0;
+}
+
+/* --- looking -----------------------------------------------------------------------------------
+ */
+
+/* What a home does. Texts are good until the next call. */
+struct nl_home {
+    /* the answer to the message, whose family it fills in */
+    int (*command)(struct nl_message *message);
+    /* of /proc/tarn; "" where there is no such file */
+    const char *(*file)(const char *name);
+    void (*arrive)(unsigned port, unsigned vid, int subnet, const uint8_t *frame, unsigned length);
+    /* looks beyond the files: "up", "device", "chip", "sends" and "stack" with the words behind */
+    const char *(*look)(const char *what, const char *rest);
+    /* how often a look is repeated until it shows what it has to; the home waits in between */
+    int tries;
+    void (*wait)(void);
+};
+
+static inline int nl_is_blank(char letter) {
+    return letter == ' ';
+}
+
+/* Whether the text begins as the pattern says. */
+static inline int nl_begins(const char *text, const char *pattern) {
+    for (; *pattern; pattern++) {
+        if (nl_is_blank(*pattern)) {
+            if (!nl_is_blank(*text))
+                return 0;
+            while (nl_is_blank(*text))
+                text++;
+        } else if (*pattern == '*') {
+            do
+                if (nl_begins(text, pattern + 1))
+                    return 1;
+            while (*text && !nl_is_blank(*text) && *text++ != '\n');
+            return 0;
+        } else if (*text++ != *pattern) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+static inline int nl_has(const char *text, const char *pattern) {
+    do
+        if (nl_begins(text, pattern))
+            return 1;
+    while (*text++);
+    return 0;
+}
+
+#define NL_TEXT_BYTES (1 << 16)
+
+/* The number behind a word at the start of a line, or 0. */
+static inline long nl_counter(const char *text, const char *line_start, size_t length) {
+    char start[64];
+    const char *at;
+    snprintf(start, sizeof(start), "\n%.*s", (int)length, line_start);
+    at = strstr(text, start);
+    return at ? atol(at + strlen(start)) : 0;
+}
+
+/* Of a line "arp_stops: 3 2:1 12:2" the reasons whose numbers were others before: "arp:12 ". */
+static inline void nl_moved_reasons(const char *before, const char *line, size_t name,
+                                    char *moved) {
+    char start[64], pair[16];
+    const char *end = strchr(line, '\n'), *was, *was_end, *was_pair;
+
+    snprintf(start, sizeof(start), "\n%.*s_stops:", (int)name, line);
+    was = strstr(before, start);
+    was_end = was ? strchr(was + 1, '\n') : NULL;
+    for (const char *at = strchr(line, ' '); at && at < end; at = strchr(at + 1, ' ')) {
+        size_t digits = strspn(at + 1, "0123456789");
+        if (at[1 + digits] != ':')
+            continue;
+        snprintf(pair, sizeof(pair), " %.*s:", (int)digits, at + 1);
+        was_pair = was ? strstr(was, pair) : NULL;
+        if (!was_pair || was_pair > was_end ||
+            atol(was_pair + strlen(pair)) != atol(at + digits + 2))
+            sprintf(moved + strlen(moved), "%.*s:%.*s ", (int)name, line, (int)digits, at + 1);
+    }
+}
+
+/* Which counters differ in two texts of "pktcounts". How often a redirect was asked is left out. */
+static inline const char *nl_moved(const char *before, const char *after) {
+    static char moved[4096];
+
+    moved[0] = '\0';
+    for (const char *line = strchr(after, '\n'); line && line[1]; line = strchr(line + 1, '\n')) {
+        size_t name = strcspn(line + 1, ":\n");
+        const char *what = line + 1 + name;
+        while (what > line && *what != '_')
+            what--;
+        if (line[1 + name] != ':' || strncmp(what, "_inspects", 9) == 0)
+            continue;
+        if (strncmp(what, "_stops", 6) == 0)
+            nl_moved_reasons(before, line + 1, (size_t)(what - line - 1), moved);
+        else if (nl_counter(before, line + 1, name + 1) != nl_counter(after, line + 1, name + 1))
+            sprintf(moved + strlen(moved), "%.*s ", (int)name, line + 1);
+    }
+    return moved;
+}
+
+static inline const char *nl_frame(const struct nl_home *home, const char *what) {
+    static char before[NL_TEXT_BYTES];
+    uint8_t frame[256] = {0};
+    unsigned port, vid, length;
+    int hex = 0, subnet = 0;
+
+    sscanf(what, "%u %u %n", &port, &vid, &hex);
+    if (strncmp(what + hex, "subnet ", 7) == 0)
+        subnet = 7;
+    length = nl_hex(what + hex + subnet, strlen(what + hex + subnet), frame);
+    snprintf(before, sizeof(before), "%s", home->file("pktcounts"));
+    home->arrive(port, vid, subnet != 0, frame, length < 60 ? 60 : length);
+    return nl_moved(before, home->file("pktcounts"));
+}
+
+static inline const char *nl_look(const struct nl_home *home, const char *what) {
+    static const char *const beyond[] = {"up", "device", "chip", "sends", "stack"};
+    size_t word = strcspn(what, " ");
+
+    if (strncmp(what, "frame ", 6) == 0)
+        return nl_frame(home, what + 6);
+    for (size_t i = 0; i < sizeof(beyond) / sizeof(beyond[0]); i++)
+        if (strlen(beyond[i]) == word && strncmp(what, beyond[i], word) == 0)
+            return home->look(beyond[i], what + word + (what[word] == ' '));
+    return home->file(what);
+}
+
+/* --- making a step -----------------------------------------------------------------------------
+ */
+
+/* What is wrong with what can be seen, in words; null when nothing is. */
+static inline const char *nl_step_sights(const struct nl_step *step, const struct nl_home *home) {
+    static char words[NL_TEXT_BYTES];
+
+    for (int i = 0; i < NL_SIGHTS && step->sights[i].what; i++) {
+        const struct nl_sight *sight = &step->sights[i];
+        for (int tries = home->tries;; home->wait()) {
+            const char *text = nl_look(home, sight->what);
+            if (nl_has(text, sight->text) != sight->absent)
+                break;
+            if (--tries > 0)
+                continue;
+            snprintf(words, sizeof(words), "'%.60s' %s '%s': '%.2000s'", sight->what,
+                     sight->absent ? "should not show" : "should show", sight->text, text);
+            return words;
+        }
+    }
+    return NULL;
+}
+
+/* Sends it: what is wrong, or null. */
+static inline const char *nl_step_send(const struct nl_step *step, const struct nl_home *home) {
+    static char words[128];
+    struct nl_message message;
+    int answer;
+
+    if (nl_step_build(&message, 0, step->command, step->with) != 0)
+        return "its attributes cannot be read";
+    answer = home->command(&message);
+    if (answer == step->answer)
+        return NULL;
+    snprintf(words, sizeof(words), "the answer is %d instead of %d", answer, step->answer);
+    return words;
+}
+
+#endif
