@@ -79,11 +79,15 @@ void _take_out(tarn_if *old) {
     _free_replaced();
 }
 
+// One that takes turns with a VLAN has its own memory again: that of the VLAN would be lost as one.
 i32 _install_copy(const tarn_if *record, tarn_if **installed) {
     tarn_if *old = _find(record->ifindex);
     if (old)
         _end(old, record);
-    if (old && _is_destroyed(old)) {
+    bool is_free = old && _is_destroyed(old);
+    tarn_if *spare =
+        is_free && old->type != TARN_IF_TYPE_VLAN ? nullptr : _take_replaced(record->ifindex);
+    if (is_free && !spare) {
         write_lock_bh(&tarn_if_db_lock);
         *old = *record;
         write_unlock_bh(&tarn_if_db_lock);
@@ -91,7 +95,6 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
         return 0;
     }
 
-    tarn_if *spare = _take_replaced(record->ifindex);
     tarn_if *copy = spare ? spare : _tarn_ifmgr_if_alloc();
     if (!copy)
         return TARN_ERR_NO_MEMORY;

@@ -1,15 +1,18 @@
 // Commands in random order, with memory that fails: nothing may be left over.
+//
+// TARN_RANDOM_COMMANDS sets how many (20000 unless said otherwise), TARN_RANDOM_SEED the seed.
 #include "control/nl_client.h"
+#include "support/chance.h"
 
-#include <random>
+#include <algorithm>
 
 namespace {
 
-struct NlRandom : SwitchTest {
-    Client client;
-    std::mt19937 random{20261121};
+constexpr u64 ROUND = 2500;               // commands, before all is deleted
+constexpr std::size_t MOST_OBJECTS = 300; // alive then
 
-    u32 below(u32 bound) { return static_cast<u32>(random() % bound); }
+struct NlRandom : SwitchTest, Chance {
+    Client client;
 
     // A value that has a meaning often enough: a few interfaces, a few VLANs.
     void put(nl_message &message, unsigned number) {
@@ -24,7 +27,7 @@ struct NlRandom : SwitchTest {
             value[0] = static_cast<u8>(below(6));
             value[1] = 0;
         } else if (attribute.kind == NL_BITMAP) {
-            value[0] = static_cast<u8>(random());
+            value[0] = static_cast<u8>(draw());
         } else if (attribute.kind == NL_TEXT) {
             value[0] = static_cast<u8>('a' + below(3));
         }
@@ -46,62 +49,80 @@ struct NlRandom : SwitchTest {
         }
         message.u.header.nlmsg_len = message.length;
         client.send({message.u.bytes, message.length});
-        client.answer();
+        obeyed_ += client.answer() == 0;
         userlevel::work_run();
     }
 
-    std::map<std::string, int> objects() {
-        std::map<std::string, int> count;
-        for (const userlevel::object &each : userlevel::live())
-            count[each.kind]++;
-        return count;
-    }
+    // What hangs on an interface goes with it; afterwards nobody refers to any.
     void delete_all() {
-        for (u32 ifindex = 1; ifindex < 10000; ifindex++)
+        for (u32 ifindex : interfaces())
             Command(TARNFWD_CMD_IF_DELLINK).ifindex(ifindex).to(client);
         userlevel::work_run();
+        userlevel::neigh_flushes_take();
     }
-    void expect_no_references() {
+    static std::vector<u32> interfaces() {
+        std::vector<u32> all;
+        each_record([&](const tarn_if *ifp) { all.push_back(ifp->ifindex); });
+        return all;
+    }
+    template <typename Each>
+    static void each_record(Each each) {
         for (tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
-             node = tarn_avl_next_node(node)) {
-            auto *ifp = static_cast<tarn_if *>(node->info);
+             node = tarn_avl_next_node(node))
+            each(static_cast<tarn_if *>(node->info));
+    }
+
+    void expect_no_references() {
+        each_record([](const tarn_if *ifp) {
             EXPECT_EQ(refcount_read(&ifp->refcnt), 0) << ifp->ifindex;
             EXPECT_EQ(ifp->parents, nullptr) << ifp->ifindex;
             EXPECT_EQ(ifp->children, nullptr) << ifp->ifindex;
-        }
+        });
     }
-};
 
-TEST_F(NlRandom, commands_leave_no_reference_and_no_buffer_behind) {
-    configure([&] {
+    // Records wait for those of their number, and tables have room for what a draw can name.
+    static void expect_no_growth() {
+        const std::vector<userlevel::object> all = userlevel::live();
+        EXPECT_LT(all.size(), MOST_OBJECTS) << userlevel::describe(all);
+        for (const userlevel::object &each : all)
+            EXPECT_STRNE(each.kind, "sk_buff");
+    }
+
+    void send_many(u32 chance_of_failure) {
         userlevel::log_keep(false);
-        for (int i = 0; i < 20000; i++)
+        userlevel::fail_allocations_at_random(chance_of_failure, seed_);
+        Counted commands("commands", "TARN_RANDOM_COMMANDS", 20000);
+        while (commands.go_on()) {
             send_one();
-        delete_all();
-        userlevel::neigh_flushes_take();
+            if (commands.done() % ROUND == ROUND - 1)
+                end_of_round(chance_of_failure);
+            ASSERT_FALSE(HasFailure()) << "seed " << seed_ << ", command " << commands.done();
+        }
+        end_of_round(0);
+        EXPECT_LT(commands.grown_kb(), MOST_KB);
+        EXPECT_GT(obeyed_, commands.wanted() / 4);
         userlevel::log_keep(true);
         log();
-    });
-    expect_no_references();
-    auto left = objects();
-    EXPECT_EQ(left["sk_buff"], 0);
+    }
+
+    void end_of_round(u32 chance_of_failure) {
+        userlevel::fail_allocations_at_random(0, 0);
+        delete_all();
+        expect_no_references();
+        expect_no_growth();
+        remember();
+        userlevel::fail_allocations_at_random(chance_of_failure, draw());
+    }
+
+    u64 obeyed_ = 0;
+};
+
+TEST_F(NlRandom, commands_leave_nothing_behind) {
+    send_many(0);
 }
 
 TEST_F(NlRandom, commands_leave_nothing_behind_when_memory_fails) {
-    configure([&] {
-        userlevel::log_keep(false);
-        userlevel::fail_allocations_at_random(3000, 7);
-        for (int i = 0; i < 20000; i++)
-            send_one();
-        userlevel::fail_allocations_at_random(0, 0);
-        delete_all();
-        userlevel::neigh_flushes_take();
-        userlevel::log_keep(true);
-        log();
-    });
-    expect_no_references();
-    auto left = objects();
-    EXPECT_EQ(left["sk_buff"], 0);
+    send_many(3000);
 }
 
 } // namespace

@@ -307,6 +307,18 @@ TEST_F(Create, the_record_of_a_port_that_was_held_is_used_again) {
     remember();
 }
 
+// A port named like a VLAN's number, and the VLAN, in turn.
+TEST_F(Create, a_port_and_a_vlan_that_take_turns_need_two_records) {
+    std::size_t alive = 0;
+    for (int turn = 0; turn < 6; turn++) {
+        remove(vlan(10));
+        remove(port_with(310));
+        if (turn == 1)
+            alive = userlevel::live().size();
+    }
+    EXPECT_EQ(userlevel::live().size(), alive);
+}
+
 // --- aggregators -------------------------------------------------------------------------------
 
 struct AggRow {
