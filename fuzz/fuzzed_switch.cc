@@ -9,16 +9,18 @@
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/memory.h"
 #include "module/tarn_module.h"
+#include "pkt/pkt_flood.h"
 #include "pkt/pkt_redirect.h"
 #include "plain_switch/plain_switch.h"
 #include "redirects/redirects.h"
+#include "sockets/sockets.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -29,18 +31,34 @@ namespace {
 
 const std::string SOCKETS = "records of sockets";
 
-std::map<std::string, u32> redirects; // and whether each is on at first
-std::map<std::string, u32> alive;     // after a reset: how much of what
+constexpr u32 FIRST_LIMIT = 10; // of multicast, from the start
+
+std::array<u8, REDIRECT_SLOTS> first_redirects{}; // those that are on
+std::map<std::string, std::string> first_debug;   // what its files say
+std::map<std::string, u32> alive;                 // after a reset: how much of what
+std::string settings;                             // and what the files say
 std::vector<char> reply(CHIP_REPLY);
 
 void tell(const std::string &line) {
     chip_command(line.c_str(), reply.data(), reply.size());
 }
 
-void note_redirects(const char *file, u32 on) {
-    std::istringstream lines(userlevel::proc_read(file).text);
-    for (std::string name; std::getline(lines, name);)
-        redirects[name] = on;
+void note_redirects() {
+    for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++)
+        first_redirects[slot] = packet_redirects[slot] && packet_redirects[slot]->enabled;
+}
+
+void note_debug() {
+    for (const userlevel::proc_name &entry : userlevel::proc_list("tarn"))
+        if (entry.name.starts_with("pktdebug") && entry.name != "pktdebugpostinfo")
+            first_debug["tarn/" + entry.name] = userlevel::proc_read("tarn/" + entry.name).text;
+}
+
+// Each change has all lists of them made anew.
+void forget_redirects() {
+    for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++)
+        if (packet_redirects[slot] && packet_redirects[slot]->enabled != first_redirects[slot])
+            enable_redirect(slot, first_redirects[slot]);
 }
 
 void remove_interfaces() {
@@ -105,12 +123,20 @@ void forget_hosts() {
 
 void forget_settings() {
     forget_hosts();
+    for (u32 vid = 0; vid < TARN_VLAN_COUNT; vid++) {
+        tarn_rmirror_set_mirror_vlan(vid, false);
+        if (tarn_ryke_is_ctrl_vlan(vid))
+            tarn_ryke_set_ctrl_vlan(vid, 0);
+    }
+    tarn_udld_enable(0);
+    tarn_update_mcast_limits(FIRST_LIMIT);
+    tarn_pkt_unknown_multicast_flood_set(1);
     tarn_mcdrop_flooding_group_flush();
-    for (const auto &[name, on] : redirects)
-        enable_redirect_by_name(name.c_str(), on);
-    for (const char *file : {"pktdebug", "pktdebugvlan", "pktdebuglowmem", "pktdebugslaveonly",
-                             "pktdebugpostenable", "pktdebugpvlanprimary", "hidecounter"})
-        userlevel::proc_write(std::string("tarn/") + file, file[0] == 'h' ? "\n" : "0\n");
+    forget_redirects();
+    for (const auto &[path, text] : first_debug)
+        if (userlevel::proc_read(path).text != text)
+            userlevel::proc_write(path, text);
+    userlevel::proc_write("tarn/hidecounter", "\n");
 }
 
 void add_ports() {
@@ -144,6 +170,16 @@ void list(const std::string &folder, std::vector<std::string> *found) {
             found->push_back(path);
 }
 
+// All files but those that count.
+std::string read_settings() {
+    std::string text;
+    for (const std::string &path : files())
+        if (path.find("count") == std::string::npos && path.find("cnt") == std::string::npos &&
+            path.find("meminfo") == std::string::npos && path.find("postinfo") == std::string::npos)
+            text += path + ":\n" + userlevel::proc_read(path).text;
+    return text;
+}
+
 } // namespace
 
 std::vector<std::string> files() {
@@ -157,11 +193,12 @@ void load() {
     userlevel::random_seed(1);
     init_module();
     chip_start();
-    note_redirects("tarn/redirectprotocolenable", 1);
-    note_redirects("tarn/redirectprotocoldisable", 0);
+    note_redirects();
+    note_debug();
     reset();
     reset(); // what the first one leaves is there for ever
     alive = count_alive();
+    settings = read_settings();
 }
 
 void reset() {
@@ -175,6 +212,10 @@ void reset() {
 }
 
 void must_have_lost_nothing(u32 closed_sockets) {
+    if (std::string now = read_settings(); now != settings) {
+        std::fprintf(stderr, "the files say:\n%sand not:\n%s", now.c_str(), settings.c_str());
+        std::abort();
+    }
     std::map<std::string, u32> wanted = alive, now = count_alive();
     if (closed_sockets != 0)
         wanted[SOCKETS] += closed_sockets;

@@ -19,7 +19,8 @@ void load();
 void reset();
 
 // After a reset: ends the process, saying what is alive that was not there after load(), or no
-// longer. A closed socket leaves its record behind on purpose; there must be as many.
+// longer, or what the files say that they did not. A closed socket leaves its record behind on
+// purpose; there must be as many.
 void must_have_lost_nothing(u32 closed_sockets = 0);
 
 // The paths of all that is in /proc/tarn now, folder by folder.
