@@ -41,9 +41,13 @@ std::string shown(const Values &values, const std::string &name) {
     auto found = values.find(name);
     if (found == values.end())
         return "none";
+    std::string text = found->second;
     if (attribute_of(name).kind == NL_INTEGER)
-        return std::to_string(std::strtoul(found->second.c_str(), nullptr, 0));
-    return found->second;
+        return std::to_string(std::strtoul(text.c_str(), nullptr, 0));
+    if (attribute_of(name).kind == NL_BITMAP) // without the zeros at its end
+        while (text.ends_with("00"))
+            text.resize(text.size() - 2);
+    return text;
 }
 
 // A word of what is expected, with its values.

@@ -3,6 +3,7 @@
 
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -33,6 +34,22 @@ TEST_F(ProcCountersTest, a_write_clears_the_counters_of_every_slot) {
             EXPECT_EQ(redirect->inspects + redirect->modify_tx_inspects, 0u) << redirect->name;
         }
     }
+}
+
+// Also of frames that nobody has looked at the counters since.
+TEST_F(ProcCountersTest, frames_before_a_clear_are_not_counted_after_it) {
+    const char *counts = "_inspects: [1-9]";
+    receive(Frame().ipv4({}).padded());
+    EXPECT_THAT(show("pktcounts"), ContainsRegex(counts));
+    receive(Frame().padded());
+    receive(Frame().ipv4({}).padded());
+    EXPECT_EQ(store("clearpktcount", "1\n"), 2);
+    EXPECT_THAT(show("pktcounts"), Not(ContainsRegex(counts)));
+    EXPECT_THAT(show("rxmodifycounts"), Not(ContainsRegex(counts)));
+    receive(Frame().ipv4({}).padded());
+    EXPECT_THAT(show("pktcounts"), HasSubstr("\nl2drop_inspects: 1\n"));
+    EXPECT_THAT(show("pktcounts"), HasSubstr("\nipv4_stops: 1 4:1\n"));
+    EXPECT_THAT(show("rxmodifycounts"), HasSubstr("\nipv4_modify_rx_inspects: "));
 }
 
 TEST_F(ProcCountersTest, the_last_byte_of_a_name_is_cut_off) {

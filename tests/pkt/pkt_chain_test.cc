@@ -404,6 +404,23 @@ TEST_F(Chain, a_post_that_stops_may_replace_the_frame) {
     EXPECT_EQ(last().stops, 1u);
 }
 
+// Kept so: who goes on with another frame than it was given has to see to that one itself.
+TEST_F(Chain, at_the_end_the_frame_is_freed_that_the_driver_handed_in) {
+    static sk_buff *other;
+    decide(27, REDIRECT_POST_USERSPACE);
+    probe(27).post = [](sk_buff *, tarn_post_info &) {
+        other = userlevel::frame_make(Bytes(60, 7));
+        other->users++; // of the test
+        return other;
+    };
+    probe(48);
+    receive(Frame().padded()); // which is freed: the leak check at the end
+    EXPECT_EQ(probe(48).bytes, Bytes(60, 7));
+    ASSERT_TRUE(skb_shared(other)) << "it has been freed";
+    kfree_skb(other);
+    kfree_skb(other);
+}
+
 TEST_F(Chain, a_post_that_goes_on_must_leave_the_length) {
     decide(27, REDIRECT_POST_USERSPACE);
     probe(27).post = [](sk_buff *skb, tarn_post_info &) {

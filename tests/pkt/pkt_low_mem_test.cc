@@ -104,6 +104,16 @@ TEST_F(LowMem, the_recount_starts_the_count_anew) {
     EXPECT_EQ(tarn_pkt_low_mem(0), 1);
 }
 
+// The estimate runs out with the very frame before the count is full: the count goes on.
+TEST_F(LowMem, a_recount_at_the_1024th_frame_does_not_start_the_count_anew) {
+    pages(THRESHOLD_PAGES + 1);
+    frames(1023);
+    pages(1 << 18);
+    EXPECT_EQ(tarn_pkt_low_mem(PAGE + 1), 0); // below the threshold: counted anew
+    pages(10);
+    EXPECT_EQ(tarn_pkt_low_mem(0), 1); // the 1025th
+}
+
 TEST_F(LowMem, frames_debit_the_estimate) {
     pages(THRESHOLD_PAGES + 1);
     EXPECT_EQ(tarn_pkt_low_mem(60), 0); // counts: 4096 bytes above the threshold

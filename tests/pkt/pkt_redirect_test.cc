@@ -1,4 +1,5 @@
 // The registry of redirects.
+#include "support/fake_driver.h"
 #include "support/switch_test.h"
 
 using ::testing::ElementsAre;
@@ -152,6 +153,43 @@ TEST_F(Registry, names_are_compared_over_twenty_characters) {
     EXPECT_EQ(packet_redirects[40]->enabled, 0);
 }
 
+TEST_F(Registry, the_twentieth_character_tells_names_apart) {
+    std::fill(std::begin(record.name), std::end(record.name), 'x');
+    ASSERT_EQ(register_at(40), 0);
+    record.name[19] = 'y';
+    ASSERT_EQ(register_at(12), 0);
+    EXPECT_EQ(enable_redirect_by_name((std::string(19, 'x') + "y").c_str(), 0), 0);
+    EXPECT_EQ(packet_redirects[40]->enabled, 1);
+    EXPECT_EQ(packet_redirects[12]->enabled, 0);
+    EXPECT_EQ(enable_redirect_by_name(std::string(19, 'x').c_str(), 0), -EINVAL);
+    EXPECT_EQ(packet_redirects[40]->enabled, 1);
+}
+
+// Asked like any other, and on neither list.
+TEST_F(Registry, a_value_above_1_enables_too) {
+    for (u32 slot : {7u, 11u, 0u}) // l2drop, pbrMark, orvo-bridge
+        EXPECT_EQ(enable_redirect(slot, 2), 0);
+    EXPECT_EQ(enable_redirect_by_name("vrrp", 255), 0);
+    EXPECT_EQ(redirect("vrrp").enabled, 255);
+    receive(Frame().from("ff:ff:ff:ff:ff:ff"));
+    EXPECT_EQ(redirect("l2drop").stop_reasons[1], 1u);
+    EXPECT_EQ(redirect("pbrMark").modify_rx_inspects, 1u);
+    fake_driver::attach();
+    userlevel::netdev_transmit(vlan1()->netdev, Bytes(60));
+    EXPECT_EQ(redirect("orvo-bridge").modify_tx_inspects, 1u);
+
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), HasSubstr("l2drop_stops: 1 1:1\n"));
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_RX),
+                HasSubstr("pbrMark_modify_rx_inspects: 1\n"));
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_TX),
+                HasSubstr("orvo-bridge_modify_tx_inspects: 1\n"));
+    for (u8 listed : {0, 1}) {
+        std::string list = printed([=](seq_file *view) { print_redirect_protocols(listed, view); });
+        for (const char *name : {"l2drop\n", "pbrMark\n", "orvo-bridge\n", "vrrp\n"})
+            EXPECT_THAT(list, Not(HasSubstr(name))) << int{listed};
+    }
+}
+
 TEST_F(Registry, clears_the_counters_of_one_slot) {
     redirect("l2drop").inspects = 5;
     redirect("l2drop").stop_reasons[0] = 5;
@@ -257,6 +295,14 @@ TEST_F(Registry, the_hidden_name_is_cut_at_nineteen_characters) {
     ASSERT_EQ(register_at(40), 0);
     skip_protocol_set(std::string(30, 'x').c_str());
     EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), Not(HasSubstr("xxx")));
+}
+
+// One that fills its field is never the hidden one.
+TEST_F(Registry, a_name_of_twenty_characters_is_not_hidden) {
+    std::fill(std::begin(record.name), std::end(record.name), 'x');
+    ASSERT_EQ(register_at(40), 0);
+    skip_protocol_set(std::string(20, 'x').c_str());
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), HasSubstr(std::string(20, 'x') + "_stops"));
 }
 
 TEST_F(Registry, lists_redirects_by_whether_they_are_enabled) {

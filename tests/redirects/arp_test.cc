@@ -219,6 +219,26 @@ TEST_F(Arp, a_packet_that_is_cut_short_reads_zero) {
     }
 }
 
+TEST_F(Arp, on_an_aggregator_spanning_tree_and_authentication_are_its_own) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    aggregator->flags = TARN_IF_LINK;
+    vlan1()->stp_instance = 2;
+    aggregator->stp_state[2] = TARN_STP_FORWARDING;
+    port1()->stp_state[2] = TARN_STP_BLOCKING;
+    EXPECT_EQ(reason_for(arp(1)), 12u);
+    aggregator->stp_state[2] = TARN_STP_LISTENING;
+    port1()->stp_state[2] = TARN_STP_FORWARDING;
+    EXPECT_EQ(reason_for(arp(1)), 11u);
+    port1()->auth_method = 0x4;
+    port1()->auth_arp_forward = 1;
+    EXPECT_EQ(reason_for(arp(1)), 11u);
+    aggregator->auth_method = 0x4;
+    EXPECT_EQ(reason_for(arp(1)), 12u);
+    aggregator->auth_method = 0;
+    aggregator->auth_arp_forward = 1;
+    EXPECT_EQ(reason_for(arp(1)), 12u);
+}
+
 TEST_F(Arp, on_an_aggregator_the_aggregator_is_the_port) {
     tarn_if *aggregator = add_aggregator_over(port1(), 4501);
     aggregator->flags = 0x1003;

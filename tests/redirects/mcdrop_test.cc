@@ -79,6 +79,16 @@ TEST_F(Mcdrop, a_group_that_the_chip_floods_ends_here) {
     EXPECT_EQ(reason_for(Frame().to(GROUP_MAC).ipv4({.destination = {239, 1, 2, 4}})), 0u);
 }
 
+// Of other frames the words that would be a group are not: they read zero, or are of IPv6.
+TEST_F(Mcdrop, only_ipv4_has_such_groups) {
+    EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 1, 0), 0);
+    EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 1, 0x000002FF), 0); // ff02:0000
+    EXPECT_EQ(reason_for(Frame().to(GROUP_MAC).type(0x88B5).padded()), 0u);
+    EXPECT_EQ(reason_for(ipv6()), 0u);
+    EXPECT_EQ(reason_for(Frame().to(GROUP_MAC).ipv4({.destination = {0, 0, 0, 0}})), 2u);
+    EXPECT_EQ(reason_for(Frame().to(GROUP_MAC).ipv4({.destination = {0xFF, 2, 0, 0}})), 2u);
+}
+
 TEST_F(Mcdrop, groups_that_are_far_apart_are_found) {
     const u32 groups[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0x80000001, 0xFFFFFFFF, GROUP, 0xEF010203};
     for (u32 group : groups)

@@ -229,6 +229,16 @@ TEST_F(Dos, reports_ipv4_fragments) {
     }
 }
 
+TEST_F(Dos, on_an_aggregator_the_port_is_reported) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    receive(Frame().padded(), marked(3));
+    aggregator->if_flags |= TARN_IF_F_AGG_DYNAMIC;
+    receive(Frame().padded(), marked(3));
+    ASSERT_EQ(calls().dos.size(), 2u);
+    EXPECT_EQ(calls().dos[0].ifindex, 5001u);
+    EXPECT_EQ(calls().dos[1].ifindex, 5001u);
+}
+
 TEST_F(Dos, other_types_have_no_fragments) {
     tarn_pkt_info info = passing();
     info.ethertype = 0x86DD;

@@ -219,6 +219,14 @@ TEST_F(Flowd, takes_what_is_marked_and_nothing_else) {
     }
 }
 
+TEST_F(Flowd, a_port_of_a_static_aggregator_speaks_for_itself) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    ASSERT_EQ(aggregator->if_flags & TARN_IF_F_AGG, TARN_IF_F_AGG_STATIC);
+    ASSERT_EQ(tarn_ifmgr_logical_port(port1()), aggregator);
+    receive(PLAIN, tracked());
+    EXPECT_THAT(flows, ElementsAre(flowd_message(PLAIN, 5001)));
+}
+
 TEST_F(Flowd, a_dynamic_aggregator_speaks_for_its_ports) {
     tarn_if *aggregator = add_aggregator_over(port1(), 4501);
     receive(PLAIN, tracked());

@@ -144,6 +144,13 @@ TEST_F(Unicast, concerns_udp_that_has_run_out_alone) {
     EXPECT_FALSE(tarn_ucdrop_throttle_ok(&info));
 }
 
+TEST_F(Unicast, ipv6_has_no_fragments) {
+    tarn_pkt_info info = info_of({.ethertype = IPV6});
+    info.ip_frag_off = cpu_to_be16(0x2001);
+    EXPECT_TRUE(tarn_ucdrop_throttle_ok(&info));
+    EXPECT_FALSE(tarn_ucdrop_throttle_ok(&info)) << "held back like any other";
+}
+
 TEST_F(Unicast, what_does_not_concern_it_costs_no_token) {
     for (u32 n = 0; n < 99; n++)
         ASSERT_TRUE(unicast(numbered(n)));
@@ -374,10 +381,19 @@ TEST_F(Multicast, ipv4_fragments_are_never_held_back) {
             tarn_pkt_info info = info_of({});
             info.ip_frag_off = cpu_to_be16(fragment);
             ASSERT_FALSE(tarn_throttle_ipv4_unreg_mc(&info));
-            info.ethertype = IPV6; // which has no such test
         }
     for (u32 n = 0; n < 10; n++) // nor did they cost a token
         ASSERT_TRUE(multicast(numbered(n)));
+}
+
+TEST_F(Multicast, ipv6_has_no_fragments) {
+    tarn_pkt_info info = info_of({.ethertype = IPV6});
+    info.ip_frag_off = cpu_to_be16(0x2001);
+    EXPECT_FALSE(tarn_throttle_ipv6_unreg_mc(&info, false));
+    EXPECT_TRUE(tarn_throttle_ipv6_unreg_mc(&info, false)) << "held back like any other";
+    for (u32 n = 1; n < 10; n++) // nine tokens are left
+        ASSERT_TRUE(multicast(numbered(n, IPV6)));
+    EXPECT_FALSE(multicast(numbered(10, IPV6)));
 }
 
 TEST_F(Multicast, three_udp_ports_are_held_back_for_snooping_alone) {

@@ -77,6 +77,18 @@ TEST_F(ReceiveSockets, lacp_and_lldp_need_a_port) {
     EXPECT_EQ(decide("lacp", Frame().to("01:80:c2:00:00:03"), arrived()), Decision{});
 }
 
+TEST_F(ReceiveSockets, lldp_in_snap_has_a_length_of_1500_at_most) {
+    const Bytes llc = {0xAA, 0xAA, 0x03, 0x00, 0x00, 0x00, 0x88, 0xCC};
+    auto frame = [&](u16 length, const char *to = "01:80:c2:00:00:0e") {
+        return Frame().to(to).type(length).bytes(llc).padded();
+    };
+    EXPECT_EQ(decide("lldp", frame(0), arrived()), (Decision{DAEMON, 3}));
+    EXPECT_EQ(decide("lldp", frame(1499), arrived()), (Decision{DAEMON, 3}));
+    EXPECT_EQ(decide("lldp", frame(1500), arrived()), (Decision{DAEMON, 3}));
+    EXPECT_EQ(decide("lldp", frame(1501), arrived()), Decision{});
+    EXPECT_EQ(decide("lldp", frame(1500, "01:80:c2:00:00:03"), arrived()), Decision{});
+}
+
 TEST_F(ReceiveSockets, kelm_agent_decides_in_order) {
     const Bytes frame = Frame().to("01:80:c2:00:00:2f").type(0xFBAF).padded();
     EXPECT_EQ(decide("kelm_agent", frame, arrived()), (Decision{DAEMON, 3}));
@@ -214,6 +226,20 @@ TEST_F(ReceiveSockets, the_spanning_tree_state_is_that_of_the_aggregator) {
     EXPECT_EQ(decide("ldf", LDF, info), (Decision{STOP | REDIRECT_RESEND_L2, 2}));
 }
 
+TEST_F(ReceiveSockets, so_it_is_for_udld_in_the_instance_of_the_vlan) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    tarn_pkt_info info = arrived();
+    info.l2_port = aggregator;
+    vlan1()->stp_instance = 2;
+    tarn_udld_enable(1);
+    aggregator->stp_state[2] = TARN_STP_FORWARDING;
+    port1()->stp_state[2] = aggregator->stp_state[0] = TARN_STP_BLOCKING;
+    EXPECT_EQ(decide("udld", CDP, info), (Decision{STOP | REDIRECT_RESEND_L2, 3}));
+    port1()->stp_state[2] = aggregator->stp_state[0] = TARN_STP_FORWARDING;
+    aggregator->stp_state[2] = TARN_STP_BLOCKING;
+    EXPECT_EQ(decide("udld", CDP, info), (Decision{STOP, 3}));
+}
+
 TEST_F(ReceiveSockets, ldf_frames_are_sent_on_ten_in_101_jiffies) {
     auto resent = [&](int frames) {
         int count = 0;
@@ -253,6 +279,21 @@ TEST_F(ReceiveSockets, udld_decides_in_order) {
     no_vlan.vlan_if = nullptr;
     EXPECT_EQ(decide("udld", CDP, no_vlan), (Decision{STOP, 3}));
     EXPECT_EQ(tarn_udld_set_hw_filter(9999, 1), -EINVAL);
+}
+
+// Only whether there is a port is asked before.
+TEST_F(ReceiveSockets, while_udld_is_off_its_frames_end_whatever_the_port_says) {
+    EXPECT_EQ(tarn_udld_set_hw_filter(5001, 1), 0);
+    tarn_pkt_info disabled = arrived();
+    disabled.vlan_port_disabled = 1;
+    for (const Bytes &frame : {UDLD, CDP}) {
+        for (const tarn_pkt_info &info : {arrived(), disabled, filtered()})
+            EXPECT_EQ(decide("udld", frame, info), (Decision{STOP, 3}));
+        EXPECT_EQ(decide("udld", frame, without_port()), (Decision{0, 1}));
+        tarn_udld_enable(1);
+        EXPECT_EQ(decide("udld", frame, without_port()), (Decision{0, 1}));
+        tarn_udld_enable(0);
+    }
 }
 
 TEST_F(ReceiveSockets, udld_frames_are_sent_on_a_hundred_in_101_jiffies) {

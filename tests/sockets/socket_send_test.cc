@@ -156,6 +156,34 @@ TEST_F(Send, an_aggregator_sends_on_its_running_member_of_the_highest_number) {
     EXPECT_EQ(send(lacp, l2_name(4501), PAYLOAD), -EINVAL); // and references, see the fixture
 }
 
+// Whose flags are asked: those of the aggregator that is named; of testd, those of the member.
+TEST_F(Send, an_aggregator_that_is_down_sends_nothing_though_a_member_has_link) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    for (u32 flags : {0u, u32{IFF_RUNNING}, u32{IFF_UP}, TARN_IF_LINK}) {
+        aggregator->flags = flags;
+        auto allowed = [=](u32 up) { return (flags & up) == up ? 1 : -ENETDOWN; };
+        struct socket *lacp = open(TARN_AF_LACP), *mrp = open(TARN_AF_MRP);
+        EXPECT_EQ(std::min<i64>(send(lacp, l2_name(4501), PAYLOAD), 1), allowed(TARN_IF_LINK));
+        EXPECT_EQ(std::min<i64>(send(mrp, vlan_name(4501), PAYLOAD), 1), allowed(IFF_UP));
+        driver().sent.clear();
+        EXPECT_EQ(send(open(TARN_AF_TESTD), vlan_name(4501), PAYLOAD), 3);
+        EXPECT_EQ(sent().ifindex, PORT1);
+    }
+}
+
+TEST_F(Send, profinet_asks_the_very_port_it_names) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    struct socket *profinet = open(TARN_AF_PROFINET);
+    aggregator->flags = IFF_UP;
+    for (u32 flags : {0u, TARN_IF_LINK}) {
+        port1()->flags = flags;
+        EXPECT_EQ(send(profinet, vlan_name(4501), PAYLOAD), 3);
+        EXPECT_EQ(sent().ifindex, 4501u); // not its member
+    }
+    aggregator->flags = IFF_RUNNING;
+    EXPECT_EQ(send(profinet, vlan_name(4501), PAYLOAD), -ENETDOWN);
+}
+
 TEST_F(Send, udld_sends_on_the_very_port_it_names) {
     add_aggregator_over(port1(), 4501);
     struct socket *udld = open(TARN_AF_UDLD);
@@ -222,6 +250,19 @@ TEST_F(Send, a_garp_flood_leaves_by_all_ports_but_the_named_one) {
         EXPECT_EQ(one.bytes[0], 0x01);
     }
     EXPECT_EQ(ports, (std::set<u32>{5002, 5003}));
+}
+
+TEST_F(Send, a_garp_flood_leaves_out_the_aggregator_that_is_named) {
+    add_port(2);
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    aggregator->flags = TARN_IF_LINK;
+    aggregator->stp_state[0] = TARN_STP_FORWARDING;
+    fake_driver::attach_without_flood();
+    struct socket *garp = open(TARN_AF_GARP);
+    vlan_skaddr name = vlan_address(4501, 1);
+    name.dest_mac[0] = 0x81;
+    EXPECT_EQ(send(garp, bytes_of(name), PAYLOAD), 17);
+    EXPECT_EQ(sent().ifindex, 5002u); // and not 5001, its member
 }
 
 TEST_F(Send, cfm_takes_a_vid_for_a_whole_tag) {
