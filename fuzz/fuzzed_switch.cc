@@ -4,6 +4,8 @@
 #include "containers/tarn_avl.h"
 #include "control.h"
 #include "ifmgr/tarn_if.h"
+#include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_index.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
@@ -61,11 +63,20 @@ void forget_redirects() {
             enable_redirect(slot, first_redirects[slot]);
 }
 
-void remove_interfaces() {
-    std::vector<u32> all;
+std::vector<tarn_if *> records() {
+    std::vector<tarn_if *> all;
+    read_lock_bh(&tarn_if_db_lock);
     for (const tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
          node = tarn_avl_next_node(node))
-        all.push_back(static_cast<const tarn_if *>(node->info)->ifindex);
+        all.push_back(static_cast<tarn_if *>(node->info));
+    read_unlock_bh(&tarn_if_db_lock);
+    return all;
+}
+
+void remove_interfaces() {
+    std::vector<u32> all;
+    for (const tarn_if *ifp : records())
+        all.push_back(ifp->ifindex);
     std::reverse(all.begin(), all.end()); // ports after what is above them
     for (u32 ifindex : all) {
         tarn_if *ifp = tarn_ifmgr_lookup_by_index(ifindex);
@@ -78,21 +89,23 @@ void remove_interfaces() {
 }
 
 // The database keeps the records of interfaces that went, for those that come with their numbers.
+// The destructors of others, and the events of their devices, may be at the tree meanwhile.
 void free_records() {
-    std::vector<tarn_if *> all;
-    for (const tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
-         node = tarn_avl_next_node(node))
-        if (auto *ifp = static_cast<tarn_if *>(node->info); !(ifp->if_flags & TARN_IF_F_VALID))
-            all.push_back(ifp);
-    for (tarn_if *ifp : all) {
+    tarn_ifmgr_change_begin();
+    for (tarn_if *ifp : records()) {
+        if (ifp->if_flags & TARN_IF_F_VALID)
+            continue;
+        write_lock_bh(&tarn_if_db_lock);
         tarn_avl_delete(p_tarn_if_db->tree, ifp);
         tarn_ifmgr_index_remove(ifp);
+        write_unlock_bh(&tarn_if_db_lock);
         kfree(ifp);
     }
     while (tarn_if *ifp = tarn_ifmgr_replaced) {
         tarn_ifmgr_replaced = ifp->replaced_next;
         kfree(ifp);
     }
+    tarn_ifmgr_change_end();
 }
 
 std::map<std::string, u32> count_alive() {

@@ -7,12 +7,14 @@
 #include <linux/bottom_half.h>
 #include <linux/bug.h>
 #include <linux/jiffies.h>
+#include <linux/lockdep.h>
 #include <linux/module.h>
 #include <linux/mutex.h>
 #include <linux/netdevice.h>
 #include <linux/preempt.h>
 #include <linux/printk.h>
 #include <linux/ratelimit.h>
+#include <linux/sched.h>
 #include <linux/skbuff.h>
 #include <linux/slab.h>
 #include <linux/spinlock.h>
@@ -27,6 +29,11 @@
 unsigned int tarn_k_preempt_count(void)
 {
 	return preempt_count();
+}
+
+const void *tarn_k_current(void)
+{
+	return current;
 }
 
 void tarn_k_local_bh_disable(void)
@@ -45,6 +52,22 @@ void tarn_k_rwlock_init(void *lock, const char *name, void *key)
 	__rwlock_init(lock, name, key);
 #else
 	*(rwlock_t *)lock = (rwlock_t)__RW_LOCK_UNLOCKED(lock);
+#endif
+}
+
+int tarn_k_rwlock_is_held(const void *lock)
+{
+#ifdef CONFIG_LOCKDEP
+	return lockdep_is_held((const rwlock_t *)lock);
+#else
+	return 1;
+#endif
+}
+
+void tarn_k_lockdep_warn(const char *file, int line)
+{
+#ifdef CONFIG_LOCKDEP
+	WARN(debug_locks, "tarnfwd: without its lock at %s:%d\n", file, line);
 #endif
 }
 

@@ -11,9 +11,12 @@ struct kmem_cache;
 struct sk_buff;
 
 unsigned int tarn_k_preempt_count(void);
+const void *tarn_k_current(void);
 void tarn_k_local_bh_disable(void);
 void tarn_k_local_bh_enable(void);
 void tarn_k_rwlock_init(void *lock, const char *name, void *key);
+int tarn_k_rwlock_is_held(const void *lock);
+void tarn_k_lockdep_warn(const char *file, int line);
 void tarn_k_ratelimit_init(void *state, int interval, int burst);
 int tarn_k_ratelimit_try_store(void *state, int *word, int value);
 void tarn_k_bug(const char *file, int line);

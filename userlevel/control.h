@@ -123,7 +123,8 @@ private:
 
 // --- work --------------------------------------------------------------------------------------
 
-// Runs what is queued, and what that queues, on this thread; how many items that were.
+// Runs what is queued, and what that queues, on this thread; how many items that were. Where a
+// thread of its own does that, waits until there is nothing left to do.
 u32 work_run();
 // From now on a thread of its own runs work as it is queued, as in a kernel.
 void work_thread_start();

@@ -13,15 +13,23 @@ namespace {
 std::mutex queue_mutex;
 // Never destroyed: the thread that waits for work outlives main().
 std::condition_variable &queued = *new std::condition_variable;
+// Of the thread that works, while it has nothing to do; never destroyed, either.
+std::condition_variable &idle = *new std::condition_variable;
 work_item *first = nullptr;
+u32 done = 0;
+bool has_thread = false, is_working = false;
 
-work_item *take() {
-    work_item *work = first;
-    if (!work)
-        return nullptr;
-    first = work->next;
-    work->queued = false;
-    return work;
+// With the queue's mutex, which is dropped while the work runs. No item runs twice at once: only
+// one thread runs any.
+void run_queued(std::unique_lock<std::mutex> &guard) {
+    while (work_item *work = first) {
+        first = work->next;
+        work->queued = false;
+        guard.unlock();
+        work->run(work);
+        guard.lock();
+        done++;
+    }
 }
 
 } // namespace
@@ -53,26 +61,26 @@ void mutex_unlock(mutex *lock) {
 namespace userlevel {
 
 u32 work_run() {
-    u32 done = 0;
     std::unique_lock guard(queue_mutex);
-    while (work_item *work = take()) {
-        guard.unlock();
-        work->run(work);
-        done++;
-        guard.lock();
-    }
-    return done;
+    u32 before = done;
+    if (has_thread)
+        idle.wait(guard, [] { return !first && !is_working; });
+    else
+        run_queued(guard);
+    return done - before;
 }
 
 void work_thread_start() {
+    std::lock_guard starting(queue_mutex);
+    has_thread = true;
     std::thread([] {
         std::unique_lock guard(queue_mutex);
         for (;;) {
             queued.wait(guard, [] { return first != nullptr; });
-            work_item *work = take();
-            guard.unlock();
-            work->run(work);
-            guard.lock();
+            is_working = true;
+            run_queued(guard);
+            is_working = false;
+            idle.notify_all();
         }
     }).detach();
 }

@@ -1,5 +1,6 @@
 // Commands on interfaces: how they come, go and are set.
 #include "control/nl_command.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_link.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
@@ -74,9 +75,11 @@ NL_HANDLER(if_update) {
             write_once(ifp->duplex, command.byte(TARNFWD_ATTR_DUPLEX));
         if (ifp->type != TARN_IF_TYPE_SWITCHPORT)
             return 0;
+        tarn_ifmgr_change_begin();
         u32 old = read_once(ifp->flags);
         write_once(ifp->flags, command.word(TARNFWD_ATTR_FLAGS));
         tarn_ifmgr_L2_link_state_check(ifp, (old & TARN_IF_LINK) == TARN_IF_LINK);
+        tarn_ifmgr_change_end();
         return 0;
     });
 }
@@ -140,8 +143,10 @@ NL_HANDLER(if_set_vlan_options) {
 
 NL_HANDLER(arp_mac_disparity) {
     return nl_with_interface(command.ifindex(), -1, [&](tarn_if *ifp) {
-        u32 others = read_once(ifp->if_flags) & ~TARN_IF_F_ARP_MAC_DISPARITY;
-        write_once(ifp->if_flags, command.on() ? others | TARN_IF_F_ARP_MAC_DISPARITY : others);
+        if (command.on())
+            set_bits(ifp->if_flags, TARN_IF_F_ARP_MAC_DISPARITY);
+        else
+            clear_bits(ifp->if_flags, TARN_IF_F_ARP_MAC_DISPARITY);
         return 0;
     });
 }

@@ -2,6 +2,7 @@
 #include "control/proc_entries.h"
 #include "control/proc_text.h"
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_bind.h"
 #include "ifmgr/tarn_ifmgr_print.h"
 #include "kernel/once.h"
 #include "kernel/parse.h"
@@ -40,7 +41,7 @@ long if_openflow_store(const proc_text &written, void *data) {
     if (!(read_once(port->if_flags) & TARN_IF_F_AGG))
         return written.length;
     read_lock_bh(&tarn_if_db_lock);
-    for (const tarn_ifmgr_list_node *node = port->children; node; node = node->next)
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(port); node; node = node->next)
         write_once(node->ifp->openflow, value);
     read_unlock_bh(&tarn_if_db_lock);
     return written.length;

@@ -116,8 +116,8 @@ struct tarn_if {
     u32 speed;
     u8 duplex;
     net_device *netdev;
-    tarn_ifmgr_list_node *parents;  // under tarn_if_db_lock
-    tarn_ifmgr_list_node *children; // under tarn_if_db_lock
+    tarn_ifmgr_list_node *parents; // who may walk them: ifmgr/tarn_ifmgr_change.h
+    tarn_ifmgr_list_node *children;
     tarn_avl_tree *subnet_tree;
     tarn_avl_tree *xlate_tree;
     u32 xlate_default_action;
@@ -142,6 +142,10 @@ struct tarn_if {
     tarn_if *aggregator;    // the first parent when that is one, for readers without the lock
     tarn_if *retired_next;  // in the queue of records whose destructor waits for process context
     tarn_if *replaced_next; // among the records out of the tree that somebody may still hold
+    tarn_if *walk_next;     // of ifmgr/tarn_ifmgr_walk.h, inside a change: the order,
+    u32 walk_waits;         // bindings that lead here and have not been followed yet,
+    u32 walk_ways;          // ways that lead here from the beginning,
+    u32 walk_level;         // and how many bindings the longest of them has
     // Of control/tarn_proc_if.cc: what has been made of "tarn/<name>", and the list of all records
     // that have a directory.
     proc_dir_entry *proc_directory;

@@ -2,6 +2,7 @@
 
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_index.h"
 #include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/bug.h"
@@ -63,6 +64,7 @@ i32 tarn_ifmgr_init() {
     if (read_once(_finished))
         return 0;
     // Creations lock before they find that there is no database.
+    tarn_ifmgr_change_init();
     tarn_ifmgr_update_init();
 
     auto *db = static_cast<tarn_if_db *>(__kmalloc(sizeof(tarn_if_db), GFP_KERNEL | __GFP_ZERO));

@@ -9,8 +9,9 @@
 // and drops that reference; the last reference to go runs the record's destructor in the context of
 // whoever drops it, or in a work item when that context must not sleep.
 //
-// tarn_if_db_lock covers the shape of the tree and the parents and children lists, nothing else,
-// and is never held across a call into the network stack.
+// tarn_if_db_lock covers the shape of the tree and the lists of a record, nothing else, and is
+// never held across a call into the network stack. Who may walk `parents` and `children`:
+// tarn_ifmgr_change.h.
 #pragma once
 
 #include "ifmgr/tarn_if.h"

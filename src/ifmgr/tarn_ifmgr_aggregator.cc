@@ -12,18 +12,17 @@
 namespace {
 
 bool _has_child(const tarn_if *aggregator, u32 ifindex) {
-    bool found = false;
-    read_lock_bh(&tarn_if_db_lock);
-    for (const tarn_ifmgr_list_node *node = aggregator->children; node && !found; node = node->next)
-        found = node->ifp->ifindex == ifindex;
-    read_unlock_bh(&tarn_if_db_lock);
-    return found;
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(aggregator); node;
+         node = node->next)
+        if (node->ifp->ifindex == ifindex)
+            return true;
+    return false;
 }
 
 i32 _attach(tarn_if *aggregator, tarn_if *port) {
     if (aggregator->type != port->type)
         return -EINVAL;
-    if (!read_once(aggregator->children))
+    if (!tarn_ifmgr_children(aggregator))
         write_once(aggregator->flags,
                    read_once(port->flags) | (read_once(aggregator->flags) & IFF_UP));
     else if (_has_child(aggregator, port->ifindex))
@@ -41,12 +40,24 @@ i32 _attach(tarn_if *aggregator, tarn_if *port) {
     return 0;
 }
 
+i32 _detach(tarn_if *aggregator, tarn_if *port) {
+    tarn_vlan_agg_port_bind_update(port, aggregator, 0);
+    i32 result = tarn_ifmgr_unbind(aggregator, port);
+    if (result < 0)
+        return result;
+    if (!tarn_ifmgr_children(aggregator))
+        tarn_vlan_agg_unbind(aggregator);
+    return 0;
+}
+
 } // namespace
 
 i32 tarn_ifmgr_aggregator_port_attach(u32 aggregator_ifindex, u32 port_ifindex) {
     tarn_if *aggregator = tarn_ifmgr_lookup_by_index(aggregator_ifindex);
     tarn_if *port = tarn_ifmgr_lookup_by_index(port_ifindex);
+    tarn_ifmgr_change_begin();
     i32 result = aggregator && port ? _attach(aggregator, port) : -EINVAL;
+    tarn_ifmgr_change_end();
     tarn_ifmgr_if_ref_put(port);
     tarn_ifmgr_if_ref_put(aggregator);
     return result;
@@ -57,11 +68,8 @@ i32 tarn_ifmgr_aggregator_port_detach(tarn_if *aggregator, tarn_if *port) {
         return -EINVAL;
     if (aggregator->type != port->type)
         return TARN_ERR_TYPE_MISMATCH;
-    tarn_vlan_agg_port_bind_update(port, aggregator, 0);
-    i32 result = tarn_ifmgr_unbind(aggregator, port);
-    if (result < 0)
-        return result;
-    if (!read_once(aggregator->children))
-        tarn_vlan_agg_unbind(aggregator);
-    return 0;
+    tarn_ifmgr_change_begin();
+    i32 result = _detach(aggregator, port);
+    tarn_ifmgr_change_end();
+    return result;
 }

@@ -3,6 +3,7 @@
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_link.h"
+#include "ifmgr/tarn_ifmgr_walk.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/netdev.h"
@@ -22,16 +23,6 @@ bool _holds(const tarn_ifmgr_list_node *list, const tarn_if *ifp) {
     return false;
 }
 
-// Whether `above` is the interface or stands over it.
-bool _is_above(const tarn_if *above, const tarn_if *ifp, u32 depth) {
-    if (above == ifp || depth == 0)
-        return true;
-    for (const tarn_ifmgr_list_node *node = ifp->parents; node; node = node->next)
-        if (_is_above(above, node->ifp, depth - 1))
-            return true;
-    return false;
-}
-
 u32 _device_flags_or(const tarn_if *ifp, u32 otherwise) {
     const net_device *device = read_once(ifp->netdev);
     return device ? netdev_flags(device) : otherwise;
@@ -45,11 +36,17 @@ bool _take_flags(tarn_if *parent, const tarn_if *child) {
     return now != _device_flags_or(parent, old);
 }
 
-bool _would_be_a_ring(const tarn_if *parent, const tarn_if *child) {
-    read_lock_bh(&tarn_if_db_lock);
-    bool ring = _is_above(child, parent, TARN_IFMGR_MAX_DEPTH);
-    read_unlock_bh(&tarn_if_db_lock);
-    return ring;
+// Whether they would stand in a ring, or too high above one another.
+bool _cannot_stand(tarn_if *parent, tarn_if *child) {
+    u32 above = 0, below = 0;
+    for (const tarn_if *at = tarn_ifmgr_walk_up(parent); at; at = at->walk_next) {
+        if (at == child)
+            return true;
+        above = at->walk_level > above ? at->walk_level : above;
+    }
+    for (const tarn_if *at = tarn_ifmgr_walk_down(child); at; at = at->walk_next)
+        below = at->walk_level > below ? at->walk_level : below;
+    return above + 1 + below > TARN_IFMGR_MAX_LEVELS;
 }
 
 i32 _link_both(tarn_if *parent, tarn_if *child) {
@@ -81,9 +78,46 @@ bool _is_aggregator(const tarn_if *ifp) {
 
 tarn_if *_top_of(tarn_if *ifp) {
     tarn_if *top = ifp;
-    for (u32 depth = 0; top->parents && depth < TARN_IFMGR_MAX_DEPTH; depth++)
-        top = top->parents->ifp;
+    while (const tarn_ifmgr_list_node *first = tarn_ifmgr_parents(top))
+        top = first->ifp;
     return top;
+}
+
+i32 _bind(tarn_if *parent, tarn_if *child) {
+    if (_cannot_stand(parent, child))
+        return TARN_ERR_WRONG_TYPE;
+
+    bool changed = false;
+    if (!tarn_ifmgr_children(parent)) {
+        changed = _take_flags(parent, child);
+        if (parent->type != TARN_IF_TYPE_VLAN && p_tarn_if_db->on_bind)
+            p_tarn_if_db->on_bind(parent);
+    }
+
+    write_lock_bh(&tarn_if_db_lock);
+    i32 result = _link_both(parent, child);
+    write_unlock_bh(&tarn_if_db_lock);
+    if (result != 0)
+        return result;
+
+    if (changed)
+        _tarn_ifmgr_flags_set(parent, read_once(parent->flags));
+    _tarn_ifmgr_op_count_post(parent, TARN_OP_RAISE, read_once(child->oper_count));
+    return 0;
+}
+
+void _take_apart(tarn_if *parent, tarn_if *child) {
+    write_lock_bh(&tarn_if_db_lock);
+    bool was_child = tarn_ifmgr_list_remove(&parent->children, child);
+    tarn_ifmgr_list_remove(&child->parents, parent);
+    tarn_ifmgr_parents_changed(child);
+    write_unlock_bh(&tarn_if_db_lock);
+    if (!was_child)
+        return;
+
+    _tarn_ifmgr_op_count_post(parent, TARN_OP_LOWER, read_once(child->oper_count));
+    if (!tarn_ifmgr_children(parent))
+        _last_child_gone(parent);
 }
 
 } // namespace
@@ -117,40 +151,18 @@ u32 tarn_ifmgr_is_child_l3_and_parent_l2(const tarn_if *parent, const tarn_if *c
 }
 
 i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child) {
-    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child) || _would_be_a_ring(parent, child))
+    if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child))
         return TARN_ERR_WRONG_TYPE;
-
-    bool changed = false;
-    if (!read_once(parent->children)) {
-        changed = _take_flags(parent, child);
-        if (parent->type != TARN_IF_TYPE_VLAN && p_tarn_if_db->on_bind)
-            p_tarn_if_db->on_bind(parent);
-    }
-
-    write_lock_bh(&tarn_if_db_lock);
-    i32 result = _link_both(parent, child);
-    write_unlock_bh(&tarn_if_db_lock);
-    if (result != 0)
-        return result;
-
-    if (changed)
-        _tarn_ifmgr_flags_set(parent, read_once(parent->flags));
-    _tarn_ifmgr_op_count_post(parent, TARN_OP_RAISE, read_once(child->oper_count));
-    return 0;
+    tarn_ifmgr_change_begin();
+    i32 result = _bind(parent, child);
+    tarn_ifmgr_change_end();
+    return result;
 }
 
 void tarn_ifmgr_take_apart(tarn_if *parent, tarn_if *child) {
-    write_lock_bh(&tarn_if_db_lock);
-    bool was_child = tarn_ifmgr_list_remove(&parent->children, child);
-    tarn_ifmgr_list_remove(&child->parents, parent);
-    tarn_ifmgr_parents_changed(child);
-    write_unlock_bh(&tarn_if_db_lock);
-    if (!was_child)
-        return;
-
-    _tarn_ifmgr_op_count_post(parent, TARN_OP_LOWER, read_once(child->oper_count));
-    if (!read_once(parent->children))
-        _last_child_gone(parent);
+    tarn_ifmgr_change_begin();
+    _take_apart(parent, child);
+    tarn_ifmgr_change_end();
 }
 
 i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child) {
@@ -164,9 +176,11 @@ u32 tarn_ifmgr_isbound(const tarn_if *parent, const tarn_if *child) {
     if (tarn_ifmgr_is_child_l3_and_parent_l2(parent, child))
         return 0;
     read_lock_bh(&tarn_if_db_lock);
-    bool either_empty = !parent->children || !child->parents;
-    bool down = _holds(parent->children, child);
-    bool up = _holds(child->parents, parent);
+    const tarn_ifmgr_list_node *children = tarn_ifmgr_children(parent);
+    const tarn_ifmgr_list_node *parents = tarn_ifmgr_parents(child);
+    bool either_empty = !children || !parents;
+    bool down = _holds(children, child);
+    bool up = _holds(parents, parent);
     read_unlock_bh(&tarn_if_db_lock);
     if (either_empty)
         return 0;
@@ -201,7 +215,7 @@ tarn_if *tarn_ifmgr_get_L2_xmit_port(tarn_if *ifp) {
 
     tarn_if *chosen = nullptr;
     read_lock_bh(&tarn_if_db_lock);
-    for (const tarn_ifmgr_list_node *node = ifp->children; node; node = node->next)
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(ifp); node; node = node->next)
         if (_has_link(node->ifp) && (!chosen || node->ifp->ifindex > chosen->ifindex))
             chosen = node->ifp;
     if (chosen && !refcount_inc_not_zero(&chosen->refcnt))
@@ -211,11 +225,8 @@ tarn_if *tarn_ifmgr_get_L2_xmit_port(tarn_if *ifp) {
 }
 
 tarn_if *tarn_ifmgr_get_matching_L3_port(tarn_if *ifp, u32 vid) {
-    if (ifp->type == TARN_IF_TYPE_ETHERNET ||
-        (read_once(ifp->if_flags) & TARN_IF_F_L3_SWITCHPORT)) {
-        _tarn_ifmgr_if_hold(ifp);
-        return ifp;
-    }
+    if (ifp->type == TARN_IF_TYPE_ETHERNET || (read_once(ifp->if_flags) & TARN_IF_F_L3_SWITCHPORT))
+        return refcount_inc_not_zero(&ifp->refcnt) ? ifp : nullptr;
 
     tarn_if *found = nullptr;
     read_lock_bh(&tarn_if_db_lock);

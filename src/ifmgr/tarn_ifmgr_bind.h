@@ -1,14 +1,17 @@
 // The bind graph: a VLAN is parent of its ports and aggregators, an aggregator of its ports.
 //
 // One binding is two list nodes, one on the parent's `children`, one on the child's `parents`;
-// neither holds a reference. New bindings stand first. The lists are under tarn_if_db_lock.
+// neither holds a reference. New bindings stand first. Who may write and walk the lists:
+// tarn_ifmgr_change.h. A binding and its end are changes of their own.
 #pragma once
 
 #include "ifmgr/tarn_if.h"
+#include "ifmgr/tarn_ifmgr_change.h"
+#include "kernel/locks.h"
 #include "kernel/memory.h"
 
-// How far upwards a walk follows the graph; VLAN over aggregator over port is three.
-inline constexpr u32 TARN_IFMGR_MAX_DEPTH = 8;
+// How many bindings may stand one above the other; VLAN over aggregator over port are two.
+inline constexpr u32 TARN_IFMGR_MAX_LEVELS = 8;
 
 extern kmem_cache *tarn_ifmgr_list_node_cache;
 // A node at the head of the list: null without memory.
@@ -18,8 +21,19 @@ bool tarn_ifmgr_list_remove(tarn_ifmgr_list_node **list, const tarn_if *ifp);
 // After a change of ifp->parents, under the lock for writing.
 void tarn_ifmgr_parents_changed(tarn_if *ifp);
 
+// The heads of the two lists, for who may walk them.
+inline const tarn_ifmgr_list_node *tarn_ifmgr_parents(const tarn_if *ifp) {
+    lockdep_assert(tarn_ifmgr_may_walk());
+    return ifp->parents;
+}
+inline const tarn_ifmgr_list_node *tarn_ifmgr_children(const tarn_if *ifp) {
+    lockdep_assert(tarn_ifmgr_may_walk());
+    return ifp->children;
+}
+
 // 0; -204 (the child is layer 3 and the parent a port or aggregator, or they would stand in a
-// ring); -205 (no memory: a change of the parent's flags stays).
+// ring, or above one another more than TARN_IFMGR_MAX_LEVELS times); -205 (no memory: a change of
+// the parent's flags stays).
 i32 tarn_ifmgr_bind(tarn_if *parent, tarn_if *child);
 // 0 whether or not they were bound; -204.
 i32 tarn_ifmgr_unbind(tarn_if *parent, tarn_if *child);

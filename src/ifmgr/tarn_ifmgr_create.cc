@@ -2,9 +2,9 @@
 
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_event.h"
 #include "ifmgr/tarn_ifmgr_link.h"
-#include "ifmgr/tarn_ifmgr_update.h"
 #include "kernel/bytes.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
@@ -68,9 +68,9 @@ void _failed(const char *function, const char *name) {
 void _apply_options(tarn_if *vlan, u32 options) {
     tarn_rmirror_set_mirror_vlan(vlan->vid, (options & TARN_VLAN_OPTION_MIRROR) != 0);
     if (options & TARN_VLAN_OPTION_LOCAL)
-        write_once(vlan->if_flags, read_once(vlan->if_flags) | TARN_IF_F_VLAN_LOCAL);
+        set_bits(vlan->if_flags, TARN_IF_F_VLAN_LOCAL);
     if (options & TARN_VLAN_OPTION_ALWAYS_UP) {
-        write_once(vlan->if_flags, read_once(vlan->if_flags) | TARN_IF_F_ALWAYS_UP);
+        set_bits(vlan->if_flags, TARN_IF_F_ALWAYS_UP);
         _tarn_ifmgr_flags_set(vlan, read_once(vlan->flags));
     }
 }
@@ -103,12 +103,7 @@ i32 _install_vlan(tarn_if *record, const u8 *hwaddr, u32 hwaddr_len, tarn_if **o
     return result;
 }
 
-} // namespace
-
-i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
-                               u32 type) {
-    if (!hwaddr)
-        return TARN_ERR_BAD_ARG;
+i32 _create_ethernet(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex, u32 type) {
     if (_exists(ifindex))
         return 0;
     tarn_if *record = _template(name, ifindex, type);
@@ -118,9 +113,7 @@ i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u3
     memcpy(record->hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
-    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
-    tarn_ifmgr_creation_end();
     if (result != 0) {
         _failed("tarn_ifmgr_ethernet_create", name);
         return result;
@@ -132,8 +125,8 @@ i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u3
 }
 
 // The test for an existing one comes before that of the address here, on purpose.
-i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, u32 stack_member,
-                                 u32 ifindex, u8 with_netdev) {
+i32 _create_switchport(const char *name, const u8 *hwaddr, u32 flags, u32 stack_member, u32 ifindex,
+                       u8 with_netdev) {
     if (_exists(ifindex))
         return 0;
     if (!hwaddr)
@@ -146,13 +139,11 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
     memcpy(record->port_hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
-    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
     if (result != 0)
         _failed("tarn_ifmgr_switchport_create", name);
     else if (with_netdev)
         result = _add_device(ifp, flags);
-    tarn_ifmgr_creation_end();
     if (result != 0)
         return result;
     if ((read_once(ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK)
@@ -160,9 +151,7 @@ i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, 
     return 0;
 }
 
-i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, u32 ifindex) {
-    if (!name || !hwaddr)
-        return TARN_ERR_BAD_ARG;
+i32 _create_aggregator(const char *name, const u8 *hwaddr, u32 agg_type, u32 ifindex) {
     if (_exists(ifindex))
         return 0;
     if (agg_type != TARN_AGG_TYPE_STATIC && agg_type != TARN_AGG_TYPE_DYNAMIC)
@@ -177,22 +166,15 @@ i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, 
     memcpy(record->port_hwaddr, hwaddr, ADDRESS_SIZE);
 
     tarn_if *ifp = nullptr;
-    tarn_ifmgr_creation_begin();
     i32 result = _install_copy_of(record, &ifp);
-    tarn_ifmgr_creation_end();
     return result < 0 ? result : 0;
 }
 
-// An existing VLAN is not asked for: its device is taken over, and its record replaced.
-i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
-    if (!out)
-        return TARN_ERR_BAD_ARG;
+i32 _create_vlan(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
     tarn_if *record = _new_vlan(vid);
     if (!record)
         return TARN_ERR_NO_MEMORY;
-    tarn_ifmgr_creation_begin();
     i32 result = _install_vlan(record, hwaddr, hwaddr_len, out);
-    tarn_ifmgr_creation_end();
     if (result != 0) {
         kfree(record);
         return result;
@@ -202,7 +184,46 @@ i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 
     return 0;
 }
 
+} // namespace
+
+i32 tarn_ifmgr_ethernet_create(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
+                               u32 type) {
+    if (!hwaddr)
+        return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_change_begin();
+    i32 result = _create_ethernet(name, hwaddr, flags, ifindex, type);
+    tarn_ifmgr_change_end();
+    return result;
+}
+
+i32 tarn_ifmgr_switchport_create(const char *name, const u8 *hwaddr, u32 flags, u32 stack_member,
+                                 u32 ifindex, u8 with_netdev) {
+    tarn_ifmgr_change_begin();
+    i32 result = _create_switchport(name, hwaddr, flags, stack_member, ifindex, with_netdev);
+    tarn_ifmgr_change_end();
+    return result;
+}
+
+i32 tarn_ifmgr_aggregator_add(const char *name, const u8 *hwaddr, u32 agg_type, u32 ifindex) {
+    if (!name || !hwaddr)
+        return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_change_begin();
+    i32 result = _create_aggregator(name, hwaddr, agg_type, ifindex);
+    tarn_ifmgr_change_end();
+    return result;
+}
+
+// An existing VLAN is not asked for: its device is taken over, and its record replaced.
+i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 vid, u32 options) {
+    if (!out)
+        return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_change_begin();
+    i32 result = _create_vlan(hwaddr, hwaddr_len, out, vid, options);
+    tarn_ifmgr_change_end();
+    return result;
+}
+
 void tarn_ifmgr_delete_interface(tarn_if *ifp) {
-    __atomic_or_fetch(&ifp->if_flags, TARN_IF_F_DELETED, __ATOMIC_RELAXED);
+    set_bits(ifp->if_flags, TARN_IF_F_DELETED);
     _tarn_ifmgr_if_put(ifp);
 }

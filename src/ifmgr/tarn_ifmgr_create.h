@@ -1,6 +1,6 @@
 // How interface records enter the database.
 //
-// Creations are made one at a time, from process context: the control family serialises them. Names
+// Creations are changes of the graph (tarn_ifmgr_change.h), so in process context. Names
 // are at most 16 bytes, without a terminator when they fill it. Results are 0 or negative: an
 // errno, or a tarn_ifmgr_error.
 #pragma once
@@ -27,8 +27,7 @@ tarn_if *_tarn_ifmgr_if_alloc();
 // Puts a record under its ifindex and makes it live, with one reference: the database's own.
 // take_record 0: a copy of the template is installed, over the memory of an earlier record of that
 // ifindex if there is one; the template stays with the caller. take_record 1: the template itself
-// becomes the record, in place of an earlier one. Between creation_begin and creation_end
-// (tarn_ifmgr_update.h), unless nobody else is about.
+// becomes the record, in place of an earlier one.
 // 0 with *out set; -201 (null argument), -205 (no memory), -206 (no room in the tree). The template
 // stays with the caller on every failure.
 i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record);

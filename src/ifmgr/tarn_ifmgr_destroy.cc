@@ -3,6 +3,7 @@
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
@@ -18,10 +19,10 @@ bool _is_aggregator(const tarn_if *ifp) {
 // Takes the record off every list that names it, and empties its own. Those above count without it;
 // nothing is said: what could be said has been.
 void _unlink(tarn_if *ifp) {
-    while (ifp->parents)
-        tarn_ifmgr_take_apart(ifp->parents->ifp, ifp);
-    while (ifp->children)
-        tarn_ifmgr_take_apart(ifp, ifp->children->ifp);
+    while (const tarn_ifmgr_list_node *first = tarn_ifmgr_parents(ifp))
+        tarn_ifmgr_take_apart(first->ifp, ifp);
+    while (const tarn_ifmgr_list_node *first = tarn_ifmgr_children(ifp))
+        tarn_ifmgr_take_apart(ifp, first->ifp);
     write_lock_bh(&tarn_if_db_lock);
     while (ifp->upstream_ifs)
         tarn_ifmgr_list_remove(&ifp->upstream_ifs, ifp->upstream_ifs->ifp);
@@ -39,8 +40,8 @@ void _remove_child(tarn_if *vlan, tarn_if *child) {
 }
 
 void _remove_children(tarn_if *vlan) {
-    tarn_ifmgr_list_node *next;
-    for (tarn_ifmgr_list_node *node = vlan->children; node; node = next) {
+    const tarn_ifmgr_list_node *next;
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(vlan); node; node = next) {
         next = node->next;
         _remove_child(vlan, node->ifp);
     }
@@ -54,21 +55,57 @@ void _leave_aggregator(tarn_if *port, tarn_if *aggregator) {
     i32 result = tarn_ifmgr_unbind(aggregator, port);
     if (result < 0)
         pr_err("Error removing %.16s from %.16s ret %d\n", port->name, aggregator->name, result);
-    else if (!aggregator->children)
+    else if (!tarn_ifmgr_children(aggregator))
         tarn_vlan_agg_unbind(aggregator);
 }
 
 void _leave_parents(tarn_if *port) {
-    if (!port->parents)
+    if (!tarn_ifmgr_parents(port))
         return;
-    tarn_ifmgr_list_node *next;
-    for (tarn_ifmgr_list_node *node = port->parents; node; node = next) {
+    const tarn_ifmgr_list_node *next;
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_parents(port); node; node = next) {
         next = node->next;
         _leave_aggregator(port, node->ifp);
     }
-    if (port->parents)
-        pr_err("Parent interface %.16s found while deleting %.16s\n", port->parents->ifp->name,
-               port->name);
+    if (const tarn_ifmgr_list_node *left = tarn_ifmgr_parents(port))
+        pr_err("Parent interface %.16s found while deleting %.16s\n", left->ifp->name, port->name);
+}
+
+void _end_ethernet(tarn_if *ifp) {
+    _unlink(ifp);
+    if (!tarn_ifmgr_eth_device_put(ifp))
+        pr_err("netdevice for %.16s not found\n", ifp->name);
+}
+
+void _end_vlan(tarn_if *ifp) {
+    _remove_children(ifp);
+    _unlink(ifp);
+    if (!ifp->netdev) {
+        pr_err("netdevice for %.16s not found\n", ifp->name);
+        return;
+    }
+    tarn_os_l3_if_unconfigure(ifp);
+    write_once(ifp->netdev, nullptr);
+}
+
+void _end_port(tarn_if *ifp) {
+    if (const tarn_ifmgr_list_node *child = tarn_ifmgr_children(ifp))
+        pr_err("Child interface %.16s found while deleting %.16s\n", child->ifp->name, ifp->name);
+    tarn_vlan_delete_vlan_from_port_all(ifp);
+    _leave_parents(ifp);
+    _unlink(ifp);
+    module_remove_proc_if(ifp);
+    if (ifp->netdev) {
+        tarn_os_l3_if_unconfigure(ifp);
+        write_once(ifp->netdev, nullptr);
+    }
+}
+
+i32 _in_a_change(tarn_if *ifp, void (*end)(tarn_if *ifp)) {
+    tarn_ifmgr_change_begin();
+    end(ifp);
+    tarn_ifmgr_change_end();
+    return 0;
 }
 
 i32 _retired_destructor(tarn_if *) {
@@ -78,10 +115,15 @@ i32 _retired_destructor(tarn_if *) {
 } // namespace
 
 i32 tarn_ifmgr_eth_if_destructor(tarn_if *ifp) {
-    _unlink(ifp);
-    if (!tarn_ifmgr_eth_device_put(ifp))
-        pr_err("netdevice for %.16s not found\n", ifp->name);
-    return 0;
+    return _in_a_change(ifp, _end_ethernet);
+}
+
+i32 tarn_ifmgr_vlan_if_destructor(tarn_if *ifp) {
+    return _in_a_change(ifp, _end_vlan);
+}
+
+i32 tarn_ifmgr_l2_if_destructor(tarn_if *ifp) {
+    return _in_a_change(ifp, _end_port);
 }
 
 bool tarn_ifmgr_eth_device_put(tarn_if *ifp) {
@@ -91,33 +133,6 @@ bool tarn_ifmgr_eth_device_put(tarn_if *ifp) {
         return false;
     dev_put(device);
     return true;
-}
-
-i32 tarn_ifmgr_vlan_if_destructor(tarn_if *ifp) {
-    _remove_children(ifp);
-    _unlink(ifp);
-    if (!ifp->netdev) {
-        pr_err("netdevice for %.16s not found\n", ifp->name);
-        return 0;
-    }
-    tarn_os_l3_if_unconfigure(ifp);
-    write_once(ifp->netdev, nullptr);
-    return 0;
-}
-
-i32 tarn_ifmgr_l2_if_destructor(tarn_if *ifp) {
-    if (ifp->children)
-        pr_err("Child interface %.16s found while deleting %.16s\n", ifp->children->ifp->name,
-               ifp->name);
-    tarn_vlan_delete_vlan_from_port_all(ifp);
-    _leave_parents(ifp);
-    _unlink(ifp);
-    module_remove_proc_if(ifp);
-    if (ifp->netdev) {
-        tarn_os_l3_if_unconfigure(ifp);
-        write_once(ifp->netdev, nullptr);
-    }
-    return 0;
 }
 
 void tarn_ifmgr_if_retire(tarn_if *ifp, bool keeps_device) {

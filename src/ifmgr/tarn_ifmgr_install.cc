@@ -1,6 +1,7 @@
 // Records into the tree.
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_destroy.h"
 #include "ifmgr/tarn_ifmgr_index.h"
@@ -152,17 +153,8 @@ void _start_by_type(tarn_if *ifp) {
     }
 }
 
-} // namespace
-
-tarn_if *_tarn_ifmgr_if_alloc() {
-    return static_cast<tarn_if *>(__kmalloc(sizeof(tarn_if), gfp_here() | __GFP_ZERO));
-}
-
-i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
-    if (!record || !out || !p_tarn_if_db)
-        return TARN_ERR_BAD_ARG;
+i32 _install(tarn_if *record, tarn_if **out, bool take_record) {
     _free_replaced();
-
     tarn_if *ifp = nullptr;
     i32 result = take_record ? _install_itself(record, &ifp) : _install_copy(record, &ifp);
     if (result != 0)
@@ -174,4 +166,19 @@ i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
     __atomic_or_fetch(&ifp->if_flags, TARN_IF_F_VALID, __ATOMIC_RELEASE);
     *out = ifp;
     return 0;
+}
+
+} // namespace
+
+tarn_if *_tarn_ifmgr_if_alloc() {
+    return static_cast<tarn_if *>(__kmalloc(sizeof(tarn_if), gfp_here() | __GFP_ZERO));
+}
+
+i32 _tarn_ifmgr_if_install(tarn_if *record, tarn_if **out, bool take_record) {
+    if (!record || !out || !p_tarn_if_db)
+        return TARN_ERR_BAD_ARG;
+    tarn_ifmgr_change_begin();
+    i32 result = _install(record, out, take_record);
+    tarn_ifmgr_change_end();
+    return result;
 }

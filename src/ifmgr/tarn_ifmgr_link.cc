@@ -1,7 +1,9 @@
 #include "ifmgr/tarn_ifmgr_link.h"
 
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_bind.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "kernel/neigh.h"
 #include "kernel/netdev.h"
 #include "kernel/once.h"
@@ -13,7 +15,18 @@ bool _has_link(u32 flags) {
 }
 
 bool _is_leaf(const tarn_if *ifp) {
-    return !read_once(ifp->children);
+    return !tarn_ifmgr_children(ifp);
+}
+
+void _link_up(tarn_if *ifp) {
+    _tarn_ifmgr_if_hold(ifp);
+    if (_is_leaf(ifp))
+        _tarn_ifmgr_op_count_post(ifp, TARN_OP_RAISE, 1);
+    if (read_once(ifp->if_flags) & TARN_IF_F_AGG_DYNAMIC)
+        set_bits(ifp->flags, IFF_RUNNING);
+    if (ifp->netdev)
+        netif_carrier_on(ifp->netdev);
+    _tarn_ifmgr_if_put(ifp);
 }
 
 void _link_down(tarn_if *ifp) {
@@ -27,38 +40,39 @@ void _link_down(tarn_if *ifp) {
     _tarn_ifmgr_if_put(ifp);
 }
 
-} // namespace
-
-i32 tarn_ifmgr_L2_link_up(tarn_if *ifp) {
-    _tarn_ifmgr_if_hold(ifp);
-    if (_is_leaf(ifp))
-        _tarn_ifmgr_op_count_post(ifp, TARN_OP_RAISE, 1);
-    if (read_once(ifp->if_flags) & TARN_IF_F_AGG_DYNAMIC)
-        write_once(ifp->flags, read_once(ifp->flags) | IFF_RUNNING);
-    if (ifp->netdev)
-        netif_carrier_on(ifp->netdev);
-    _tarn_ifmgr_if_put(ifp);
-    return 0;
-}
-
-void tarn_ifmgr_L2_link_state_check(tarn_if *ifp, u32 was_up) {
-    bool now = _has_link(read_once(ifp->flags));
-    if (now == (was_up != 0))
-        return;
-    if (now)
-        tarn_ifmgr_L2_link_up(ifp);
-    else
-        _link_down(ifp);
-}
-
-i32 _tarn_ifmgr_flags_set(tarn_if *ifp, u32 mask) {
+void _flags_set(tarn_if *ifp, u32 mask) {
     u32 old = read_once(ifp->flags);
-    write_once(ifp->flags, old | mask);
+    set_bits(ifp->flags, mask);
     if (read_once(ifp->if_flags) & TARN_IF_F_AGG)
-        return 0;
+        return;
     if (ifp->type == TARN_IF_TYPE_SWITCHPORT)
         tarn_ifmgr_L2_link_state_check(ifp, _has_link(old));
     else if (ifp->type == TARN_IF_TYPE_VLAN)
         tarn_os_l3_if_flags_set(ifp, mask);
+}
+
+} // namespace
+
+i32 tarn_ifmgr_L2_link_up(tarn_if *ifp) {
+    tarn_ifmgr_change_begin();
+    _link_up(ifp);
+    tarn_ifmgr_change_end();
+    return 0;
+}
+
+void tarn_ifmgr_L2_link_state_check(tarn_if *ifp, u32 was_up) {
+    tarn_ifmgr_change_begin();
+    bool now = _has_link(read_once(ifp->flags));
+    if (now && was_up == 0)
+        _link_up(ifp);
+    else if (!now && was_up != 0)
+        _link_down(ifp);
+    tarn_ifmgr_change_end();
+}
+
+i32 _tarn_ifmgr_flags_set(tarn_if *ifp, u32 mask) {
+    tarn_ifmgr_change_begin();
+    _flags_set(ifp, mask);
+    tarn_ifmgr_change_end();
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "ifmgr/tarn_ifmgr_print.h"
 
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_bind.h"
 #include "kernel/once.h"
 #include "kernel/seq.h"
 
@@ -52,8 +53,8 @@ void _print_record(seq_file *view, const tarn_if *ifp) {
     seq_printf(view, "%-10.16s  %-7d  %5x   %9d  %6d  %04x\n", ifp->name,
                static_cast<i32>(ifp->ifindex), read_once(ifp->flags), read_once(ifp->oper_count),
                refcount_read(&ifp->refcnt), read_once(ifp->if_flags));
-    if (ifp->children)
-        _print_children(view, ifp->children);
+    if (const tarn_ifmgr_list_node *children = tarn_ifmgr_children(ifp))
+        _print_children(view, children);
 }
 
 // As deep as the tree is high: a few dozen at most.
@@ -95,7 +96,7 @@ void tarn_ifmgr_reference_count_print(seq_file *view) {
 
 void tarn_ifmgr_print_children_to_file(seq_file *view, const tarn_if *ifp) {
     read_lock_bh(&tarn_if_db_lock);
-    for (const tarn_ifmgr_list_node *node = ifp->children; node; node = node->next)
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(ifp); node; node = node->next)
         if (node->ifp && _is_valid(node->ifp))
             seq_printf(view, "%.16s\n", node->ifp->name);
     read_unlock_bh(&tarn_if_db_lock);

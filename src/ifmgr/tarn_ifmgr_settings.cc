@@ -31,18 +31,28 @@ i32 _on_index(u32 ifindex, i32 missing, Change change) {
 
 void _if_flag(tarn_if *ifp, u32 flag, bool on) {
     if (on)
-        __atomic_or_fetch(&ifp->if_flags, flag, __ATOMIC_RELAXED);
+        set_bits(ifp->if_flags, flag);
     else
-        __atomic_and_fetch(&ifp->if_flags, ~flag, __ATOMIC_RELAXED);
+        clear_bits(ifp->if_flags, flag);
 }
 
 bool _has_child_with_link(const tarn_if *vlan) {
     bool found = false;
     read_lock_bh(&tarn_if_db_lock);
-    for (const tarn_ifmgr_list_node *node = vlan->children; node && !found; node = node->next)
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(vlan); node && !found;
+         node = node->next)
         found = (read_once(node->ifp->flags) & TARN_IF_LINK) == TARN_IF_LINK;
     read_unlock_bh(&tarn_if_db_lock);
     return found;
+}
+
+void _set_always_up(tarn_if *vlan, bool on) {
+    bool was_on = read_once(vlan->if_flags) & TARN_IF_F_ALWAYS_UP;
+    _if_flag(vlan, TARN_IF_F_ALWAYS_UP, on);
+    if (on)
+        _tarn_ifmgr_flags_set(vlan, read_once(vlan->flags));
+    else if (was_on && !_has_child_with_link(vlan))
+        tarn_os_l3_if_flags_unset(vlan, IFF_RUNNING);
 }
 
 bool _is_tracked(u32 direction, u32 vid) {
@@ -72,15 +82,10 @@ i32 tarn_ifmgr_clear_flags(u32 mask) {
 i32 tarn_ifmgr_set_vlan_options(tarn_if *vlan, u32 options) {
     if (vlan->type != TARN_IF_TYPE_VLAN)
         return -EINVAL;
-    if (options & TARN_VLAN_OPTION_ALWAYS_UP) {
-        _if_flag(vlan, TARN_IF_F_ALWAYS_UP, true);
-        _tarn_ifmgr_flags_set(vlan, read_once(vlan->flags));
-    } else if (read_once(vlan->if_flags) & TARN_IF_F_ALWAYS_UP) {
-        _if_flag(vlan, TARN_IF_F_ALWAYS_UP, false);
-        if (!_has_child_with_link(vlan))
-            tarn_os_l3_if_flags_unset(vlan, IFF_RUNNING);
-    }
+    tarn_ifmgr_change_begin();
+    _set_always_up(vlan, options & TARN_VLAN_OPTION_ALWAYS_UP);
     _if_flag(vlan, TARN_IF_F_NO_VLAN_MEMBER_CHECK, options & TARN_VLAN_OPTION_NO_MEMBER_CHECK);
+    tarn_ifmgr_change_end();
     return 0;
 }
 

@@ -21,14 +21,3 @@ void tarn_ifmgr_update_init();
 // Appends the batch and queues the work, also for an empty batch. Takes the nodes and their
 // references.
 void tarn_ifmgr_update_queue(tarn_ifmgr_list_node *batch);
-
-// Destructors run one at a time, and never beside a creation: the new record may take over the
-// device or the place of one that goes.
-
-// Runs the destructor of a record whose last reference is gone: before it returns where that is
-// possible (process context, `may_sleep`, and nobody is at it already), else soon.
-void tarn_ifmgr_retire(tarn_if *ifp, bool may_sleep);
-// Around a creation: runs what waits, and lets nothing else run until the end; then what came in
-// the meantime. Process context; not nested.
-void tarn_ifmgr_creation_begin();
-void tarn_ifmgr_creation_end();

@@ -13,6 +13,17 @@ inline void write_once(T &word, V value) {
     __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELAXED);
 }
 
+// Bits of a word of which others change other bits meanwhile.
+template <typename T, typename V>
+inline void set_bits(T &word, V bits) {
+    __atomic_or_fetch(&word, static_cast<T>(bits), __ATOMIC_RELAXED);
+}
+
+template <typename T, typename V>
+inline void clear_bits(T &word, V bits) {
+    __atomic_and_fetch(&word, static_cast<T>(~bits), __ATOMIC_RELAXED);
+}
+
 // A statistics counter: two CPUs at once may count one, which is accepted on the packet path.
 template <typename T>
 inline void count_up(T &counter) {

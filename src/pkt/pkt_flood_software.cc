@@ -43,7 +43,7 @@ u32 _length(const tarn_ifmgr_list_node *list) {
 
 // Room for every child, or the few when memory is short.
 u32 _room(_ports *ports, const tarn_if *vlan_if) {
-    u32 children = _length(vlan_if->children);
+    u32 children = _length(tarn_ifmgr_children(vlan_if));
     ports->all = ports->few;
     if (children <= FEW)
         return FEW;
@@ -61,7 +61,7 @@ void _no_memory() {
 void _collect(_ports *ports, const tarn_if *vlan_if, const tarn_if *except, u32 vid, u32 mask) {
     read_lock_bh(&tarn_if_db_lock);
     u32 room = _room(ports, vlan_if);
-    for (const tarn_ifmgr_list_node *node = vlan_if->children; node; node = node->next) {
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_children(vlan_if); node; node = node->next) {
         if (!_wants(vlan_if, except, node->ifp, vid, mask))
             continue;
         tarn_if *xmit_port = tarn_ifmgr_get_L2_xmit_port(node->ifp);

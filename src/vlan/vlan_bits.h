@@ -12,6 +12,8 @@ inline void vlan_bit_write(u32 *bitmap, u32 vid, bool on) {
     if (vid >= TARN_VLAN_COUNT)
         return;
     u32 bit = 1u << (vid & 31);
-    u32 word = read_once(bitmap[vid >> 5]);
-    write_once(bitmap[vid >> 5], on ? word | bit : word & ~bit);
+    if (on)
+        set_bits(bitmap[vid >> 5], bit);
+    else
+        clear_bits(bitmap[vid >> 5], bit);
 }

@@ -1,6 +1,7 @@
 // VLAN membership of ports: adding and removing, the bitmaps and the bindings in step.
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_bind.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "kernel/errno.h"
 #include "kernel/log.h"
 #include "kernel/neigh.h"
@@ -73,9 +74,11 @@ void _add_one(tarn_if *port, u32 vid, u32 tagged) {
 i32 _tarn_vlan_add_bmp_to_port(tarn_if *port, const u32 *bitmap, u32 first, u32 last, u32 tagged) {
     if (!_is_port(port))
         return -EINVAL;
+    tarn_ifmgr_change_begin();
     for (u32 vid = first; vid <= last; vid++)
         if (vlan_bit(bitmap, vid))
             _add_one(port, vid, tagged);
+    tarn_ifmgr_change_end();
     return 0;
 }
 
@@ -96,9 +99,11 @@ void _delete_one(tarn_if *port, u32 vid, u32 flush) {
 // Downwards: the bitmap may be the port's own, which is cleared on the way.
 i32 _tarn_vlan_delete_bmp_from_port(tarn_if *port, const u32 *bitmap, u32 first, u32 last,
                                     u32 flush) {
+    tarn_ifmgr_change_begin();
     for (u32 vid = last; vid >= first && vid <= last; vid--)
         if (vlan_bit(bitmap, vid))
             _delete_one(port, vid, flush);
+    tarn_ifmgr_change_end();
     return 0;
 }
 
@@ -111,6 +116,18 @@ void _move_up(tarn_if *vlan, tarn_if *port, tarn_if *aggregator) {
     tarn_ifmgr_unbind(vlan, port);
     if (!tarn_ifmgr_isbound(vlan, aggregator))
         tarn_ifmgr_bind(vlan, aggregator);
+}
+
+// With every VLAN that the interface stands under, inside a change. The call may take it from
+// there.
+template <typename Call>
+void _for_each_vlan_above(const tarn_if *ifp, Call call) {
+    const tarn_ifmgr_list_node *next;
+    for (const tarn_ifmgr_list_node *node = tarn_ifmgr_parents(ifp); node; node = next) {
+        next = node->next;
+        if (_is_vlan(node->ifp))
+            call(node->ifp);
+    }
 }
 
 } // namespace
@@ -180,28 +197,20 @@ i32 tarn_vlan_unbind_vlan_from_port(tarn_if *vlan, tarn_if *port, u32 flush) {
 i32 tarn_vlan_agg_port_bind_update(tarn_if *port, tarn_if *aggregator, u32 attach) {
     if (!port || !aggregator)
         return -EINVAL;
-    tarn_ifmgr_list_node *next;
-    for (tarn_ifmgr_list_node *node = attach ? port->parents : aggregator->parents; node;
-         node = next) {
-        next = node->next;
-        if (!_is_vlan(node->ifp))
-            continue;
-        if (attach)
-            _move_up(node->ifp, port, aggregator);
-        else
-            tarn_ifmgr_bind(node->ifp, port);
-    }
+    tarn_ifmgr_change_begin();
+    if (attach)
+        _for_each_vlan_above(port, [=](tarn_if *vlan) { _move_up(vlan, port, aggregator); });
+    else
+        _for_each_vlan_above(aggregator, [=](tarn_if *vlan) { tarn_ifmgr_bind(vlan, port); });
+    tarn_ifmgr_change_end();
     return 0;
 }
 
 i32 tarn_vlan_agg_unbind(tarn_if *aggregator) {
     if (!aggregator)
         return -EINVAL;
-    tarn_ifmgr_list_node *next;
-    for (tarn_ifmgr_list_node *node = aggregator->parents; node; node = next) {
-        next = node->next;
-        if (_is_vlan(node->ifp))
-            tarn_ifmgr_unbind(node->ifp, aggregator);
-    }
+    tarn_ifmgr_change_begin();
+    _for_each_vlan_above(aggregator, [=](tarn_if *vlan) { tarn_ifmgr_unbind(vlan, aggregator); });
+    tarn_ifmgr_change_end();
     return 0;
 }

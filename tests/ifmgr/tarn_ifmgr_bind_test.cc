@@ -64,19 +64,6 @@ TEST_F(Bind, an_interface_cannot_stand_under_itself_or_under_one_below_it) {
     forget_log();
 }
 
-TEST_F(Bind, deep_graphs_end) {
-    std::vector<tarn_if *> chain{port_with(77, LINK)};
-    for (u32 k = 1; k <= 20; k++) {
-        chain.push_back(aggregator(7000 + k));
-        bind(chain[k], chain[k - 1]);
-    }
-    EXPECT_EQ(l3_port(chain[0], 1), nullptr);
-    EXPECT_EQ(tarn_ifmgr_bind(chain[0], chain[20]), TARN_ERR_WRONG_TYPE);
-    set_flags(chain[0], NO_LINK);
-    set_flags(chain[0], LINK);
-    settle();
-}
-
 // --- binding
 // ---------------------------------------------------------------------------------------
 
@@ -406,6 +393,19 @@ TEST_F(Bind, an_ethernet_interface_and_a_routed_port_are_their_own_layer_3) {
     EXPECT_EQ(refcount_read(&port1()->refcnt), 2);
     tarn_ifmgr_if_ref_put(port1());
     tarn_ifmgr_l3_switchport_set(5001, 0);
+}
+
+TEST_F(Bind, one_that_waits_for_its_end_is_nobodys_layer_3) {
+    tarn_if *port = port_with(77, LINK, 1);
+    EXPECT_EQ(tarn_ifmgr_l3_switchport_set(77, 9), 0);
+    _tarn_ifmgr_if_hold(port);
+    tarn_ifmgr_delete_interface(port);
+    tarn_ifmgr_if_ref_put_later(port);
+    EXPECT_EQ(tarn_ifmgr_get_matching_L3_port(port, 1), nullptr);
+    EXPECT_EQ(refcount_read(&port->refcnt), 0);
+    EXPECT_THAT(log(), IsEmpty());
+    settle();
+    remember();
 }
 
 TEST_F(Bind, a_frame_belongs_to_its_own_vlan_and_not_to_the_first_above_its_port) {

@@ -18,6 +18,7 @@
 #include <climits>
 #include <map>
 #include <random>
+#include <thread>
 
 using ::testing::AllOf;
 using ::testing::ElementsAre;
@@ -190,6 +191,30 @@ TEST(LockRules, whoever_waits_for_itself_is_stopped) {
     EXPECT_DEATH((write_lock_bh(&lock), write_lock_bh(&lock)), "kernel BUG");
     EXPECT_DEATH((write_lock_bh(&lock), read_lock_bh(&lock)), "kernel BUG");
     EXPECT_DEATH((read_lock_bh(&lock), read_unlock_bh(&lock), read_unlock_bh(&lock)), "kernel BUG");
+}
+
+TEST(LockRules, an_account_is_kept_of_what_a_thread_holds) {
+    if (!LOCKDEP)
+        GTEST_SKIP() << "nobody keeps account in this build";
+    static rwlock_t lock, other;
+    rwlock_init(&lock, "lock");
+    rwlock_init(&other, "other");
+    EXPECT_FALSE(lockdep_is_held(&lock));
+    read_lock_bh(&lock);
+    read_lock_bh(&lock);
+    write_lock_bh(&other);
+    EXPECT_TRUE(lockdep_is_held(&lock));
+    EXPECT_TRUE(lockdep_is_held(&other));
+    std::thread([] { EXPECT_FALSE(lockdep_is_held(&lock)); }).join();
+    read_unlock_bh(&lock);
+    write_unlock_bh(&other);
+    EXPECT_TRUE(lockdep_is_held(&lock));
+    EXPECT_FALSE(lockdep_is_held(&other));
+    read_unlock_bh(&lock);
+    EXPECT_FALSE(lockdep_is_held(&lock));
+    EXPECT_DEATH((read_lock_bh(&lock), read_unlock_bh(&other)), "kernel BUG");
+    lockdep_assert(true);
+    EXPECT_DEATH(lockdep_assert(false), "kernel BUG");
 }
 
 TEST(LockRules, bottom_halves_are_not_turned_on_more_often_than_off) {

@@ -4,6 +4,7 @@
 #include "config/config.h"
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_change.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_link.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
@@ -71,9 +72,11 @@ std::string chip(const std::string &line, bool *ok = nullptr) {
 
 // The link of a port, as a control daemon tells it.
 void tell_link(tarn_if *port, bool up) {
+    tarn_ifmgr_change_begin();
     u32 old = read_once(port->flags);
     write_once(port->flags, up ? old | IFF_RUNNING : old & ~IFF_RUNNING);
     tarn_ifmgr_L2_link_state_check(port, (old & TARN_IF_LINK) == TARN_IF_LINK);
+    tarn_ifmgr_change_end();
 }
 
 // The port that the chip has opened on a device, whoever told it to; 0 for none.

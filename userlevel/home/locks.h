@@ -11,15 +11,35 @@ struct rwlock_t {
     pthread_rwlock_t lock;
 };
 
+#ifdef TARN_LOCKDEP
+inline constexpr bool LOCKDEP = true;
+#else
+inline constexpr bool LOCKDEP = false;
+#endif
+
+namespace userlevel {
+// The account of what the thread holds.
+void lock_taken(const rwlock_t *lock);
+void lock_dropped(const rwlock_t *lock);
+} // namespace userlevel
+
+inline void lockdep_failed(const char *file, int line) {
+    kernel_bug(file, line);
+}
+
 inline void rwlock_init(rwlock_t *, const char *) {}
 
 inline void read_lock_bh(rwlock_t *lock) {
     local_bh_disable();
     if (pthread_rwlock_rdlock(&lock->lock) != 0)
         BUG();
+    if constexpr (LOCKDEP)
+        userlevel::lock_taken(lock);
 }
 
 inline void read_unlock_bh(rwlock_t *lock) {
+    if constexpr (LOCKDEP)
+        userlevel::lock_dropped(lock);
     pthread_rwlock_unlock(&lock->lock);
     local_bh_enable();
 }
@@ -28,9 +48,10 @@ inline void write_lock_bh(rwlock_t *lock) {
     local_bh_disable();
     if (pthread_rwlock_wrlock(&lock->lock) != 0)
         BUG();
+    if constexpr (LOCKDEP)
+        userlevel::lock_taken(lock);
 }
 
 inline void write_unlock_bh(rwlock_t *lock) {
-    pthread_rwlock_unlock(&lock->lock);
-    local_bh_enable();
+    read_unlock_bh(lock);
 }

@@ -9,6 +9,9 @@ extern constinit thread_local u32 preempt_depth;
 inline u32 preempt_count() {
     return userlevel::preempt_depth;
 }
+inline const void *current_task() {
+    return &userlevel::preempt_depth;
+}
 inline void local_bh_disable() {
     userlevel::preempt_depth += SOFTIRQ_DISABLE_OFFSET;
 }

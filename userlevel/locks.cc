@@ -1,0 +1,25 @@
+#include "kernel/locks.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+thread_local std::vector<const rwlock_t *> held; // latest last
+
+} // namespace
+
+void userlevel::lock_taken(const rwlock_t *lock) {
+    held.push_back(lock);
+}
+
+void userlevel::lock_dropped(const rwlock_t *lock) {
+    auto latest = std::find(held.rbegin(), held.rend(), lock);
+    if (latest == held.rend())
+        BUG(); // dropped by somebody who never took it
+    held.erase(std::next(latest).base());
+}
+
+bool lockdep_is_held(const rwlock_t *lock) {
+    return std::find(held.begin(), held.end(), lock) != held.end();
+}
