@@ -20,8 +20,8 @@ constinit rwlock_t _lock{};
 constinit tarn_avl_tree *_tree = nullptr; // null: memory was short; the next add makes it
 constinit u32 _entries = 0;
 
-// By the difference of the groups, on purpose: those 2^31 and more apart compare the wrong way
-// round, and are found all the same.
+// Groups as the word lies in memory. Unsigned, and not by their difference, which is no order: it
+// loses those that are 2^31 and more apart.
 int _tarn_multicast_flooding_cmp(const void *key, const void *info) {
     const auto *a = static_cast<const tarn_mc_flood_group *>(key);
     const auto *b = static_cast<const tarn_mc_flood_group *>(info);
@@ -29,7 +29,9 @@ int _tarn_multicast_flooding_cmp(const void *key, const void *info) {
         return a->fib_id < b->fib_id ? -1 : 1;
     if (a->vid != b->vid)
         return a->vid < b->vid ? -1 : 1;
-    return static_cast<int>(a->group - b->group);
+    if (a->group != b->group)
+        return a->group < b->group ? -1 : 1;
+    return 0;
 }
 
 void _tarn_mcdrop_data_free(void *info) {

@@ -1,14 +1,17 @@
 // The interface database.
+#include "support/chance.h"
 #include "support/switch_test.h"
 
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_index.h"
 #include "module/tarn_module.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <chrono>
 #include <cstring>
+#include <set>
 #include <thread>
 
 using ::testing::ElementsAre;
@@ -94,6 +97,37 @@ TEST_F(Database, ifindexes_compare_unsigned) {
     EXPECT_THAT(order, ElementsAre(301, 5001, 0xFFFFFFF0));
     EXPECT_EQ(tarn_ifmgr_lookup_by_index(0xFFFFFFF0), high);
     tarn_ifmgr_if_ref_put(high);
+}
+
+TEST_F(Database, holds_what_a_set_of_its_numbers_holds) {
+    struct : Chance {
+        // Neighbours, in every part of the range.
+        u32 number() { return below(64) + (below(8) << 29); }
+    } chance;
+    std::set<u32> numbers{301, 5001};
+    auto is_found = [](u32 ifindex) {
+        tarn_if *found = tarn_ifmgr_lookup_by_index(ifindex);
+        tarn_ifmgr_if_ref_put(found);
+        return found && found->ifindex == ifindex;
+    };
+    for (u32 step = 0; step < 1000; step++) {
+        u32 number = chance.number();
+        ASSERT_EQ(is_found(number), numbers.contains(number)) << number;
+        if (numbers.insert(number).second)
+            configure([=] {
+                tarn_if *record = _tarn_ifmgr_if_alloc(), *out = nullptr;
+                record->ifindex = number;
+                record->type = TARN_IF_TYPE_SWITCHPORT;
+                EXPECT_EQ(_tarn_ifmgr_if_install(record, &out, true), 0);
+            });
+        ASSERT_TRUE(is_found(number)) << number;
+    }
+    std::vector<u32> order;
+    for (tarn_avl_node *node = tarn_avl_first_node(p_tarn_if_db->tree); node;
+         node = tarn_avl_next_node(node))
+        order.push_back(static_cast<tarn_if *>(node->info)->ifindex);
+    EXPECT_TRUE(std::ranges::equal(order, numbers));
+    EXPECT_GT(numbers.size(), 300u);
 }
 
 TEST_F(Database, numbers_that_share_a_place_of_the_index_are_told_apart) {
