@@ -113,6 +113,12 @@ static bool may_be_behind(int device, u32 port)
 	return may;
 }
 
+/* The kernel's in_range() takes a length where its name promises an end. */
+static bool is_discovery(u8 type)
+{
+	return type >= NDISC_ROUTER_SOLICITATION && type <= NDISC_REDIRECT;
+}
+
 /* A frame on its way into the IP stack, at its network header; its port stands at the end of the control
  * block. */
 void tarn_k_neigh_learn(const struct sk_buff *skb)
@@ -131,7 +137,7 @@ void tarn_k_neigh_learn(const struct sk_buff *skb)
 	if (skb->protocol != htons(ETH_P_IPV6) || skb_headlen(skb) <= sizeof(*ipv6) ||
 	    ipv6->nexthdr != NEXTHDR_ICMP)
 		return;
-	if (in_range(skb->data[sizeof(*ipv6)], NDISC_ROUTER_SOLICITATION, NDISC_REDIRECT))
+	if (is_discovery(skb->data[sizeof(*ipv6)]))
 		learn(skb->dev->ifindex, eth_hdr(skb)->h_source, port);
 }
 

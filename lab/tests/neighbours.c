@@ -1,12 +1,13 @@
 /*
  * The neighbours that the IP stack forgets, looked for in its tables before and after: by VLAN, device,
- * port and MAC address, these and no others.
+ * port and MAC address, these and no others. A port is known from ARP and neighbour discovery alone.
  *
  *   host 1, port 1 and host 2, port 2 on VLAN 10; host 3, port 3 on VLAN 20, with host 2's MAC address
  */
 #include "switch.h"
 
 #include <arpa/inet.h>
+#include <linux/if_packet.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@
 #include "../../tests/control/nl_cases.h"
 
 #define ANY_VLAN 0xFFFFFFFFu
+#define ECHO_REPLY 129 /* of ICMPv6 */
 #define EVERY_DEVICE 0
 #define BOTH 0
 
@@ -237,6 +239,37 @@ static int link_falls(int k)
 	return 0;
 }
 
+/* ICMPv6 of that type from host 1's addresses to the switch, out of host k. */
+static int say_as_host1(int k, unsigned char type)
+{
+	unsigned char frame[64] = {
+		2, 0, 0, 0, 0, 0xfe, 2, 0, 0, 0, 9, 1, 0x86, 0xdd, 0x60, 0, 0, 0, 0, 8, 58, 255,
+		0xfd, 0, 0, 0x10, [37] = 1, 0xfd, 0, 0, 0x10, [53] = 0xfe, type,
+	};
+	struct sockaddr_ll to = { .sll_family = AF_PACKET, .sll_halen = 6 };
+	struct net_link link;
+	char name[8];
+	int fd = net_socket(host[k], AF_PACKET, SOCK_RAW, 0);
+	long sent;
+
+	snprintf(name, sizeof(name), "h%d", k);
+	net_link(host[k], name, &link);
+	to.sll_ifindex = link.index;
+	sent = sendto(fd, frame, sizeof(frame), 0, (struct sockaddr *)&to, sizeof(to));
+	close(fd);
+	net_pause(50);
+	return sent != sizeof(frame);
+}
+
+/* Host 1 seems to speak on port 2; then it does speak, so that the chip finds it again. */
+static int flush_behind_impostor(unsigned char type)
+{
+	int failed = say_as_host1(2, type) ||
+		     flush_port(BOTH, ANY_VLAN, SWITCH_PORT(2), EVERY_DEVICE) != 0;
+
+	return say_as_host1(1, ECHO_REPLY) || failed;
+}
+
 /* A host that asks for the switch by itself is back at once, so there is a second try. */
 #define FORGETS(wanted, command)                                                                   \
 	do {                                                                                       \
@@ -314,6 +347,12 @@ int main(void)
 	FORGETS(HOST2 | HOST2_6, flush_port(BOTH, ANY_VLAN, SWITCH_PORT(2), SWITCH_VLAN(10)));
 	FORGETS(0, flush_port(BOTH, ANY_VLAN, SWITCH_PORT(2), SWITCH_VLAN(20)));
 	FORGETS(0, flush_port(BOTH, ANY_VLAN, 5999, EVERY_DEVICE));
+	for (int type = 132; type <= 255; type += type < 138 ? 1 : 39) {
+		int is_discovery = type >= 133 && type <= 137;
+
+		FORGETS(HOST2 | HOST2_6 | (is_discovery ? HOST1 | HOST1_6 : 0),
+			flush_behind_impostor(type));
+	}
 	FORGETS(HOST2, flush_mac(EVERY_DEVICE, 10, mac2));
 	FORGETS(HOST3, flush_mac(SWITCH_VLAN(20), 20, mac2));
 	FORGETS(HOST1 | HOST1_6 | BY_HAND, moved(SWITCH_VLAN(10), mac1));
