@@ -1,5 +1,6 @@
 #include "ifmgr/tarn_ifmgr_create.h"
 
+#include "ifmgr/tarn_if_device.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_change.h"
@@ -118,9 +119,7 @@ i32 _create_ethernet(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
         _failed("tarn_ifmgr_ethernet_create", name);
         return result;
     }
-    char device_name[NETDEV_NAME_SIZE];
-    snprintf(device_name, sizeof(device_name), "%.15s", ifp->name);
-    write_once(ifp->netdev, dev_get_by_name(device_name)); // need not be there
+    write_once(ifp->netdev, tarn_if_device_get(ifp)); // need not be there
     return 0;
 }
 

@@ -1,6 +1,7 @@
 // Devices of layer 3 interfaces: how they come and go, and what the IP stack knows of them.
 #include "pkt/pkt_l3dev.h"
 
+#include "ifmgr/tarn_if_device.h"
 #include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "kernel/once.h"
@@ -108,15 +109,13 @@ bool _any(u32, u32, u32) {
 } // namespace
 
 net_device *tarn_eth_drv_create_netdevice(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
-    char name[NETDEV_NAME_SIZE];
-    snprintf(name, sizeof(name), "%.15s", ifp->name);
-    if (net_device *existing = dev_get_by_name(name))
+    if (net_device *existing = tarn_if_device_get(ifp))
         return _adopt(existing, ifp, hwaddr, hwaddr_len);
 
     net_device *device = alloc_etherdev_mqs(sizeof(tarn_eth_priv), 1, 1);
     if (!device)
         return nullptr;
-    netdev_set_name(device, name);
+    netdev_set_name(device, tarn_if_device_name(ifp).text);
     _fill(device, ifp, true);
     _set_address(device, hwaddr, hwaddr_len);
     _carrier(device, ifp);

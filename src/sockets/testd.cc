@@ -1,5 +1,6 @@
 // "testd", family 55: a loop test that sends frames of type 0x9000 and gets them back, from the
 // chain as from the IP stack.
+#include "ifmgr/tarn_if_device.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "kernel/errno.h"
@@ -34,9 +35,7 @@ i32 _route(socket_send *send) {
 
 // Any answer of the queue that is no error counts as sent.
 i32 _through_stack(const tarn_if *ifp, sk_buff *skb) {
-    char name[TARN_IF_NAME_SIZE + 1];
-    snprintf(name, sizeof(name), "%.16s", ifp->name);
-    net_device *device = dev_get_by_name(name);
+    net_device *device = tarn_if_device_get(ifp);
     if (!device)
         return socket_sent(skb, static_cast<u32>(-EINVAL));
     skb_set_dev(skb, device);

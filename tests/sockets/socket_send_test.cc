@@ -7,6 +7,7 @@
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 namespace {
 
@@ -354,6 +355,15 @@ TEST_F(Send, testd_takes_any_answer_of_a_device_but_an_error) {
     EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), 20);
     record.queue_result = -EINVAL;
     EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), -EINVAL);
+}
+
+TEST_F(Send, testd_finds_the_device_of_a_name_that_fills_its_bytes) {
+    net_device *device = configure([] { return userlevel::netdev_create("fifteen-letters"); });
+    add_ethernet("fifteen-letters-and-more", 700)->flags = TARN_IF_LINK;
+    auto &record = userlevel::netdev_recorded(device);
+    struct socket *testd = open(TARN_AF_TESTD);
+    EXPECT_EQ(send(testd, vlan_name(700), Bytes(20, 1)), 20);
+    EXPECT_THAT(record.sent, SizeIs(1));
 }
 
 TEST_F(Send, testd_needs_the_device_that_it_sends_through) {
