@@ -136,7 +136,8 @@ enum tarnfwd_cmd {
     /* VLAN interfaces VID_START to VID_END - 1 come to be; the answer is that of the last.
      * VID_START, VID_END, VLAN_OPTIONS, MAC. */
     TARNFWD_CMD_IF_CREATE_SVI_RANGE = 7,
-    /* IFINDEX, VLAN_OPTIONS (TARNFWD_VLAN_NO_MEMBER_CHECK alone counts). Unknown: -1. */
+    /* IFINDEX, VLAN_OPTIONS (TARNFWD_VLAN_ALWAYS_UP and TARNFWD_VLAN_NO_MEMBER_CHECK count, each set or
+     * cleared as it is there). Unknown: -1. */
     TARNFWD_CMD_IF_SET_VLAN_OPTIONS = 8,
     /* A VXLAN tunnel of a VLAN comes or goes. STATE, VID, VXLAN_VNI, VXLAN_REMOTE_ADDR,
      * VXLAN_LOCAL_ADDR. Always 0. */
@@ -324,7 +325,7 @@ enum tarnfwd_port_kind {
 /* VLAN_OPTIONS */
 #define TARNFWD_VLAN_MIRROR 0x1u           /* at creation: a remote mirror VLAN */
 #define TARNFWD_VLAN_LOCAL 0x2u            /* at creation: of this stack member alone */
-#define TARNFWD_VLAN_ALWAYS_UP 0x4u        /* at creation: up without a port that is */
+#define TARNFWD_VLAN_ALWAYS_UP 0x4u        /* at any time: up without a port that is */
 #define TARNFWD_VLAN_NO_MEMBER_CHECK 0x20u /* IF_SET_VLAN_OPTIONS: frames from any port belong */
 
 enum tarnfwd_stp_state {

@@ -39,6 +39,8 @@ i32 _create(const nl_command &command) {
     u8 kind = command.byte(TARNFWD_ATTR_IF_KIND);
     if (kind == 0 || kind > TARNFWD_IF_KIND_MAX)
         return -EOPNOTSUPP;
+    if (kind != TARNFWD_IF_KIND_ETHERNET && kind != TARNFWD_IF_KIND_PORT)
+        return 0; // VLAN interfaces come in ranges; the other kinds need nothing from here
     const u8 *mac = command.has(TARNFWD_ATTR_MAC) ? command.mac() : nullptr;
     if (mac && command.length(TARNFWD_ATTR_MAC) < HWADDR_SIZE)
         return -EINVAL;
@@ -46,9 +48,7 @@ i32 _create(const nl_command &command) {
     if (kind == TARNFWD_IF_KIND_ETHERNET)
         return tarn_ifmgr_ethernet_create(name.text, mac, command.word(TARNFWD_ATTR_FLAGS),
                                           command.ifindex(), TARN_IF_TYPE_ETHERNET);
-    if (kind == TARNFWD_IF_KIND_PORT)
-        return _create_port(command, name.text, mac);
-    return 0; // VLAN interfaces come in ranges; the other kinds need nothing from here
+    return _create_port(command, name.text, mac);
 }
 
 // Marked first, so that nothing finds it while its last references go.

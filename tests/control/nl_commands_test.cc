@@ -55,6 +55,7 @@ TEST_F(NlCommands, a_newlink_of_port_kinds_2_and_3_makes_aggregators) {
 TEST_F(NlCommands, a_newlink_of_a_kind_that_is_made_otherwise_makes_nothing) {
     for (u8 kind : {1, 4, 5, 6, 7, 8, 9}) {
         EXPECT_EQ(change(newlink(kind, 5100).mac()), 0);
+        EXPECT_EQ(change(newlink(kind, 5100).bytes(TARNFWD_ATTR_MAC, {2, 0, 0})), 0);
         EXPECT_EQ(find(5100), nullptr);
     }
 }
