@@ -43,7 +43,9 @@ i32 tarn_ipv4_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *inst
 
 constexpr u32 SOURCE_OFFSET = 12; // in the IPv4 header
 
-// The chip classifies by subnet itself, but hands such a frame to the CPU in the wrong VLAN.
+// The chip classifies by subnet itself, but hands such a frame to the CPU in the wrong VLAN. The
+// hooks come after the frame's tag has been taken off, so that only a second tag is a tag here: a
+// frame that came with one goes where an untagged one goes.
 void tarn_ipv4_modify_packet_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *ifp,
                                 sk_buff *skb) {
     if (!(meta->flags & TARN_RX_SUBNET_VLAN))

@@ -285,10 +285,19 @@ TEST_F(SubnetVlan, other_types_keep_their_vlan) {
     EXPECT_EQ(hook("ipv6_precheck", Frame().ipv4({})), (Vids{1, 1}));
 }
 
-TEST_F(SubnetVlan, a_frame_with_a_tag_keeps_its_vlan) {
+// The hooks come when the first tag is off.
+TEST_F(SubnetVlan, a_frame_that_came_with_one_tag_goes_where_an_untagged_one_goes) {
+    answers().subnet_vlans[be32_to_cpu(0xC0000201)] = 20; // 192.0.2.1
+    EXPECT_EQ(vids_after(Frame().tag(5).ipv4({}), WANTED), (Vids{20, 20}));
+    EXPECT_EQ(vids_after(Frame().tag(5).ipv4({.source = {192, 0, 2, 9}}), WANTED), (Vids{7, 7}));
+    EXPECT_EQ(vids_after(Frame().tag(5).ipv6({}), WANTED), (Vids{7, 7}));
+}
+
+TEST_F(SubnetVlan, a_frame_that_has_a_second_tag_keeps_its_vlan) {
     EXPECT_EQ(hook("ipv4", Frame().tag(5).ipv4({})), (Vids{1, 1}));
     EXPECT_EQ(hook("ipv6_precheck", Frame().tag(5).ipv6({})), (Vids{1, 1}));
     EXPECT_EQ(vids_after(Frame().tag(5).tag(6).ipv4({}), WANTED), (Vids{1, 1}));
+    EXPECT_EQ(vids_after(Frame().tag(5).tag(6).ipv6({}), WANTED), (Vids{1, 1}));
 }
 
 TEST_F(SubnetVlan, a_header_that_is_cut_short_has_address_zero) {
