@@ -91,6 +91,7 @@ int main(void)
 	OFFSET(TARN_SKB_PRIORITY, sk_buff, priority);
 	OFFSET(TARN_SKB_DEV, sk_buff, dev);
 	OFFSET(TARN_SKB_PROTOCOL, sk_buff, protocol);
+	OFFSET(TARN_SKB_MAC_HEADER, sk_buff, mac_header);
 	OFFSET(TARN_SKB_CB, sk_buff, cb);
 	OFFSET(TARN_SKB_USERS, sk_buff, users);
 	DEFINE(TARN_SKB_CB_SIZE, sizeof_field(struct sk_buff, cb));

@@ -67,6 +67,7 @@ sk_buff *make(u64 total, gfp_t flags, const void *site) {
     }
     skb->head = skb->data = skb->tail = block;
     skb->end = block + usable;
+    skb->mac_header = SKB_NO_MAC_HEADER;
     skb->users = 1;
     skb->truesize = static_cast<u32>(usable) + SK_BUFF + SHARED_INFO;
     skb_watch(skb);
@@ -81,6 +82,7 @@ void copy_header(sk_buff *to, const sk_buff *from) {
     to->mark = from->mark;
     to->priority = from->priority;
     to->dev = from->dev;
+    to->mac_header = from->mac_header; // the room in front is the same
     std::memcpy(to->cb, from->cb, sizeof(to->cb));
 }
 
@@ -304,6 +306,8 @@ int pskb_expand_head(sk_buff *skb, int before, int after, gfp_t flags) {
     skb->head = block;
     skb->end = block + usable;
     skb->was_cloned = 0;
+    if (skb->mac_header != SKB_NO_MAC_HEADER)
+        skb->mac_header = static_cast<u16>(skb->mac_header + before);
     if (!skb->sk)
         skb->truesize += static_cast<u32>(usable) - old_usable;
     release(old);

@@ -108,7 +108,7 @@ struct rxtx_hw_callbacks {
     int32_t (*cache_index)(unsigned long a, unsigned long b, unsigned long c);
 };
 
-/* --- what the core exports, to modules of any licence ------------------------------------------- */
+/* --- what the core exports, to modules of any licence ------------------------------------------ */
 
 /*
  * Takes over the callbacks, all six at once, in place of those before; there is no way back but to

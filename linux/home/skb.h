@@ -48,6 +48,12 @@ inline u32 skb_priority(const sk_buff *skb) {
 inline void skb_set_protocol(sk_buff *skb, u16 protocol) {
     home::field<u16>(skb, TARN_SKB_PROTOCOL) = protocol;
 }
+inline void skb_mac_header_back(sk_buff *skb, u32 length) {
+    constexpr u16 unknown = 0xFFFF;
+    u16 &from_head = home::field<u16>(skb, TARN_SKB_MAC_HEADER);
+    if (from_head != unknown && from_head >= length)
+        from_head = static_cast<u16>(from_head - length);
+}
 inline void skb_orphan(sk_buff *skb) {
     tarn_k_skb_orphan(skb);
 }

@@ -40,6 +40,8 @@ void skb_set_mark(sk_buff *skb, u32 mark);
 void skb_set_icmp_trapped(sk_buff *skb); // for an IP stack that asks: a rule on ICMP trapped it
 u32 skb_priority(const sk_buff *skb);
 void skb_set_protocol(sk_buff *skb, u16 protocol); // network order
+// The link header begins that many bytes earlier; where no place of it is known, none is.
+void skb_mac_header_back(sk_buff *skb, u32 length);
 net_device *skb_dev(const sk_buff *skb);
 void skb_set_dev(sk_buff *skb, net_device *device);
 

@@ -79,9 +79,17 @@ struct frame_bytes {
 };
 
 // Takes an IEEE 802.1Q tag off the front of the frame, in place: the addresses move up by four
-// bytes. True when there was one, with *tci its control word. A frame that ends within its tag is
-// left alone, and so is one whose data is shared and for which no copy could be had.
+// bytes. True when there was one, with *tci its control word. A frame that ends within its tag has
+// one all the same, and keeps it. False too for one whose data is shared and for which no copy
+// could be had.
 bool frame_strip_tag(sk_buff *skb, u16 *tci);
+
+inline bool frame_ends_within_tag(const frame_bytes &frame) {
+    return frame.length < VLAN_TYPE_OFFSET && frame.be16(ETH_TYPE_OFFSET) == ETH_P_8021Q;
+}
+
+// Puts a tag before the frame's type, where there is room for it and the bytes are its own.
+void frame_insert_tag(sk_buff *skb, u16 tci);
 
 // The frame's port word: the last word of its control block, an ifindex. It says where a resend
 // goes and is not cleared on entry: what the frame arrives with counts.

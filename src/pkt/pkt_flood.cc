@@ -57,7 +57,7 @@ u32 _flood_tagged(const _flood_way &way, u32 vid, u32 outer, sk_buff *skb) {
 
 u32 _flood_stripped(const _flood_way &way, u32 vid, sk_buff *skb) {
     frame_bytes frame(skb);
-    if (frame.be16(ETH_TYPE_OFFSET) != ETH_P_8021Q)
+    if (frame.be16(ETH_TYPE_OFFSET) != ETH_P_8021Q || frame_ends_within_tag(frame))
         return 0;
     // The control word as it lies in memory, on purpose: no byte swap.
     u16 word = 0;

@@ -18,18 +18,21 @@ i32 _make_writable(sk_buff *skb, u32 headroom) {
     return pskb_expand_head(skb, narrow ? MORE_HEADROOM : 0, 0, GFP_ATOMIC);
 }
 
+// One that ended within its tag has never lost it.
+bool _still_has(const sk_buff *skb, u32 tag) {
+    frame_bytes frame(skb);
+    return frame_ends_within_tag(frame) && frame.be16(VLAN_TCI_OFFSET) == static_cast<u16>(tag);
+}
+
 } // namespace
 
 i32 tap_restore_tag(sk_buff *skb, u32 tag) {
     // A frame that ends within its addresses never had one that could be stripped.
-    if (!(tag & TARN_TAG_PRESENT) || skb_len(skb) < 2 * ETH_ALEN)
+    if (!(tag & TARN_TAG_PRESENT) || skb_len(skb) < 2 * ETH_ALEN || _still_has(skb, tag))
         return 0;
     if (_make_writable(skb, VLAN_HLEN) != 0)
         return -ENOMEM;
-    auto *data = static_cast<u8 *>(skb_push(skb, VLAN_HLEN));
-    memmove(data, data + VLAN_HLEN, 2 * ETH_ALEN);
-    const u16 words[2] = {cpu_to_be16(ETH_P_8021Q), cpu_to_be16(static_cast<u16>(tag))};
-    memcpy(data + ETH_TYPE_OFFSET, words, sizeof(words));
+    frame_insert_tag(skb, static_cast<u16>(tag));
     return 0;
 }
 

@@ -31,10 +31,7 @@ bool _make_room(sk_buff *skb) {
 sk_buff *_tag(sk_buff *skb, const tarn_post_info *info) {
     if (!_make_room(skb))
         return nullptr;
-    auto *data = static_cast<u8 *>(skb_push(skb, VLAN_HLEN));
-    memmove(data, data + VLAN_HLEN, 2 * ETH_ALEN);
-    const u16 tag[] = {cpu_to_be16(ETH_P_8021Q), cpu_to_be16(static_cast<u16>(info->rx_vid))};
-    memcpy(data + ETH_TYPE_OFFSET, tag, sizeof(tag));
+    frame_insert_tag(skb, static_cast<u16>(info->rx_vid));
     return skb;
 }
 

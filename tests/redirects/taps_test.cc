@@ -109,6 +109,40 @@ TEST_F(Taps, the_tag_is_put_back) {
     EXPECT_THAT(flows, ElementsAre(flowd_message(TAGGED)));
 }
 
+// It was never taken off.
+TEST_F(Taps, a_frame_that_ends_within_its_tag_is_told_as_it_came) {
+    for (std::size_t length : {12u, 13u, 14u, 15u, 16u, 17u}) {
+        Bytes frame = Frame().tag(0x6005).bytes({1, 2, 3}).cut(length);
+        samples.clear();
+        flows.clear();
+        receive(frame, sampled(8));
+        receive(frame, tracked());
+        EXPECT_THAT(samples, ElementsAre(sflow_message(frame, 0))) << length;
+        EXPECT_THAT(flows, ElementsAre(flowd_message(frame))) << length;
+        frame = Frame().tag(0x6005).tag(0x1234).cut(4 + length); // its second tag
+        receive(frame, sampled(8));
+        EXPECT_EQ(samples.back(), sflow_message(frame, 0)) << length;
+    }
+}
+
+TEST_F(Taps, the_link_header_begins_where_the_tag_is_put_back) {
+    tarn_post_info info{.rx_port = port1(), .code = 8, .tag = 0x10005};
+    for (u32 headroom : {3u, 40u}) {
+        sk_buff *skb = userlevel::frame_make(PLAIN, headroom);
+        skb->mac_header = static_cast<u16>(headroom);
+        skb = redirect("sflow").post(skb, &info);
+        EXPECT_EQ(skb->head + skb->mac_header, skb->data + 28) << headroom; // behind the message
+        kfree_skb(skb);
+    }
+}
+
+TEST_F(Taps, a_link_header_that_nobody_named_stays_unnamed) {
+    tarn_post_info info{.rx_port = port1(), .code = 8, .tag = 0x10005};
+    sk_buff *skb = redirect("sflow").post(userlevel::frame_make(PLAIN), &info);
+    EXPECT_EQ(skb->mac_header, SKB_NO_MAC_HEADER);
+    kfree_skb(skb);
+}
+
 TEST_F(Taps, a_tag_without_its_mark_is_none) {
     tarn_post_info info{.rx_port = port1(), .code = 8, .tag = 0x0FFFF};
     for (const char *name : {"sflow", "flowd"}) {

@@ -163,6 +163,16 @@ TEST_F(ReceiveSockets, befd_takes_untagged_frames_of_its_type) {
     EXPECT_EQ(decide("befd", Frame().to("00:0c:25:0a:8c:01"), arrived()), (Decision{STOP, 3}));
 }
 
+// So it is for everybody, whether the frame goes on behind its tag or not.
+TEST_F(ReceiveSockets, befd_takes_a_frame_that_ends_within_its_tag_for_tagged) {
+    const Bytes whole = Frame().to("00:0c:25:0a:8c:01").from("02:00:00:00:00:99").tag(1);
+    for (std::size_t length : {13u, 14u, 15u, 16u}) {
+        u32 before = redirect("befd").stop_reasons[1];
+        receive(Bytes(whole.begin(), whole.begin() + static_cast<long>(length)));
+        EXPECT_EQ(redirect("befd").stop_reasons[1], before + 1) << length;
+    }
+}
+
 TEST_F(ReceiveSockets, isis_goes_to_the_ip_stack) {
     for (const char *to :
          {"01:80:c2:00:00:14", "01:80:c2:00:00:15", "09:00:2b:00:00:04", "09:00:2b:00:00:05"}) {
@@ -410,6 +420,18 @@ TEST_F(ReceiveSockets, ryke_makes_room_for_the_tag) {
     for (u32 headroom : {0u, 3u, 4u, 39u, 40u}) {
         receive_skb(userlevel::frame_make(RYKE, headroom));
         EXPECT_EQ(read(ryke).data.size(), RYKE.size() + 4) << headroom;
+    }
+}
+
+TEST_F(ReceiveSockets, ryke_moves_the_link_header_to_where_the_tag_makes_it_begin) {
+    tarn_post_info info{.rx_port = port1(), .rx_vid = 1};
+    for (u32 headroom : {0u, 3u, 4u, 64u}) {
+        sk_buff *skb = userlevel::frame_make(RYKE, headroom);
+        skb->mac_header = static_cast<u16>(headroom);
+        skb = redirect("ryke").post(skb, &info);
+        const u8 *begins = skb->tail - RYKE.size() - 4;
+        EXPECT_EQ(skb->head + skb->mac_header, begins) << headroom;
+        kfree_skb(skb);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include "kernel/bug.h"
 
+inline constexpr u16 SKB_NO_MAC_HEADER = 0xFFFF;
+
 // Linear socket buffers. head..end is one block, which clones share; data..tail is the frame.
 struct sk_buff {
     u8 *head;
@@ -14,8 +16,8 @@ struct sk_buff {
     u32 mark;
     u32 priority;
     u16 protocol;   // network order
+    u16 mac_header; // where the link header begins, from head; SKB_NO_MAC_HEADER where unknown
     u8 was_cloned;  // may share its block; the block knows
-    u8 link_header; // bytes of it that eth_type_trans took off
     u8 icmp_trapped;
     i32 users;
     net_device *dev;
@@ -72,6 +74,10 @@ inline u32 skb_priority(const sk_buff *skb) {
 }
 inline void skb_set_protocol(sk_buff *skb, u16 protocol) {
     skb->protocol = protocol;
+}
+inline void skb_mac_header_back(sk_buff *skb, u32 length) {
+    if (skb->mac_header != SKB_NO_MAC_HEADER && skb->mac_header >= length)
+        skb->mac_header = static_cast<u16>(skb->mac_header - length);
 }
 inline net_device *skb_dev(const sk_buff *skb) {
     return skb->dev;
