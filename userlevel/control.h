@@ -161,6 +161,8 @@ std::vector<net_device *> netdevs(); // the registered ones
 net_device *netdev_create(const char *name);
 // The IP stack sends a frame on the device, with bottom halves off.
 void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority = 0);
+// A frame comes in on a device that the module did not make: who asked for its type gets it.
+void netdev_receive(net_device *device, std::span<const u8> bytes);
 void netdev_send_event(net_device *device, unsigned long event);
 
 struct neigh_flush {

@@ -3,6 +3,7 @@
 #include "kernel/netdev.h"
 
 #include "control.h"
+#include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
@@ -161,6 +162,14 @@ int open_or_stop(net_device *device, bool up) {
     return result;
 }
 
+// In network order; 0 where the frame does not have both bytes.
+u16 word_at(const sk_buff *skb, u32 offset) {
+    u16 word = 0;
+    if (skb->len >= offset + sizeof(word))
+        std::memcpy(&word, skb->data + offset, sizeof(word));
+    return word;
+}
+
 // Each gets a hold of its own on the frame.
 void offer_to_packet_types(sk_buff *skb) {
     for (packet_type *type = packet_types; type; type = type->next) {
@@ -280,6 +289,15 @@ void netdev_transmit(net_device *device, std::span<const u8> bytes, u32 priority
         return;
     skb->priority = priority;
     start_transmit(device, skb);
+}
+
+void netdev_receive(net_device *device, std::span<const u8> bytes) {
+    sk_buff *skb = frame_make(bytes, 64);
+    if (!skb)
+        return;
+    skb->protocol = eth_type_trans(skb, device);
+    offer_to_packet_types(skb);
+    consume_skb(skb);
 }
 
 void netdev_send_event(net_device *device, unsigned long event) {
@@ -469,19 +487,25 @@ unsigned long copy_to_user(const void *to, const void *from, unsigned long count
     return 0;
 }
 
+// A number below 0x600 is a length (IEEE 802.3): an LLC header follows, or NetWare's, which has
+// none.
 u16 eth_type_trans(sk_buff *skb, net_device *device) {
+    constexpr u16 first_type = 0x600, eth_p_802_3 = 0x0001, eth_p_802_2 = 0x0004, netware = 0xFFFF;
     skb->dev = device;
-    u16 type = 0;
-    if (skb->len >= ETHERNET_HEADER)
-        std::memcpy(&type, skb->data + ETHERNET_HEADER - sizeof(type), sizeof(type));
-    skb->link_header = skb_pull(skb, ETHERNET_HEADER) ? ETHERNET_HEADER : 0;
-    return type;
+    skb->mac_header = static_cast<u16>(skb_headroom(skb));
+    u16 type = word_at(skb, ETHERNET_HEADER - sizeof(type));
+    skb_pull(skb, ETHERNET_HEADER);
+    if (be16_to_cpu(type) >= first_type)
+        return type;
+    return cpu_to_be16(word_at(skb, 0) == netware ? eth_p_802_3 : eth_p_802_2);
 }
 
 void dev_add_pack(packet_type *type) {
     type->next = packet_types;
     while (!packet_types.compare_exchange_weak(type->next, type)) {
     }
+    if (the_back)
+        the_back->listen(type->ethertype);
 }
 
 namespace {
@@ -498,7 +522,7 @@ void record(net_device *device, const sk_buff *skb) {
 int netif_rx_ni(sk_buff *skb) {
     net_device *device = skb->dev;
     offer_to_packet_types(skb);
-    skb_push(skb, skb->link_header);
+    skb_push(skb, skb_headroom(skb) - skb->mac_header);
     if (the_back && device->back) {
         the_back->receive(device, skb);
         return 0;

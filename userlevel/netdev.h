@@ -19,6 +19,9 @@ struct netdev_back {
     int (*transmit)(net_device *device, sk_buff *skb);
     // Registers a device of that name that the machine has; null when there is none.
     net_device *(*find)(const char *name);
+    // Frames of that type (network order) that come in on devices which the module did not make
+    // are for netdev_receive, too.
+    void (*listen)(u16 ethertype);
     // The machine's IP stack forgets neighbours.
     void (*forget)(const neigh_flush &flush);
 };

@@ -1,6 +1,7 @@
 // Frames of the loop test that come by the IP stack.
 #include "sockets/socket_test.h"
 
+#include "ifmgr/tarn_ifmgr_create.h"
 #include "kernel/netdev.h"
 #include "pkt/pkt_post.h"
 
@@ -46,6 +47,26 @@ TEST_F(Testd, takes_what_comes_through_the_ip_stack_too) {
                   Bytes(LOOPED.begin(), LOOPED.begin() + 14));
     }
     EXPECT_EQ(record.received.at(0).bytes, LOOPED);
+}
+
+TEST_F(Testd, takes_what_comes_in_on_an_ethernet_interface) {
+    net_device *device = configure([] {
+        net_device *made = userlevel::netdev_create("eth7");
+        const u8 hwaddr[6] = {2, 0, 0, 0, 7, 1};
+        EXPECT_EQ(tarn_ifmgr_ethernet_create("eth7", hwaddr, IFF_UP, made->ifindex,
+                                             TARN_IF_TYPE_ETHERNET),
+                  0);
+        return made;
+    });
+    struct socket *testd = open(TARN_AF_TESTD);
+    userlevel::netdev_receive(device, Frame().type(0x9001).padded().build());
+    EXPECT_FALSE(has_frame(testd));
+    userlevel::netdev_receive(device, LOOPED);
+    Reading reading = read(testd);
+    EXPECT_EQ(reading.data, Bytes(LOOPED.begin() + 14, LOOPED.end()));
+    EXPECT_EQ(address_of(reading).ifindex, device->ifindex);
+    EXPECT_EQ(address_of(reading).vid, 0);
+    EXPECT_THAT(userlevel::netdev_recorded(device).sent, ::testing::IsEmpty());
 }
 
 TEST_F(Testd, drops_frames_of_another_type) {

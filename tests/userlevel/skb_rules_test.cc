@@ -2,6 +2,7 @@
 #include "kernel/skb.h"
 
 #include "control.h"
+#include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "kernel/memory.h"
 #include "kernel/netdev.h"
@@ -253,6 +254,64 @@ TEST_F(SkbRules, clones_may_touch_the_whole_block) {
     EXPECT_EQ(skb_data(clone)[-1], 1);
     kfree_skb(skb);
     kfree_skb(clone);
+}
+
+// --- the link header -----------------------------------------------------------------------------
+
+u16 protocol_of(const Bytes &frame) {
+    sk_buff *skb = userlevel::frame_make(frame);
+    net_device *device = alloc_etherdev_mqs(0, 1, 1);
+    u16 type = be16_to_cpu(eth_type_trans(skb, device));
+    EXPECT_EQ(skb->head + skb->mac_header, skb->data - (frame.size() < 14 ? 0 : 14));
+    EXPECT_EQ(skb_dev(skb), device);
+    kfree_skb(skb);
+    free_netdev(device);
+    return type;
+}
+
+Bytes with_type(u16 type, const Bytes &payload) {
+    Bytes frame(12, 2);
+    frame.push_back(static_cast<u8>(type >> 8));
+    frame.push_back(static_cast<u8>(type));
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+TEST_F(SkbRules, a_type_below_0x600_is_a_length_and_the_frame_one_of_802) {
+    constexpr u16 ETH_P_802_3 = 0x0001, ETH_P_802_2 = 0x0004;
+    const Bytes llc{0x42, 0x42, 0x03}, netware{0xFF, 0xFF, 0x00};
+    EXPECT_EQ(protocol_of(with_type(0x0800, llc)), 0x0800);
+    EXPECT_EQ(protocol_of(with_type(0x0600, netware)), 0x0600);
+    for (u16 length : {0x0000, 0x0026, 0x05DC, 0x05FF}) {
+        EXPECT_EQ(protocol_of(with_type(length, llc)), ETH_P_802_2) << length;
+        EXPECT_EQ(protocol_of(with_type(length, netware)), ETH_P_802_3) << length;
+        EXPECT_EQ(protocol_of(with_type(length, {0xFF, 0xFE})), ETH_P_802_2) << length;
+        EXPECT_EQ(protocol_of(with_type(length, {0xFF})), ETH_P_802_2) << length;
+        EXPECT_EQ(protocol_of(with_type(length, {})), ETH_P_802_2) << length;
+    }
+    EXPECT_EQ(protocol_of(Bytes(13, 0xFF)), ETH_P_802_3) << "what is missing reads as 0";
+    EXPECT_EQ(protocol_of(Bytes(1, 0xFF)), ETH_P_802_2);
+}
+
+TEST_F(SkbRules, the_place_of_the_link_header_goes_along_with_the_bytes) {
+    sk_buff *skb = userlevel::frame_make(Bytes(60, 1), 40);
+    EXPECT_EQ(skb->mac_header, SKB_NO_MAC_HEADER);
+    skb_mac_header_back(skb, 4);
+    EXPECT_EQ(pskb_expand_head(skb, 0, 0, GFP_ATOMIC), 0);
+    EXPECT_EQ(skb->mac_header, SKB_NO_MAC_HEADER);
+    skb->mac_header = 40;
+    skb_mac_header_back(skb, 4);
+    EXPECT_EQ(skb->mac_header, 36);
+    EXPECT_EQ(pskb_expand_head(skb, 64, 0, GFP_ATOMIC), 0);
+    EXPECT_EQ(skb->mac_header, 100);
+    sk_buff *roomy = skb_realloc_headroom(skb, 200), *narrow = skb_realloc_headroom(skb, 1);
+    for (sk_buff *other : {skb_copy(skb, GFP_ATOMIC), skb_clone(skb, GFP_ATOMIC), roomy, narrow}) {
+        EXPECT_EQ(other->data - (other->head + other->mac_header), 4);
+        kfree_skb(other);
+    }
+    skb_mac_header_back(skb, 101); // beyond the beginning
+    EXPECT_EQ(skb->mac_header, 100);
+    kfree_skb(skb);
 }
 
 } // namespace

@@ -274,10 +274,12 @@ int interface_set_address(const std::string &name, const std::uint8_t *address) 
     return ask(SIOCSIFHWADDR, request);
 }
 
-int interface_open_for_sending(unsigned ifindex) {
-    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0); // protocol 0: receives nothing
+int interface_open(unsigned ifindex, std::uint16_t ethertype) {
+    int mode = SOCK_RAW | SOCK_CLOEXEC | (ethertype != 0 ? SOCK_NONBLOCK : 0);
+    int fd = socket(AF_PACKET, mode, 0); // protocol 0: receives nothing yet
     sockaddr_ll to{};
     to.sll_family = AF_PACKET;
+    to.sll_protocol = ethertype;
     to.sll_ifindex = static_cast<int>(ifindex);
     if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&to), sizeof(to)) != 0) {
         close(fd);

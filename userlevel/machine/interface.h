@@ -20,8 +20,9 @@ int interface_set_up(const std::string &name, bool up);
 int interface_set_mtu(const std::string &name, unsigned mtu);
 int interface_set_address(const std::string &name, const std::uint8_t *address);
 
-// A packet socket that sends on the interface, or -1.
-int interface_open_for_sending(unsigned ifindex);
+// A packet socket that sends on the interface and receives its frames of that type (network order;
+// 0: none), or -1.
+int interface_open(unsigned ifindex, std::uint16_t ethertype);
 
 using hardware_address = std::array<std::uint8_t, 6>;
 

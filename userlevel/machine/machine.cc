@@ -27,11 +27,12 @@ constexpr std::size_t FRAME_MAX = 65536;
 constexpr u32 LINK = IFF_UP | IFF_RUNNING;
 constexpr int ADDRESSES_IPV4 = 2, ADDRESSES_IPV6 = 10; // AF_INET, AF_INET6
 
-// What stands at the back of a device: a TAP device, or a packet socket on a device of the machine.
+// What stands at the back of a device: a TAP device, or packet sockets on a device of the machine.
 struct back {
-    int fd;
+    int fd; // to send by
     net_device *device;
     bool is_tap;
+    std::vector<int> ears = {}; // for each type that is listened for
     std::vector<userlevel::ipv4_address> ipv4 = {};
     std::vector<userlevel::ipv6_prefix> ipv6 = {};
 };
@@ -40,6 +41,7 @@ struct back {
 // go meanwhile. Taken before the RTNL lock, never under it.
 std::recursive_mutex table_mutex;
 std::map<unsigned, back *> table; // by the number of the interface
+std::vector<u16> listened_for;    // types, network order
 int poller = -1;
 std::function<void(const std::string &, bool)> link_told;
 
@@ -49,6 +51,21 @@ back *of(const net_device *device) {
 
 std::string name_of(const net_device *device) {
     return device->name;
+}
+
+void poll_for_frames(const net_device *device, int fd) {
+    epoll_event event{.events = EPOLLIN,
+                      .data = {.u64 = u64{device->ifindex} << 32 | static_cast<u32>(fd)}};
+    epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event);
+}
+
+// Without a socket its frames are not heard.
+void open_ear(back *one, u16 ethertype) {
+    int fd = interface_open(one->device->ifindex, ethertype);
+    if (fd < 0)
+        return;
+    one->ears.push_back(fd);
+    poll_for_frames(one->device, fd);
 }
 
 // --- what the module asks of a device's back -----------------------------------------------------
@@ -68,8 +85,7 @@ int tap_add(net_device *device) {
     device->back = new back{fd, device, true};
     table[device->ifindex] = of(device);
     neighbours_device(device->ifindex, true);
-    epoll_event event{.events = EPOLLIN, .data = {.u32 = device->ifindex}};
-    epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event);
+    poll_for_frames(device, fd);
     return 0;
 }
 
@@ -79,7 +95,9 @@ void remove(net_device *device) {
     device->back = nullptr;
     table.erase(device->ifindex);
     neighbours_device(device->ifindex, false);
-    close(old->fd); // the device goes with it
+    close(old->fd); // a TAP device goes with it
+    for (int ear : old->ears)
+        close(ear);
     delete old;
 }
 
@@ -132,7 +150,7 @@ void take_state(net_device *device, const link_state &state) {
 
 net_device *find(const char *name) {
     link_state state = interface_state(name);
-    int fd = state.ifindex != 0 ? interface_open_for_sending(state.ifindex) : -1;
+    int fd = state.ifindex != 0 ? interface_open(state.ifindex, 0) : -1;
     if (fd < 0)
         return nullptr;
     net_device *device = alloc_etherdev_mqs(0, 1, 1);
@@ -151,7 +169,17 @@ net_device *find(const char *name) {
     std::lock_guard guard(table_mutex);
     device->back = new back{fd, device, false};
     table[state.ifindex] = of(device);
+    for (u16 ethertype : listened_for)
+        open_ear(of(device), ethertype);
     return device;
+}
+
+void listen_for(u16 ethertype) {
+    std::lock_guard guard(table_mutex);
+    listened_for.push_back(ethertype);
+    for (auto &[ifindex, one] : table)
+        if (!one->is_tap)
+            open_ear(one, ethertype);
 }
 
 constexpr userlevel::netdev_back the_back{.add = tap_add,
@@ -162,28 +190,40 @@ constexpr userlevel::netdev_back the_back{.add = tap_add,
                                           .receive = receive,
                                           .transmit = transmit,
                                           .find = find,
+                                          .listen = listen_for,
                                           .forget = neighbours_forget};
 
-// --- what the IP stack sends ---------------------------------------------------------------------
+// --- what the IP stack sends, and what comes in on the machine's devices -------------------------
 
-void hand_over(unsigned ifindex, std::array<u8, FRAME_MAX> &buffer) {
-    std::lock_guard guard(table_mutex);
-    auto found = table.find(ifindex);
-    if (found == table.end())
-        return;
-    ssize_t length = read(found->second->fd, buffer.data(), buffer.size());
-    if (length > 0)
-        userlevel::netdev_transmit(found->second->device,
-                                   {buffer.data(), static_cast<std::size_t>(length)});
+// Whether it is still the device's.
+bool is_read(const back *one, int fd) {
+    return one->is_tap ? fd == one->fd : std::ranges::find(one->ears, fd) != one->ears.end();
 }
 
-void read_taps() {
+void hand_over(unsigned ifindex, int fd, std::array<u8, FRAME_MAX> &buffer) {
+    std::lock_guard guard(table_mutex);
+    auto found = table.find(ifindex);
+    if (found == table.end() || !is_read(found->second, fd))
+        return;
+    ssize_t length = read(fd, buffer.data(), buffer.size());
+    if (length <= 0)
+        return;
+    std::span frame(buffer.data(), static_cast<std::size_t>(length));
+    if (found->second->is_tap)
+        userlevel::netdev_transmit(found->second->device, frame);
+    else
+        userlevel::netdev_receive(found->second->device, frame);
+}
+
+void read_frames() {
     static std::array<u8, FRAME_MAX> buffer;
     std::array<epoll_event, 64> events;
     for (;;) {
         int ready = epoll_wait(poller, events.data(), events.size(), -1);
-        for (int i = 0; i < ready; i++)
-            hand_over(events[static_cast<std::size_t>(i)].data.u32, buffer);
+        for (int i = 0; i < ready; i++) {
+            u64 which = events[static_cast<std::size_t>(i)].data.u64;
+            hand_over(static_cast<unsigned>(which >> 32), static_cast<int>(which), buffer);
+        }
     }
 }
 
@@ -288,7 +328,7 @@ std::string watch(std::function<void(const std::string &name, bool has_link)> li
 void make_devices() {
     poller = epoll_create1(EPOLL_CLOEXEC);
     userlevel::netdev_use_back(&the_back);
-    std::thread(read_taps).detach();
+    std::thread(read_frames).detach();
 }
 
 } // namespace machine

@@ -6,7 +6,8 @@
 //                                stack sends is read from it, what is posted is written to it.
 //                                Flags, addresses and MTU that somebody changes on it are changed
 //                                in the process too; an MTU that the module refuses is put back.
-//   a device found by its name   one that the machine has, with a packet socket to send by
+//   a device found by its name   one that the machine has, with a packet socket to send by, and one
+//                                for each type of frames that the module takes from the IP stack
 //
 // All TAP devices go with the process, however it ends.
 #pragma once
