@@ -1,6 +1,6 @@
 // What every command does: the steps that both homes share, and beside them what only a process can
 // see, the functions of the core that a command calls.
-#include "control/nl_steps.h"
+#include "control/nl_step_run.h"
 
 #include "control/nl_callees.h"
 #include "control/nl_client.h"
