@@ -115,6 +115,8 @@ static const struct nl_step nl_steps[] = {
      {LACKS("ifdb", " 7202 ")}},
     {0, "ifindex 7202 if_name cmdnew if_kind 3 flags 0 mac 0200000072", -EINVAL, "",
      {LACKS("ifdb", " 7202 ")}},
+    {0, "ifindex 7202 if_name cmdnew if_kind 8 flags 0 mac 0200000072", 0, "",
+     {LACKS("ifdb", " 7202 ")}},
     {0, "ifindex 7202 if_name cmdnew if_kind 1 flags 0 mac 020000007202", 0, "",
      {LACKS("ifdb", " 7202 ")}},
     {0, "ifindex 7202 if_name cmdnew if_kind 4 flags 0 mac 020000007202", 0, "",
