@@ -1,6 +1,8 @@
 #include "chip.h"
 
 #include "chip_fdb.h"
+#include "chip_follow.h"
+#include "chip_reach.h"
 #include "chip_state.h"
 #include "chip_trap.h"
 #include "kernel/bytes.h"
@@ -20,7 +22,7 @@ void _close_all() {
 // Counters are written without the lock.
 void _free_slot(chip_port &port) {
     port.device = nullptr;
-    port.ifindex = port.pvid = 0;
+    port.ifindex = 0;
     memset(port.name, 0, sizeof(port.name));
     write_once(port.count.rx, 0);
     write_once(port.count.tx, 0);
@@ -39,20 +41,40 @@ u32 chip_slot_of(u32 ifindex) {
     return CHIP_PORTS;
 }
 
+void chip_reset_port(u32 slot) {
+    chip_port &port = chip.ports[slot];
+    u64 bit = chip_bit(slot);
+    port.pvid = port.aggregator = port.routed_vid = 0;
+    port.own = 0;
+    chip.known &= ~bit;
+    chip.open &= ~bit;
+    chip.routed &= ~bit;
+    chip.up |= bit;
+    chip.running |= bit;
+    for (u32 vid = 0; vid < CHIP_VLANS; vid++) {
+        chip.members[vid] &= ~bit;
+        chip.untagged[vid] &= ~bit;
+        chip.disabled[vid] &= ~bit;
+    }
+    for (u32 instance = 0; instance < CHIP_INSTANCES; instance++) {
+        chip.learns[instance] |= bit;
+        chip.forwards[instance] |= bit;
+    }
+    reach_regroup();
+}
+
 void chip_remove_port(u32 slot) {
     write_lock_bh(&chip.lock);
     chip_device *device = chip.ports[slot].device;
+    chip_reset_port(slot);
     _free_slot(chip.ports[slot]);
     u64 others = ~chip_bit(slot);
     chip.present &= others;
     chip.up &= others;
+    chip.running &= others;
     chip.learning &= others;
     chip.trusted &= others;
     chip.authenticating &= others;
-    for (u32 vid = 0; vid < CHIP_VLANS; vid++) {
-        chip.members[vid] &= others;
-        chip.untagged[vid] &= others;
-    }
     fdb_drop_port(slot);
     write_unlock_bh(&chip.lock);
     if (device)
@@ -70,10 +92,17 @@ void chip_start(void) {
     for (u32 &type : chip.filter_types)
         type = 0;
     trap_reset();
+    write_lock_bh(&chip.lock);
+    for (chip_vlan &vlan : chip.vlans)
+        vlan = {};
+    reach_regroup();
+    write_unlock_bh(&chip.lock);
     chip_register();
+    follow_start();
 }
 
 void chip_stop(void) {
+    follow_stop();
     chip_commands_begin();
     _close_all();
     fdb_clear();
@@ -82,6 +111,7 @@ void chip_stop(void) {
 
 void chip_tick(void) {
     fdb_expire();
+    reach_forget();
 }
 
 void chip_device_gone(chip_device *device, uint32_t slot) {

@@ -1,6 +1,8 @@
 // The words of the chip. Each is a row: its name, what follows it, and the function that does it.
 #include "chip.h"
 #include "chip_fdb.h"
+#include "chip_follow.h"
+#include "chip_reach.h"
 #include "chip_show.h"
 #include "chip_state.h"
 #include "chip_text.h"
@@ -90,6 +92,28 @@ int _told(int result, chip_text &reply, const chip_words &words) {
     return result;
 }
 
+// What the core says of a port that it knows stands: a word that says the same is heard, one that
+// contradicts is refused.
+template <typename Test, typename Change>
+int _say(u32 slot, chip_text &reply, Test is_so, Change change) {
+    write_lock_bh(&chip.lock);
+    bool known = chip.known & chip_bit(slot), so = is_so();
+    if (!known)
+        change();
+    write_unlock_bh(&chip.lock);
+    if (!known)
+        return 0;
+    text_put(reply, "port %u: %s", chip.ports[slot].ifindex,
+             so ? "the switch says so already"
+                : "the switch says otherwise: tell it, as with 'tarnctl', and not the chip");
+    text_end_line(reply);
+    return so ? 0 : -EBUSY;
+}
+
+u64 _with(u64 set, u32 slot, bool on) {
+    return on ? set | chip_bit(slot) : set & ~chip_bit(slot);
+}
+
 u64 _group_ports(u64 key) {
     fdb_entry entry = fdb_find(key);
     return entry.kind == FDB_GROUP ? entry.ports : 0;
@@ -122,9 +146,10 @@ void _install_port(u32 slot, chip_device *device, u32 ifindex, const char *name)
     port.ifindex = ifindex;
     memcpy(port.name, name, CHIP_NAME);
     chip.present |= chip_bit(slot);
-    chip.up |= chip_bit(slot);
     chip.learning |= chip_bit(slot);
+    chip_reset_port(slot);
     write_unlock_bh(&chip.lock);
+    follow_port(slot);
 }
 
 int _add_port(const chip_words &words, chip_text &reply) {
@@ -163,8 +188,10 @@ int _link(const chip_words &words, chip_text &reply) {
         return result;
     if (int result = _choice(words.word[2], reply, "up", "down", up))
         return result;
-    _set(chip.up, chip_bit(slot), up);
-    return 0;
+    u64 wanted = chip_bit(slot) * up;
+    return _say(
+        slot, reply, [=] { return (chip.up & chip_bit(slot)) == wanted; },
+        [=] { chip.up = _with(chip.up, slot, up); });
 }
 
 int _switch_port(const chip_words &words, chip_text &reply, u64 &set) {
@@ -197,9 +224,14 @@ int _vlan(const chip_words &words, chip_text &reply) {
         return result;
     if (int result = _choice(words.word[3], reply, "tagged", "untagged", tagged))
         return result;
-    _set(chip.untagged[vid], chip_bit(slot), !tagged);
-    _set(chip.members[vid], chip_bit(slot), true);
-    return 0;
+    u64 bit = chip_bit(slot);
+    return _say(
+        slot, reply,
+        [=] { return (chip.members[vid] & bit) && !(chip.untagged[vid] & bit) == tagged; },
+        [=] {
+            chip.untagged[vid] = _with(chip.untagged[vid], slot, !tagged);
+            chip.members[vid] |= bit;
+        });
 }
 
 int _novlan(const chip_words &words, chip_text &reply) {
@@ -208,10 +240,13 @@ int _novlan(const chip_words &words, chip_text &reply) {
         return result;
     if (int result = _vid(words.word[2], reply, 1, vid))
         return result;
-    _set(chip.members[vid], chip_bit(slot), false);
-    _set(chip.untagged[vid], chip_bit(slot), false);
-    fdb_drop_member(slot, vid);
-    return 0;
+    return _say(
+        slot, reply, [=] { return !(chip.members[vid] & chip_bit(slot)); },
+        [=] {
+            chip.members[vid] = _with(chip.members[vid], slot, false);
+            chip.untagged[vid] = _with(chip.untagged[vid], slot, false);
+            fdb_drop_member(slot, vid);
+        });
 }
 
 int _pvid(const chip_words &words, chip_text &reply) {
@@ -220,10 +255,9 @@ int _pvid(const chip_words &words, chip_text &reply) {
         return result;
     if (int result = _vid(words.word[2], reply, 0, vid))
         return result;
-    write_lock_bh(&chip.lock);
-    chip.ports[slot].pvid = vid;
-    write_unlock_bh(&chip.lock);
-    return 0;
+    u32 &pvid = chip.ports[slot].pvid;
+    return _say(
+        slot, reply, [&] { return pvid == vid; }, [&] { pvid = vid; });
 }
 
 // --- addresses ----------------------------------------------------------------------------------

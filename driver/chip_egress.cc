@@ -86,8 +86,8 @@ void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
     }
 }
 
-void egress_gather_port(chip_egress &egress, u32 slot, bool tagged, u32 vid, u32 cos) {
-    egress_gather(egress, chip_bit(slot), 0, cos);
+void egress_gather_ports(chip_egress &egress, u64 ports, bool tagged, u32 vid, u32 cos) {
+    egress_gather(egress, ports, 0, cos);
     egress.tagged = tagged ? egress.ports : 0;
     egress.tag_tci |= vid;
 }

@@ -15,8 +15,8 @@ struct chip_egress {
 
 // Of these ports, those that are up, tagged as members of the VLAN. Under the lock.
 void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos);
-// One port whatever the VLAN.
-void egress_gather_port(chip_egress &egress, u32 slot, bool tagged, u32 vid, u32 cos);
+// The same whatever the VLAN.
+void egress_gather_ports(chip_egress &egress, u64 ports, bool tagged, u32 vid, u32 cos);
 
 // Sends the frame, which is gone afterwards, and gives the references back. `has_tag`: the frame
 // has a tag now, which is the one to take off for ports that send untagged. No lock held.

@@ -154,6 +154,19 @@ void fdb_drop_port(u32 slot) {
     });
 }
 
+void fdb_drop_learned(u64 ports) {
+    _remove_if([ports](const fdb_entry &entry) {
+        return entry.kind == FDB_LEARNED && (entry.ports & ports) != 0;
+    });
+}
+
+void fdb_drop_unless(bool (*keeps)(u64 ports, u32 vid)) {
+    _remove_if([keeps](const fdb_entry &entry) {
+        return entry.kind == FDB_LEARNED &&
+               !keeps(entry.ports, static_cast<u32>(entry.key & 0xFFFF));
+    });
+}
+
 void fdb_drop_member(u32 slot, u32 vid) {
     _remove_if([slot, vid](const fdb_entry &entry) {
         return entry.kind == FDB_LEARNED && entry.ports == chip_bit(slot) &&

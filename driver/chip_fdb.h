@@ -44,9 +44,11 @@ fdb_learned fdb_learn(u64 key, u32 slot);
 int fdb_tell(u64 key, fdb_kind kind, u64 ports);
 int fdb_forget(u64 key, fdb_kind kind); // -ENOENT
 
-void fdb_flush();             // learned ones
-void fdb_drop_port(u32 slot); // every entry loses the port, and goes when it was the last
-void fdb_drop_member(u32 slot, u32 vid); // learned ones of the port on this VLAN
+void fdb_flush();                 // learned ones
+void fdb_drop_port(u32 slot);     // every entry loses the port, and goes when it was the last
+void fdb_drop_learned(u64 ports); // what was learned on one of them
+void fdb_drop_member(u32 slot, u32 vid);                 // learned ones of the port on this VLAN
+void fdb_drop_unless(bool (*keeps)(u64 ports, u32 vid)); // learned ones, by port and VLAN
 void fdb_expire();
 
 // Walks the table: the entry at `position` or after it, which is advanced past it; false at the

@@ -2,6 +2,7 @@
 #include "chip_forward.h"
 
 #include "chip_egress.h"
+#include "chip_reach.h"
 #include "chip_trap.h"
 #include "kernel/bytes.h"
 #include "kernel/memory.h"
@@ -25,7 +26,7 @@ bool _is_unadmitted(const chip_frame &frame) {
     if (!(chip.authenticating & chip_bit(frame.slot)))
         return false;
     fdb_entry source = fdb_find(fdb_key(frame.data + 6, frame.vid));
-    return source.kind != FDB_STATIC || source.ports != chip_bit(frame.slot);
+    return source.kind != FDB_STATIC || !(reach_with_groups(source.ports) & chip_bit(frame.slot));
 }
 
 bool _is_filtered_type(u32 ethertype) {
@@ -44,25 +45,19 @@ chip_drop _classify(chip_frame &frame) {
     if (frame.data[6] & 1)
         return CHIP_DROP_SOURCE;
     frame_read_ip(frame);
-    frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
+    frame.destination = reach_find(frame.data, frame.vid, frame.slot);
     frame.authenticating = _is_unadmitted(frame);
     frame.filtered = _is_filtered_type(frame.ethertype);
     return CHIP_DROPS;
 }
 
-chip_drop _check_member(const chip_frame &frame) {
-    if (frame.vid == 0)
-        return CHIP_DROP_UNTAGGED;
-    if (frame.vid > CHIP_VID_LAST || !(chip.members[frame.vid] & chip_bit(frame.slot)))
-        return CHIP_DROP_VLAN;
-    return CHIP_DROPS;
-}
-
 void _learn(chip_frame &frame, chip_verdict &verdict) {
-    if (!(chip.learning & chip_bit(frame.slot)) || frame.authenticating)
+    const u8 *source = frame.data + 6;
+    if (!(chip.learning & chip_bit(frame.slot)) || frame.authenticating ||
+        reach_is_own(source, frame.vid, frame.slot))
         return;
-    fdb_learned what = fdb_learn(fdb_key(frame.data + 6, frame.vid), frame.slot);
-    if (memcmp(frame.data, frame.data + 6, 6) == 0) // a host to itself, which lives where it spoke
+    fdb_learned what = fdb_learn(fdb_key(source, frame.vid), reach_learns_at(frame.slot));
+    if (memcmp(frame.data, source, 6) == 0) // a host to itself, which lives where it spoke
         frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
     if (what == FDB_NEW)
         count_up(chip.ports[frame.slot].count.learned);
@@ -103,22 +98,36 @@ void _decide(chip_frame &frame, chip_verdict &verdict) {
         verdict.trap = trap;
         return;
     }
-    verdict.drop = _check_member(frame);
+    bool learns;
+    verdict.drop = reach_in(frame, &learns);
+    if (learns)
+        _learn(frame, verdict);
+    verdict.new_address &= _is_on(CHIP_NEW_ADDRESS);
+    verdict.moved_address &= _is_on(CHIP_MOVED_ADDRESS);
     if (verdict.drop != CHIP_DROPS)
         return;
 
     verdict.trap = trap;
-    _learn(frame, verdict);
     verdict.sampled = _is_sampled() && _is_on(CHIP_SAMPLE);
-    verdict.new_address &= _is_on(CHIP_NEW_ADDRESS);
-    verdict.moved_address &= _is_on(CHIP_MOVED_ADDRESS);
     if (trapped && chip.traps[trap] == CHIP_TRAP_ONLY)
         return;
-    u64 ports = forward_ports(frame, chip_bit(frame.slot), chip.unknown_multicast_flood);
+    u64 from = chip.ports[frame.slot].group;
+    u64 ports = forward_ports(frame, from, chip.unknown_multicast_flood);
     u32 cos = frame.tagged ? frame_byte(frame, 14) >> 5 : 0;
     egress_gather(verdict.egress, ports, frame.vid, cos);
     if (verdict.egress.ports == 0 && !trapped)
         verdict.drop = _reason_to_stay(frame);
+}
+
+// Of all ports of the VLAN those that the destination asks for.
+u64 _wanted(const chip_frame &frame, u64 all, bool flood_groups) {
+    if (frame.destination.kind == FDB_OWN || frame_is_reserved(frame))
+        return 0;
+    if (frame.destination.kind != FDB_NONE)
+        return reach_with_groups(frame.destination.ports) & all;
+    if (!frame_is_group(frame) || frame_is_broadcast(frame))
+        return all;
+    return flood_groups || frame_is_to_link(frame) ? all : 0;
 }
 
 // Hands the frame over to the core.
@@ -185,14 +194,10 @@ void _carry_out(const chip_frame &frame, chip_verdict &verdict, sk_buff *skb) {
 } // namespace
 
 u64 forward_ports(const chip_frame &frame, u64 from, bool flood_groups) {
-    u64 all = chip.members[frame.vid] & ~from;
-    if (frame.destination.kind == FDB_OWN || frame_is_reserved(frame))
-        return 0;
-    if (frame.destination.kind != FDB_NONE)
-        return frame.destination.ports & all;
-    if (!frame_is_group(frame) || frame_is_broadcast(frame))
-        return all;
-    return flood_groups || frame_is_to_link(frame) ? all : 0;
+    u64 all = _wanted(frame, reach_out(frame.vid), flood_groups) & ~from;
+    if (from != 0)
+        all = chip.routed & chip_bit(frame.slot) ? 0 : all & ~chip.routed;
+    return reach_one_of_each(all, frame.data);
 }
 
 void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {

@@ -1,6 +1,7 @@
 #include "chip_show.h"
 
 #include "chip_fdb.h"
+#include "chip_reach.h"
 #include "chip_state.h"
 #include "chip_trap.h"
 #include "port.h"
@@ -9,8 +10,8 @@
 
 namespace {
 
-constexpr const char *_drop_names[] = {"runt",     "link",    "source", "untagged", "vlan", "own",
-                                       "reserved", "nowhere", "memory", "send",     "cpu"};
+constexpr const char *_drop_names[] = {"runt", "link",     "source",  "untagged", "vlan", "stp",
+                                       "own",  "reserved", "nowhere", "memory",   "send", "cpu"};
 static_assert(std::size(_drop_names) == CHIP_DROPS);
 
 constexpr const char *_mode_names[] = {"off", "only", "copy"};
@@ -32,6 +33,12 @@ void _port(chip_text &text, u32 slot) {
     text_put(text, "port %u %s link %s pvid %u learn %s trusted %s auth %s", port.ifindex,
              port.name, chip.up & chip_bit(slot) ? "up" : "down", port.pvid,
              _on(chip.learning, slot), _on(chip.trusted, slot), _on(chip.authenticating, slot));
+    if (chip.known & chip_bit(slot))
+        text_put(text, " by core");
+    if (port.aggregator != 0)
+        text_put(text, " lag %u", port.aggregator);
+    if (chip.routed & chip_bit(slot))
+        text_put(text, " routed %u", port.routed_vid);
     text_put(text, " rx %lu tx %lu learned %lu moved %lu", read_once(port.count.rx),
              read_once(port.count.tx), read_once(port.count.learned), read_once(port.count.moved));
     _drops(text, port);
@@ -89,12 +96,21 @@ void show_ports(chip_text &text) {
 }
 
 void show_vlans(chip_text &text) {
+    read_lock_bh(&chip.lock);
     for (u32 vid = 1; vid <= CHIP_VID_LAST; vid++)
         if (chip.members[vid] != 0)
             _vlan(text, vid);
+    read_unlock_bh(&chip.lock);
 }
 
+// The switch's own addresses, as the core says them, and then the table.
 void show_addresses(chip_text &text) {
+    reach_forget();
+    read_lock_bh(&chip.lock);
+    for (u32 vid = 1; vid <= CHIP_VID_LAST; vid++)
+        if (u64 own = chip.vlans[vid].own)
+            _address(text, {.key = own << 16 | vid, .ports = 0, .heard = 0, .kind = FDB_OWN});
+    read_unlock_bh(&chip.lock);
     u32 position = 0;
     fdb_entry entry;
     while (fdb_next(position, entry))

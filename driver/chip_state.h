@@ -13,7 +13,8 @@ struct chip_device;
 inline constexpr u32 CHIP_PORTS = 64; // a set of ports is a u64
 inline constexpr u32 CHIP_VLANS = 4096;
 inline constexpr u32 CHIP_VID_LAST = 4094;
-inline constexpr u32 CHIP_TRAPS = 40; // room; chip_trap.cc has the rows
+inline constexpr u32 CHIP_INSTANCES = 64; // of spanning tree
+inline constexpr u32 CHIP_TRAPS = 40;     // room; chip_trap.cc has the rows
 inline constexpr u32 CHIP_NAME = 16;
 inline constexpr u32 CHIP_FILTER_TYPES = 4;
 
@@ -24,6 +25,7 @@ enum chip_drop : u32 {
     CHIP_DROP_SOURCE,   // the source is a group address
     CHIP_DROP_UNTAGGED, // untagged, and the port has no PVID
     CHIP_DROP_VLAN,     // the port is no member of the VLAN, or VID 4095
+    CHIP_DROP_STP,      // spanning tree does not let it in
     CHIP_DROP_OWN,      // to the switch itself, and its trap is off
     CHIP_DROP_RESERVED, // an address that bridges never forward, and its trap is off
     CHIP_DROP_NOWHERE,  // no port to leave by
@@ -43,7 +45,19 @@ struct chip_port {
     u32 ifindex;
     u32 pvid; // 0: untagged frames are dropped
     char name[CHIP_NAME];
+    u32 aggregator; // its ifindex; 0: none
+    u64 group;      // all ports of that aggregator, or this port alone
+    u32 routed_vid; // of a routed port
+    u64 own;        // its MAC; 0: none
     chip_counters count;
+};
+
+// What the core says of a VLAN.
+struct chip_vlan {
+    u64 own;     // the switch's MAC in it; 0: none
+    u8 instance; // of spanning tree
+    bool exists;
+    bool open; // takes in frames of ports that are no members
 };
 
 // What a row of the trap table does; CHIP_TRAP_DEFAULT is what the table says.
@@ -55,6 +69,14 @@ struct chip_state {
     // Sets of slots.
     u64 present, up, learning, trusted, authenticating;
     u64 members[CHIP_VLANS], untagged[CHIP_VLANS];
+    // What only the core says (chip_follow.h): empty, or full, for ports that it does not know.
+    u64 known;   // ports that it knows
+    u64 running; // not down, and of an aggregator only members that may carry frames
+    u64 open;    // take in frames of VLANs that they are no members of
+    u64 routed;
+    u64 disabled[CHIP_VLANS];
+    u64 learns[CHIP_INSTANCES], forwards[CHIP_INSTANCES];
+    chip_vlan vlans[CHIP_VLANS];
     bool unknown_multicast_flood;
     bool software_flood;
     u32 age_seconds;                     // 0: for ever
@@ -85,6 +107,8 @@ inline void chip_count_drop(u32 slot, chip_drop why) {
     count_up(chip.ports[slot].count.dropped[why]);
 }
 
+// The port as one that was just opened, whoever said what of it before. Under the lock.
+void chip_reset_port(u32 slot);
 // Takes the port out of the tables and closes it. Inside chip_commands_begin().
 void chip_remove_port(u32 slot);
 

@@ -1,6 +1,7 @@
 // The six callbacks: what the core asks of the chip.
 #include "chip_egress.h"
 #include "chip_forward.h"
+#include "chip_reach.h"
 #include "kernel/errno.h"
 #include "kernel/netdev.h"
 #include "port.h"
@@ -25,7 +26,7 @@ u64 _ports_of_vlan(const sk_buff *skb, u32 vid) {
     frame.data = skb_data(skb);
     frame.length = skb_len(skb);
     frame.vid = vid;
-    frame.destination = fdb_find(fdb_key(frame.data, vid));
+    frame.destination = reach_find(frame.data, vid, CHIP_PORTS);
     return forward_ports(frame, 0, true);
 }
 
@@ -36,38 +37,41 @@ bool _has_tag_of(const sk_buff *skb, u32 vid) {
            (static_cast<u32>(data[14] & 0xF) << 8 | data[15]) == vid;
 }
 
+// The port itself, or of an aggregator a member that may carry the frame.
+u64 _ports_of(u32 ifindex, u64 named, const sk_buff *skb) {
+    if (chip_slot_of(ifindex) < CHIP_PORTS)
+        return chip_bit(chip_slot_of(ifindex));
+    return reach_one_of_each(named & chip.running, skb_data(skb));
+}
+
 u32 _start_xmit(u32 ifindex, u32 vid, u32 tagged, u32, sk_buff *skb, u32 cos, u8, u8) {
     if (!_is_sound(skb) || vid > CHIP_VID_LAST || (ifindex == 0 && vid == 0))
         return static_cast<u32>(-EINVAL);
     chip_egress egress;
     read_lock_bh(&chip.lock);
-    u32 slot = ifindex != 0 ? chip_slot_of(ifindex) : CHIP_PORTS;
-    bool known = ifindex == 0 || slot < CHIP_PORTS;
-    if (slot < CHIP_PORTS)
-        egress_gather_port(egress, slot, tagged != 0, vid, cos);
+    u64 named = reach_named(ifindex);
+    bool known = ifindex == 0 || named != 0;
+    if (named != 0)
+        egress_gather_ports(egress, _ports_of(ifindex, named, skb), tagged != 0, vid, cos);
     else if (known)
         egress_gather(egress, _ports_of_vlan(skb, vid), vid, cos);
     read_unlock_bh(&chip.lock);
     if (!known)
         return static_cast<u32>(-ENODEV);
-    if (slot < CHIP_PORTS && egress.ports == 0)
-        chip_count_drop(slot, CHIP_DROP_LINK);
+    if (named != 0 && egress.ports == 0)
+        chip_count_drop(chip_first(named), CHIP_DROP_LINK);
     bool own_tag = (ifindex == 0 || tagged != 0) && _has_tag_of(skb, vid);
     egress_send(egress, skb, own_tag);
     return 0;
 }
 
 // A pair names a port of the chip by (ifindex, 0). Any other second word names the far end of a
-// tunnel, of which the chip has none.
+// tunnel, of which the chip has none. Members of an aggregator are one port.
 u64 _excepted(u32 ifindex, u32 except0, u32 except1) {
-    u64 ports = 0;
-    u32 slot = ifindex != 0 ? chip_slot_of(ifindex) : CHIP_PORTS;
-    if (slot < CHIP_PORTS)
-        ports |= chip_bit(slot);
-    slot = except0 != ~0u && except1 == 0 ? chip_slot_of(except0) : CHIP_PORTS;
-    if (slot < CHIP_PORTS)
-        ports |= chip_bit(slot);
-    return ports;
+    u64 ports = reach_named(ifindex);
+    if (except0 != ~0u && except1 == 0)
+        ports |= reach_named(except0);
+    return reach_with_groups(ports);
 }
 
 i32 _flood_except(u32 ifindex, u32 vid, u32 except0, u32 except1, sk_buff *skb, u32 cos, u8,
@@ -78,10 +82,10 @@ i32 _flood_except(u32 ifindex, u32 vid, u32 except0, u32 except1, sk_buff *skb, 
         return -EINVAL;
     chip_egress egress;
     read_lock_bh(&chip.lock);
-    u64 ports = chip.members[vid] & ~_excepted(ifindex, except0, except1);
+    u64 ports = reach_out(vid) & ~_excepted(ifindex, except0, except1);
     if (mask & MASK_TRUSTED)
         ports &= chip.trusted;
-    egress_gather(egress, ports, vid, cos);
+    egress_gather(egress, reach_one_of_each(ports, skb_data(skb)), vid, cos);
     read_unlock_bh(&chip.lock);
     egress_send(egress, skb, false);
     return 0;

@@ -60,6 +60,15 @@ i32 _link_both(tarn_if *parent, tarn_if *child) {
     return 0;
 }
 
+// After a binding or its end. An aggregator has other flags then; of a child only its aggregator
+// counts, which a VLAN that comes or goes may change, too.
+void _follow(const tarn_if *parent, const tarn_if *child, const tarn_if *aggregator_before) {
+    if (parent->type == TARN_IF_TYPE_SWITCHPORT)
+        tarn_follow(parent);
+    if (read_once(child->aggregator) != aggregator_before)
+        tarn_follow(child);
+}
+
 void _last_child_gone(tarn_if *parent) {
     write_once(parent->flags, VLAN_FLAGS);
     if (parent->type == TARN_IF_TYPE_VLAN)
@@ -94,6 +103,7 @@ i32 _bind(tarn_if *parent, tarn_if *child) {
             p_tarn_if_db->on_bind(parent);
     }
 
+    const tarn_if *aggregator = read_once(child->aggregator);
     write_lock_bh(&tarn_if_db_lock);
     i32 result = _link_both(parent, child);
     write_unlock_bh(&tarn_if_db_lock);
@@ -103,10 +113,12 @@ i32 _bind(tarn_if *parent, tarn_if *child) {
     if (changed)
         _tarn_ifmgr_flags_set(parent, read_once(parent->flags));
     _tarn_ifmgr_op_count_post(parent, TARN_OP_RAISE, read_once(child->oper_count));
+    _follow(parent, child, aggregator);
     return 0;
 }
 
 void _take_apart(tarn_if *parent, tarn_if *child) {
+    const tarn_if *aggregator = read_once(child->aggregator);
     write_lock_bh(&tarn_if_db_lock);
     bool was_child = tarn_ifmgr_list_remove(&parent->children, child);
     tarn_ifmgr_list_remove(&child->parents, parent);
@@ -118,6 +130,7 @@ void _take_apart(tarn_if *parent, tarn_if *child) {
     _tarn_ifmgr_op_count_post(parent, TARN_OP_LOWER, read_once(child->oper_count));
     if (!tarn_ifmgr_children(parent))
         _last_child_gone(parent);
+    _follow(parent, child, aggregator);
 }
 
 } // namespace

@@ -30,5 +30,10 @@ i32 tarn_vlan_delete_vlan_from_port_all(tarn_if *port);
 i32 tarn_vlan_agg_port_bind_update(tarn_if *port, tarn_if *aggregator, u32 attach);
 i32 tarn_vlan_agg_unbind(tarn_if *aggregator);
 
+// pkt/pkt_follow.cc: tells the driver of the chip that what it knows of the interface, or of a
+// port's state in an instance of spanning tree, may be old. Under no lock that spins.
+void tarn_follow(const tarn_if *ifp);
+void tarn_follow_stp(const tarn_if *port, u32 instance);
+
 // redirects/rmirror.cc: makes a VLAN a remote mirror VLAN, or takes that back.
 i32 tarn_rmirror_set_mirror_vlan(u32 vid, bool mirror);

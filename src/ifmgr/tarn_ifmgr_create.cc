@@ -224,5 +224,6 @@ i32 tarn_ifmgr_vlan_create(const u8 *hwaddr, u32 hwaddr_len, tarn_if **out, u16 
 
 void tarn_ifmgr_delete_interface(tarn_if *ifp) {
     set_bits(ifp->if_flags, TARN_IF_F_DELETED);
+    tarn_follow(ifp);
     _tarn_ifmgr_if_put(ifp);
 }

@@ -164,6 +164,7 @@ i32 _install(tarn_if *record, tarn_if **out, bool take_record) {
     _start_by_type(ifp);
     // Last: a reader that meets the record earlier gets nothing.
     __atomic_or_fetch(&ifp->if_flags, TARN_IF_F_VALID, __ATOMIC_RELEASE);
+    tarn_follow(ifp);
     *out = ifp;
     return 0;
 }

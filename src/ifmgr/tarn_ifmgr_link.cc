@@ -24,6 +24,7 @@ void _link_up(tarn_if *ifp) {
         _tarn_ifmgr_op_count_post(ifp, TARN_OP_RAISE, 1);
     if (read_once(ifp->if_flags) & TARN_IF_F_AGG_DYNAMIC)
         set_bits(ifp->flags, IFF_RUNNING);
+    tarn_follow(ifp);
     if (ifp->netdev)
         netif_carrier_on(ifp->netdev);
     _tarn_ifmgr_if_put(ifp);
@@ -62,6 +63,7 @@ i32 tarn_ifmgr_L2_link_up(tarn_if *ifp) {
 
 void tarn_ifmgr_L2_link_state_check(tarn_if *ifp, u32 was_up) {
     tarn_ifmgr_change_begin();
+    tarn_follow(ifp);
     bool now = _has_link(read_once(ifp->flags));
     if (now && was_up == 0)
         _link_up(ifp);

@@ -1,6 +1,7 @@
 // The operational count, and the work that its edges produce.
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_bind.h"
+#include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_link.h"
 #include "ifmgr/tarn_ifmgr_update.h"
 #include "ifmgr/tarn_ifmgr_walk.h"
@@ -61,6 +62,13 @@ i32 _tarn_ifmgr_op_count_walk(tarn_if *ifp, u32 op, u32 delta, _batch *batch) {
     return 0;
 }
 
+// Of those above only an aggregator is the chip's matter.
+void _follow(tarn_if *ifp) {
+    tarn_follow(ifp);
+    if (tarn_if *logical = tarn_ifmgr_logical_port(ifp); logical != ifp)
+        tarn_follow(logical);
+}
+
 } // namespace
 
 i32 _tarn_ifmgr_op_count_post(tarn_if *ifp, u32 op, u32 delta) {
@@ -69,6 +77,8 @@ i32 _tarn_ifmgr_op_count_post(tarn_if *ifp, u32 op, u32 delta) {
     read_lock_bh(&tarn_if_db_lock);
     i32 result = _tarn_ifmgr_op_count_walk(ifp, op, delta, &batch);
     read_unlock_bh(&tarn_if_db_lock);
+    if (ifp)
+        _follow(ifp);
     tarn_ifmgr_change_end();
     if (result < 0) {
         pr_err("Failed to update op count ret %d\n", result);

@@ -5,7 +5,6 @@
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_link.h"
-#include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "kernel/netdev.h"
 #include "kernel/once.h"
@@ -65,6 +64,7 @@ i32 tarn_ifmgr_l3_switchport_set(u32 ifindex, u16 vid) {
     return _on_index(ifindex, TARN_ERR_NO_INTERFACE, [=](tarn_if *ifp) {
         write_once(ifp->vid, vid);
         _if_flag(ifp, TARN_IF_F_L3_SWITCHPORT, vid != 0);
+        tarn_follow(ifp);
         return 0;
     });
 }
@@ -85,6 +85,7 @@ i32 tarn_ifmgr_set_vlan_options(tarn_if *vlan, u32 options) {
     tarn_ifmgr_change_begin();
     _set_always_up(vlan, options & TARN_VLAN_OPTION_ALWAYS_UP);
     _if_flag(vlan, TARN_IF_F_NO_VLAN_MEMBER_CHECK, options & TARN_VLAN_OPTION_NO_MEMBER_CHECK);
+    tarn_follow(vlan);
     tarn_ifmgr_change_end();
     return 0;
 }
@@ -94,8 +95,10 @@ i32 tarn_ifmgr_set_hwaddr(u32 ifindex, u32 length, const u8 *bytes) {
         bool is_l3 = tarn_if_is_l3(ifp);
         if (is_l3)
             tarn_os_l3_if_hwaddr_set(ifp, length, bytes);
-        memcpy(is_l3 ? ifp->hwaddr : ifp->port_hwaddr, bytes,
-               length < sizeof(ifp->hwaddr) ? length : sizeof(ifp->hwaddr));
+        u8 *address = is_l3 ? ifp->hwaddr : ifp->port_hwaddr;
+        for (u32 i = 0; i < length && i < sizeof(ifp->hwaddr); i++)
+            write_once(address[i], bytes[i]);
+        tarn_follow(ifp);
         return 0;
     });
 }
@@ -148,6 +151,7 @@ i32 tarn_ifmgr_stp_port_state_set(u32 ifindex, u32 instance, u32 state) {
         if (port->type != TARN_IF_TYPE_SWITCHPORT)
             return -EINVAL;
         write_once(port->stp_state[instance], state);
+        tarn_follow_stp(port, instance);
         return 0;
     });
 }
@@ -157,6 +161,7 @@ i32 tarn_ifmgr_stp_vlan_inst_add(u32 instance, u32 vid) {
         return -EINVAL;
     return _on(tarn_ifmgr_lookup_by_vid(vid), -EINVAL, [=](tarn_if *vlan) {
         write_once(vlan->stp_instance, instance);
+        tarn_follow(vlan);
         return 0;
     });
 }

@@ -7,6 +7,7 @@
 #include "ifmgr/tarn_ifmgr_event.h"
 #include "pkt/pkt_candidates.h"
 #include "pkt/pkt_debug.h"
+#include "pkt/pkt_follow.h"
 #include "security/security.h"
 
 int init_module() {
@@ -32,6 +33,7 @@ i32 tarn_os_init() {
     tarn_avl_cache_init();
     tarn_pkt_debug_init();
     pkt_candidates_init();
+    tarn_follow_init();
     tarnfwd_netlink_init();
     return redirects_init();
 }

@@ -4,6 +4,7 @@
 #include "ifmgr/tarn_ifmgr.h"
 #include "kernel/errno.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_follow.h"
 #include "vlan/vlan_bits.h"
 
 namespace {
@@ -45,11 +46,17 @@ bool tarn_vlan_egress_tagged(const tarn_if *port, u32 vid) {
 }
 
 i32 tarn_vlan_set_ingress_filter(u32 ifindex, u8 on) {
-    return _on_port(ifindex, [=](tarn_if *port) { write_once(port->ingress_filter, on); });
+    return _on_port(ifindex, [=](tarn_if *port) {
+        write_once(port->ingress_filter, on);
+        tarn_follow(port);
+    });
 }
 
 i32 tarn_vlan_set_default_pvid(u32 ifindex, u16 vid) {
-    return _on_port(ifindex, [=](tarn_if *port) { write_once(port->default_pvid, vid); });
+    return _on_port(ifindex, [=](tarn_if *port) {
+        write_once(port->default_pvid, vid);
+        tarn_follow(port);
+    });
 }
 
 i32 tarn_vlan_set_vlan_port_disabled(u32 ifindex, u32 vid, u32 disabled) {
@@ -57,6 +64,7 @@ i32 tarn_vlan_set_vlan_port_disabled(u32 ifindex, u32 vid, u32 disabled) {
         return -EINVAL;
     return _on_port(ifindex, [=](tarn_if *port) {
         vlan_bit_write(port->vlan_disabled_bmp, vid, disabled != 0);
+        tarn_follow_vlans(port, vid, vid);
     });
 }
 
@@ -74,6 +82,7 @@ i32 tarn_vlan_set_vlan_port_disabled_bmp(u32 ifindex, const u32 *bitmap, u32 dis
         else
             result = -EINVAL;
     }
+    tarn_follow_vlans(port, FIRST_VID, LAST_VID);
     tarn_ifmgr_if_ref_put(port);
     return result;
 }
@@ -82,5 +91,6 @@ i32 tarn_vlan_set_vlan_port_disable_all(u32 ifindex, u32 disabled) {
     return _on_port(ifindex, [=](tarn_if *port) {
         for (u32 vid = FIRST_VID; vid <= LAST_VID; vid++)
             vlan_bit_write(port->vlan_disabled_bmp, vid, disabled != 0);
+        tarn_follow_vlans(port, FIRST_VID, LAST_VID);
     });
 }

@@ -7,6 +7,7 @@
 #include "kernel/neigh.h"
 #include "kernel/once.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_follow.h"
 #include "vlan/vlan_bits.h"
 #include "vlan/vlan_member.h"
 
@@ -78,13 +79,27 @@ i32 _tarn_vlan_add_bmp_to_port(tarn_if *port, const u32 *bitmap, u32 first, u32 
     for (u32 vid = first; vid <= last; vid++)
         if (vlan_bit(bitmap, vid))
             _add_one(port, vid, tagged);
+    tarn_follow_vlans(port, first, last);
     tarn_ifmgr_change_end();
     return 0;
 }
 
+void _flush(net_device *device, const tarn_if *port) {
+    arp_flush_dev_and_port(-1, device, port->ifindex);
+    ndisc_flush_dev_and_port(-1, device, port->ifindex);
+}
+
+i32 _unbind(tarn_if *vlan, tarn_if *port, u32 flush) {
+    if (flush)
+        _flush(read_once(vlan->netdev), port);
+    i32 result = tarn_ifmgr_unbind(vlan, port);
+    _clear_bits(port, vlan->vid);
+    return result;
+}
+
 void _delete_one(tarn_if *port, u32 vid, u32 flush) {
     if (tarn_if *vlan = tarn_ifmgr_lookup_by_vid(vid)) {
-        tarn_vlan_unbind_vlan_from_port(vlan, port, flush);
+        _unbind(vlan, port, flush);
         tarn_ifmgr_if_ref_put(vlan);
         return;
     }
@@ -103,13 +118,9 @@ i32 _tarn_vlan_delete_bmp_from_port(tarn_if *port, const u32 *bitmap, u32 first,
     for (u32 vid = last; vid >= first && vid <= last; vid--)
         if (vlan_bit(bitmap, vid))
             _delete_one(port, vid, flush);
+    tarn_follow_vlans(port, first, last);
     tarn_ifmgr_change_end();
     return 0;
-}
-
-void _flush(net_device *device, const tarn_if *port) {
-    arp_flush_dev_and_port(-1, device, port->ifindex);
-    ndisc_flush_dev_and_port(-1, device, port->ifindex);
 }
 
 void _move_up(tarn_if *vlan, tarn_if *port, tarn_if *aggregator) {
@@ -187,10 +198,8 @@ i32 tarn_vlan_delete_vlan_from_port_all(tarn_if *port) {
 i32 tarn_vlan_unbind_vlan_from_port(tarn_if *vlan, tarn_if *port, u32 flush) {
     if (!vlan || !port)
         return -EINVAL;
-    if (flush)
-        _flush(read_once(vlan->netdev), port);
-    i32 result = tarn_ifmgr_unbind(vlan, port);
-    _clear_bits(port, vlan->vid);
+    i32 result = _unbind(vlan, port, flush);
+    tarn_follow_vlans(port, vlan->vid, vlan->vid);
     return result;
 }
 

@@ -14,6 +14,7 @@ ChipTest::ChipTest() : before_(userlevel::take_snapshot()) {
     userlevel::clock_stop(1000);
     home.sent.clear();
     home.trapped.clear();
+    home.facts = {};
     chip_start();
     for (u32 ifindex = 101; ifindex <= 104; ifindex++) {
         std::string port = std::to_string(ifindex);

@@ -4,6 +4,7 @@
 
 #include "support/frame_builder.h"
 
+#include "tarn/rxtx_follow.h"
 #include "tarn/rxtx_hw.h"
 
 #include <functional>
@@ -25,6 +26,14 @@ struct Trapped {
     tarn_rx_meta meta;
 };
 
+// What the fake core says to who follows it. A VLAN is named here by its word of 32.
+struct FakeFacts {
+    std::map<u32, rxtx_follow_port> ports;
+    std::map<std::pair<u32, u32>, rxtx_follow_vlans> port_vlans;
+    std::map<std::pair<u32, u32>, i32> stp; // forwarding unless said otherwise
+    std::map<u32, rxtx_follow_vlan> vlans;
+};
+
 // Everything under one lock: some tests run threads.
 struct FakeHome {
     std::mutex lock, commands;
@@ -37,6 +46,8 @@ struct FakeHome {
     u32 core_result = 0;
     int alive = 0; // devices with a reference
     rxtx_hw_callbacks callbacks{};
+    rxtx_follow_callbacks follower{};
+    FakeFacts facts;
     std::function<void(sk_buff *)> at_delivery; // sees the buffer itself
 };
 

@@ -5,6 +5,7 @@
 #include "chip_state.h"
 #include "control.h"
 #include "kernel/skb.h"
+#include "tarn/rxtx_follow.h"
 #include "tarn/rxtx_hw.h"
 
 #include <arpa/inet.h>
@@ -90,6 +91,21 @@ const sockaddr *plain(const sockaddr_in &at) {
 
 void rxtx_hw_register(rxtx_hw_callbacks given) {
     callbacks = given;
+}
+
+// Its core knows no port: the chip is told all by its words.
+void rxtx_follow_register(const rxtx_follow_callbacks *) {}
+i32 rxtx_follow_port_get(u32, rxtx_follow_port *) {
+    return -ENODEV;
+}
+i32 rxtx_follow_vlans_get(u32, u32, rxtx_follow_vlans *) {
+    return -ENODEV;
+}
+i32 rxtx_follow_stp_get(u32, u32) {
+    return -ENODEV;
+}
+i32 rxtx_follow_vlan_get(u32, rxtx_follow_vlan *) {
+    return -ENODEV;
 }
 
 u32 rxtx_hw_packet_recv(sk_buff *skb, u32, u32, const tarn_rx_meta *) {

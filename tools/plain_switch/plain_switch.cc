@@ -3,6 +3,7 @@
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_create.h"
+#include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/netdev.h"
 #include "vlan/vlan_member.h"
 
@@ -24,9 +25,10 @@ void must(i32 result, u32 number) {
     std::exit(1);
 }
 
-tarn_if *forwarding(tarn_if *ifp) {
-    std::fill(std::begin(ifp->stp_state), std::end(ifp->stp_state), TARN_STP_FORWARDING);
-    return ifp;
+tarn_if *forwarding(tarn_if *port) {
+    for (u32 instance = 0; instance < TARN_STP_INSTANCES; instance++)
+        tarn_ifmgr_stp_port_state_set(port->ifindex, instance, TARN_STP_FORWARDING);
+    return port;
 }
 
 } // namespace
@@ -48,7 +50,8 @@ tarn_if *add_vlan(u32 vid) {
     tarn_if *vlan = nullptr;
     must(tarn_ifmgr_vlan_create(mac, sizeof(mac), &vlan, static_cast<u16>(vid), 0), vid);
     vlan->flags = VLAN_FLAGS;
-    return forwarding(vlan);
+    std::fill(std::begin(vlan->stp_state), std::end(vlan->stp_state), TARN_STP_FORWARDING);
+    return vlan;
 }
 
 void add_member(tarn_if *port, u32 vid) {
