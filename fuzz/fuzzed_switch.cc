@@ -16,6 +16,7 @@
 #include "plain_switch/plain_switch.h"
 #include "redirects/redirects.h"
 #include "sockets/sockets.h"
+#include "vlan/vlan_member.h"
 
 #include <algorithm>
 #include <array>
@@ -160,18 +161,18 @@ void add_ports() {
         std::string number = std::to_string(port->ifindex);
         tell("noport " + number);
         tell("port " + number + " p" + std::to_string(k));
-        for (u32 vid : {1u, 2u}) {
+        for (u32 vid : {1u, 2u})
             plain_switch::add_member(port, vid);
-            tell("vlan " + number + " " + std::to_string(vid) +
-                 (vid == 1 ? " untagged" : " tagged"));
-        }
-        tell("pvid " + number + " 1");
+        tarn_vlan_add_vlan_to_port(port->ifindex, 2, 1); // tagged
+        tarn_vlan_set_default_pvid(port->ifindex, 1);
     }
     const u8 address[6] = {2, 0, 0, 0, 2, 1};
     tarn_ifmgr_aggregator_add("lag1", address, TARN_AGG_TYPE_STATIC, 4501);
+    for (u32 instance = 0; instance < TARN_STP_INSTANCES; instance++)
+        tarn_ifmgr_stp_port_state_set(4501, instance, TARN_STP_FORWARDING);
     tarn_ifmgr_aggregator_port_attach(4501, 5003);
-    for (const char *line : {"fdb flush", "mac 02:00:00:00:00:01 1", "filter 806 800 86dd",
-                             "trap filter on", "flood hardware", "age 300", "sflow 0"})
+    for (const char *line : {"fdb flush", "filter 806 800 86dd", "trap filter on", "flood hardware",
+                             "age 300", "sflow 0"})
         tell(line);
 }
 

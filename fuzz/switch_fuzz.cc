@@ -7,6 +7,7 @@
 #include "kernel/netdev.h"
 #include "module/tarn_module.h"
 #include "plain_switch/plain_switch.h"
+#include "vlan/vlan_member.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,14 +30,11 @@ void load() {
     for (u32 k = 1; k <= 4; k++) {
         tarn_if *port = plain_switch::add_port(k);
         tell("port " + std::to_string(port->ifindex) + " p" + std::to_string(k));
-        for (u32 vid : {1u, 2u}) {
+        for (u32 vid : {1u, 2u})
             plain_switch::add_member(port, vid);
-            tell("vlan " + std::to_string(port->ifindex) + " " + std::to_string(vid) +
-                 (vid == 1 ? " untagged" : " tagged"));
-        }
-        tell("pvid " + std::to_string(port->ifindex) + " 1");
+        tarn_vlan_add_vlan_to_port(port->ifindex, 2, 1); // tagged
+        tarn_vlan_set_default_pvid(port->ifindex, 1);
     }
-    tell("mac 02:00:00:00:00:01 1");
     tell("filter 806 800 86dd");
     tell("trap filter on");
 }

@@ -10,11 +10,7 @@ char chip_reply[1 << 20];
 
 static int has_link[HOSTS + 1];
 
-static struct {
-	unsigned int vid;
-	char mac[18];
-} vlans[8];
-static unsigned int vlan_count;
+static unsigned int vlans[8], vlan_count;
 
 /* --- the chip -------------------------------------------------------------------------------------- */
 
@@ -102,22 +98,15 @@ void switch_vlan(unsigned int vid, const char *mac)
 	char name[16];
 
 	snprintf(name, sizeof(name), "vlan%u", vid);
-	CHECK(lab_command("vlan %u %s", vid, mac) == 0 && net_up(NET_HERE, name, 1) == 0 &&
-		      chip_word("mac %s %u\n", mac, vid) == 0,
+	CHECK(lab_command("vlan %u %s", vid, mac) == 0 && net_up(NET_HERE, name, 1) == 0,
 	      "VLAN %u has an interface", vid);
-	if (vlan_count < sizeof(vlans) / sizeof(vlans[0])) {
-		vlans[vlan_count].vid = vid;
-		snprintf(vlans[vlan_count++].mac, sizeof(vlans[0].mac), "%s", mac);
-	}
+	if (vlan_count < sizeof(vlans) / sizeof(vlans[0]))
+		vlans[vlan_count++] = vid;
 }
 
 void switch_member(unsigned int vid, int k, const char *tagged)
 {
-	int untagged = strcmp(tagged, "untagged") == 0;
-
-	CHECK(lab_command("member %u %d %s", vid, SWITCH_PORT(k), tagged) == 0 &&
-		      chip_word("vlan %d %u %s\n", SWITCH_PORT(k), vid, tagged) == 0 &&
-		      (!untagged || chip_word("pvid %d %u\n", SWITCH_PORT(k), vid) == 0),
+	CHECK(lab_command("member %u %d %s", vid, SWITCH_PORT(k), tagged) == 0,
 	      "VLAN %u has port %d, %s", vid, k, tagged);
 }
 
@@ -143,10 +132,8 @@ void switch_end(void)
 	char near[8];
 
 	while (vlan_count-- > 0)
-		CHECK(lab_command("delete %u", SWITCH_VLAN(vlans[vlan_count].vid)) == 0 &&
-			      chip_word("nomac %s %u\n", vlans[vlan_count].mac,
-					vlans[vlan_count].vid) == 0,
-		      "VLAN %u is gone", vlans[vlan_count].vid);
+		CHECK(lab_command("delete %u", SWITCH_VLAN(vlans[vlan_count])) == 0,
+		      "VLAN %u is gone", vlans[vlan_count]);
 	for (int k = 1; k <= HOSTS; k++) {
 		snprintf(near, sizeof(near), "p%d", k);
 		CHECK(chip_word("noport %d\n", SWITCH_PORT(k)) == 0 &&

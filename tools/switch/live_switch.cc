@@ -129,12 +129,6 @@ std::string add_member(unsigned vid, const MemberOption &member) {
     u32 ifindex = ifindex_of(member.port);
     if (ifindex == 0)
         return fmt::format("VLAN {}: there is no port '{}'; --port declares it", vid, member.port);
-    const char *form = member.tagged ? "tagged" : "untagged";
-    std::string wrong = chip(fmt::format("vlan {} {} {}", ifindex, vid, form));
-    if (wrong.empty() && !member.tagged)
-        wrong = chip(fmt::format("pvid {} {}", ifindex, vid));
-    if (!wrong.empty())
-        return fmt::format("VLAN {}, port {}: {}", vid, member.port, wrong);
     tarn_vlan_add_vlan_to_port(ifindex, vid, member.tagged);
     if (!member.tagged)
         tarn_vlan_set_default_pvid(ifindex, static_cast<u16>(vid));
@@ -153,7 +147,7 @@ std::string add_vlan(const VlanOption &option, const std::string &address_text) 
         return fmt::format("VLAN {}: its device cannot be made ({}); is there one called vlan{}?",
                            option.vid, result, option.vid);
     vids.push_back(option.vid);
-    std::string wrong = chip(fmt::format("mac {} {}", address_text, option.vid));
+    std::string wrong;
     for (const MemberOption &member : option.members)
         if (wrong.empty())
             wrong = add_member(option.vid, member);
