@@ -9,7 +9,7 @@
  * work item, which notes what to read again).
  *
  * Interfaces are named by the ifindex of the interface database, and are ports or aggregators; the
- * driver ignores those it has no part of.
+ * driver ignores those it has no part of. What is told of an aggregator is told of its members.
  *
  * Plain C; include it in a kernel module or in a process.
  */

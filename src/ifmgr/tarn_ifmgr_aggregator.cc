@@ -29,6 +29,7 @@ i32 _attach(tarn_if *aggregator, tarn_if *port) {
         return 0;
 
     i32 result = tarn_ifmgr_bind(aggregator, port);
+    tarn_follow(aggregator); // its flags, which a failure leaves changed
     if (result < 0) {
         pr_err("Failed to bind port %.16s to trunk %.16s, error = %d\n", port->name,
                aggregator->name, result);

@@ -62,11 +62,11 @@ i32 _tarn_ifmgr_op_count_walk(tarn_if *ifp, u32 op, u32 delta, _batch *batch) {
     return 0;
 }
 
-// Of those above only an aggregator is the chip's matter.
+// Of those above only aggregators are the chip's matter.
 void _follow(tarn_if *ifp) {
-    tarn_follow(ifp);
-    if (tarn_if *logical = tarn_ifmgr_logical_port(ifp); logical != ifp)
-        tarn_follow(logical);
+    for (const tarn_if *at = tarn_ifmgr_walk_up(ifp); at; at = at->walk_next)
+        if (at->type == TARN_IF_TYPE_SWITCHPORT)
+            tarn_follow(at);
 }
 
 } // namespace
@@ -77,7 +77,7 @@ i32 _tarn_ifmgr_op_count_post(tarn_if *ifp, u32 op, u32 delta) {
     read_lock_bh(&tarn_if_db_lock);
     i32 result = _tarn_ifmgr_op_count_walk(ifp, op, delta, &batch);
     read_unlock_bh(&tarn_if_db_lock);
-    if (ifp)
+    if (ifp && delta != 0)
         _follow(ifp);
     tarn_ifmgr_change_end();
     if (result < 0) {

@@ -301,4 +301,92 @@ TEST_F(FollowRandom, nothing_passes_but_what_the_core_lets_pass) {
     records_stay();
 }
 
+// What a driver would know that reads again when it is told, and at no other time.
+struct Reader {
+    struct Read {
+        i32 result = -1;
+        rxtx_follow_port port{};
+        rxtx_follow_vlans vlans{};
+        std::array<i32, INSTANCES> stp{};
+        std::string text() const {
+            char line[200];
+            std::snprintf(
+                line, sizeof(line),
+                "%d up %u running %u filter %u routed %u pvid %u vid %u aggregator %u mac %u "
+                "members %x tagged %x disabled %x stp %d %d",
+                result, port.up, port.running, port.ingress_filter, port.routed, port.pvid,
+                port.routed_vid, port.aggregator, port.mac[5], vlans.member, vlans.tagged,
+                vlans.disabled, stp[0], stp[1]);
+            return line;
+        }
+    };
+    std::map<u32, Read> ports;
+    std::map<u32, std::pair<i32, std::string>> vlans;
+
+    static Read read(u32 ifindex) {
+        Read now;
+        now.result = rxtx_follow_port_get(ifindex, &now.port);
+        rxtx_follow_vlans_get(ifindex, 1, &now.vlans);
+        for (u32 instance = 0; instance < INSTANCES; instance++)
+            now.stp[instance] = rxtx_follow_stp_get(ifindex, instance);
+        return now;
+    }
+    static std::pair<i32, std::string> read_vlan(u32 vid) {
+        rxtx_follow_vlan now{};
+        i32 result = rxtx_follow_vlan_get(vid, &now);
+        return {result, std::string(reinterpret_cast<const char *>(&now), sizeof(now))};
+    }
+
+    void port(u32 ifindex) {
+        for (auto &[other, before] : ports)
+            if (before.port.aggregator == ifindex)
+                before = read(other);
+        ports[ifindex] = read(ifindex);
+    }
+    // Of what is told only that is read, so that a call of the wrong kind does not help.
+    void port_vlans(u32 ifindex) {
+        for (auto &[other, before] : ports)
+            if (other == ifindex)
+                before.vlans = read(other).vlans;
+    }
+    void port_stp(u32 ifindex, u32 instance) {
+        for (auto &[other, before] : ports)
+            if (instance < INSTANCES && (other == ifindex || before.port.aggregator == ifindex))
+                before.stp[instance] = read(other).stp[instance];
+    }
+};
+
+Reader reader;
+
+TEST_F(FollowRandom, every_change_of_what_can_be_read_is_told) {
+    for (u32 vid = 2; vid <= VLANS; vid++)
+        plain_switch::add_vlan(vid);
+    const rxtx_follow_callbacks callbacks{
+        .port = [](u32 ifindex) { reader.port(ifindex); },
+        .port_vlans = [](u32 ifindex, u32, u32) { reader.port_vlans(ifindex); },
+        .port_stp = [](u32 ifindex, u32 instance) { reader.port_stp(ifindex, instance); },
+        .vlan = [](u32 vid) { reader.vlans[vid] = Reader::read_vlan(vid); }};
+    chip_stop();
+    rxtx_follow_register(&callbacks);
+    EXPECT_EQ(reader.ports.size(), PORTS);
+    EXPECT_EQ(reader.vlans.size(), VLANS);
+    for (int step = 0; step < STEPS && !HasFailure(); step++) {
+        change_something();
+        if (below(3) == 0)
+            userlevel::work_run();
+        if (below(4) == 0) {
+            const u8 mac[6] = {2, 0, 0, 0, 3, static_cast<u8>(below(8))};
+            tarn_ifmgr_set_hwaddr(below(2) ? any_port() : TARN_IF_VLAN_BASE + 1, 6, mac);
+        }
+        for (const auto &[ifindex, known] : reader.ports)
+            EXPECT_EQ(known.text(), Reader::read(ifindex).text())
+                << "step " << step << " of " << ifindex;
+        for (const auto &[vid, known] : reader.vlans)
+            EXPECT_EQ(known, Reader::read_vlan(vid)) << "step " << step << " of VLAN " << vid;
+    }
+    rxtx_follow_register(nullptr);
+    records_stay();
+    chip_start();
+}
+
 } // namespace
