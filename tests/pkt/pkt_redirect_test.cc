@@ -305,6 +305,24 @@ TEST_F(Registry, a_name_of_twenty_characters_is_not_hidden) {
     EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), HasSubstr(std::string(20, 'x') + "_stops"));
 }
 
+TEST_F(Registry, a_name_of_twenty_characters_is_printed_whole) {
+    const std::string name(20, 'x');
+    std::copy(name.begin(), name.end(), record.name);
+    record.modify_rx = [](tarn_rx_modify *, const tarn_rx_meta *, tarn_if *, sk_buff *) {};
+    record.modify_tx = [](tarn_if *, sk_buff *skb) { return skb; };
+    ASSERT_EQ(register_at(40), 0);
+    ASSERT_EQ(register_at(39), 0);
+    for (const char *counter : {"_inspects: ", "_userspace: ", "_kernel: ", "_resend_l2: ",
+                                "_flood_l2: ", "_stack_rep: ", "_kernel_port: ", "_stops: "})
+        EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), HasSubstr("\n" + name + counter + "0\n"));
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_RX), HasSubstr("\n" + name + "_modify_rx"));
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_MODIFY_TX), HasSubstr("\n" + name + "_modify_tx"));
+    auto listed = [](seq_file *view) { print_redirect_protocols(1, view); };
+    EXPECT_THAT(printed(listed), HasSubstr("\n" + name + "\n"));
+    EXPECT_EQ(enable_redirect_by_name(name.c_str(), 0), 0);
+    EXPECT_THAT(counters(REDIRECT_COUNTERS_RX), HasSubstr("\n" + name + "_inspects: 0 DISABLED\n"));
+}
+
 TEST_F(Registry, lists_redirects_by_whether_they_are_enabled) {
     std::string off = printed([](seq_file *view) { print_redirect_protocols(0, view); });
     EXPECT_THAT(off, HasSubstr("remote-mirror\n"));
