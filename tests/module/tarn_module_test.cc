@@ -4,6 +4,8 @@
 #include "module/tarn_module.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
@@ -125,6 +127,59 @@ TEST(Start, fills_the_catalogue) {
         EXPECT_EQ(redirect->pre_post_modify != nullptr, row.rewrites) << row.name;
     }
     EXPECT_TRUE(userlevel::log_take().empty());
+}
+
+// Which frames each is shown at all. More would cost time on frames that it does not want, less
+// would keep from it what it does.
+const struct {
+    u32 facts;
+    std::set<std::string> names;
+} CONCERNS[] = {
+    {0, {"icmpCpucode", "l2fdbdrop", "pbrMark"}},
+    {FRAME_ANY, {"orvo-bridge", "remote-mirror"}},
+    {FRAME_WITHOUT_PORT, {"vlan_local"}},
+    {FRAME_ARP, {"arp"}},
+    {FRAME_IPV4, {"ipv4"}},
+    {FRAME_IPV6, {"grasp", "ipv6", "ipv6_precheck"}},
+    {FRAME_IPV4 | FRAME_IPV6, {"l3drop"}},
+    {FRAME_OF_PROTOCOL, {"cfm", "pppoe", "profinet", "ptp", "rarp", "testd"}},
+    {FRAME_TO_PROTOCOL, {"befd", "ldf", "mrp", "ryke", "udld"}},
+    {FRAME_TO_BRIDGES, {"garp", "kelm_agent"}},
+    {FRAME_TO_BRIDGES | FRAME_TO_PROTOCOL, {"isis"}},
+    {FRAME_TO_BRIDGES | FRAME_TO_STP, {"lldp"}},
+    {FRAME_TO_STP, {"stp"}},
+    {FRAME_TO_LACP, {"lacp"}},
+    {FRAME_TO_GROUP, {"mcdrop"}},
+    {FRAME_UNREAL_SOURCE, {"l2drop"}},
+    {FRAME_TRAP_FLAGS, {"filterMatchCpuCode", "flowd"}},
+    {FRAME_TRAP_CODE, {"sflow"}},
+    {FRAME_FRAGMENT | FRAME_TRAP_FLAGS, {"dos"}},
+    {FRAME_TCP, {"vornappsd"}},
+    {FRAME_IP_ROUTING, {"pim", "vrrp"}},
+};
+
+TEST(Start, shows_each_redirect_the_frames_that_concern_it) {
+    ASSERT_EQ(init_module(), 0);
+    std::map<u32, std::set<std::string>> found;
+    for (const packet_redirect *redirect : packet_redirects)
+        if (redirect)
+            found[redirect->concerns].insert(redirect->name);
+    for (const auto &[facts, names] : CONCERNS)
+        EXPECT_EQ(found[facts], names) << std::hex << facts;
+    EXPECT_EQ(found.size(), std::size(CONCERNS));
+}
+
+TEST(Start, shows_each_hook_the_frames_that_concern_it) {
+    ASSERT_EQ(init_module(), 0);
+    std::map<u32, std::set<std::string>> found;
+    for (const packet_redirect *redirect : packet_redirects)
+        if (redirect && redirect->modify_rx)
+            found[redirect->modify_concerns].insert(redirect->name);
+    EXPECT_EQ(found, (std::map<u32, std::set<std::string>>{
+                         {FRAME_ANY, {"isis", "pbrMark"}},
+                         {FRAME_TRAP_FLAGS, {"filterMatchCpuCode", "ipv4", "ipv6_precheck"}},
+                         {FRAME_TRAP_CODE, {"icmpCpucode"}},
+                     }));
 }
 
 // Records are allocated as they are registered, so their serial numbers tell the order of the

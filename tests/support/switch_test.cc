@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
+constexpr u32 VORNAPPSD_SLOT = 33;
 constexpr u32 LAST_SLOT = 48;
 constexpr u32 MIDDLE_SLOT = 27;
 
@@ -37,6 +39,26 @@ template <u32 Slot>
 void register_probe() {
     packet_redirect record{.name = "probe", .match = probe_match<Slot>, .post = probe_post<Slot>};
     tarn_pkt_register_packet_redirection(&record, Slot);
+}
+
+// Nobody looks at what a match answers, so that only here it is seen to be what it should: 0, but
+// for one that takes a frame with 1.
+std::array<decltype(packet_redirect::match), REDIRECT_SLOTS> matches{};
+
+template <u32 Slot>
+i32 watched_match(tarn_pkt_info *info, redirect_instruct *instruct) {
+    const u32 before = instruct->flags;
+    const i32 result = matches[Slot](info, instruct);
+    const bool takes = Slot == VORNAPPSD_SLOT && instruct->flags != before;
+    EXPECT_EQ(result, takes ? 1 : 0) << packet_redirects[Slot]->name;
+    EXPECT_EQ(instruct->flags & before, before) << packet_redirects[Slot]->name;
+    return result;
+}
+
+template <std::size_t... Slots>
+void watch_matches(std::index_sequence<Slots...>) {
+    ((matches[Slots] = packet_redirects[Slots] ? packet_redirects[Slots]->match : nullptr), ...);
+    ((matches[Slots] ? void(packet_redirects[Slots]->match = watched_match<Slots>) : void()), ...);
 }
 
 std::vector<tarn_if *> all_interfaces() {
@@ -67,6 +89,7 @@ std::size_t records_alive() {
 
 SwitchTest::SwitchTest() {
     EXPECT_EQ(init_module(), 0);
+    watch_matches(std::make_index_sequence<REDIRECT_SLOTS>());
     register_probe<LAST_SLOT>();
     register_probe<MIDDLE_SLOT>();
     enable_redirect(LAST_SLOT, 0);
