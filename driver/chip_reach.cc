@@ -26,6 +26,14 @@ u32 _hash(const u8 *frame) {
     return mixed ^ mixed >> 16;
 }
 
+// By hand: a kernel does not give a module what a compiler may call for it.
+u32 _size(u64 set) {
+    u32 count = 0;
+    for (; set; set &= set - 1)
+        count++;
+    return count;
+}
+
 u64 _nth(u64 set, u32 n) {
     while (n-- > 0)
         set &= set - 1;
@@ -72,7 +80,7 @@ u64 reach_one_of_each(u64 ports, const u8 *frame) {
     u64 chosen = 0;
     while (ports) {
         u64 members = ports & chip.ports[chip_first(ports)].group;
-        u32 count = static_cast<u32>(__builtin_popcountll(members));
+        u32 count = _size(members);
         chosen |= count > 1 ? _nth(members, _hash(frame) % count) : members;
         ports &= ~members;
     }
