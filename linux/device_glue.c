@@ -156,6 +156,11 @@ struct net_device *tarn_k_dev_get_by_name(const char *name)
 	return dev_get_by_name(&init_net, name);
 }
 
+void tarn_k_dev_hold(struct net_device *dev)
+{
+	dev_hold(dev);
+}
+
 void tarn_k_dev_put(struct net_device *dev)
 {
 	dev_put(dev);

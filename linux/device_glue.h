@@ -56,6 +56,7 @@ void tarn_k_netdev_set_name(struct net_device *dev, const char *name);
 void tarn_k_netdev_set_operstate(struct net_device *dev, unsigned char state);
 void tarn_k_dev_addr_set(struct net_device *dev, const unsigned char *address);
 struct net_device *tarn_k_dev_get_by_name(const char *name);
+void tarn_k_dev_hold(struct net_device *dev);
 void tarn_k_dev_put(struct net_device *dev);
 int tarn_k_dev_change_flags(struct net_device *dev, unsigned int flags);
 int tarn_k_set_flags_by_name(const char *name, unsigned int flags);

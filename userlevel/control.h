@@ -129,6 +129,9 @@ u32 work_run();
 // From now on a thread of its own runs work as it is queued, as in a kernel.
 void work_thread_start();
 
+// Returns when all who had bottom halves off have turned them on again.
+void wait_for_bottom_halves();
+
 // --- network devices ---------------------------------------------------------------------------
 
 struct device_frame {

@@ -10,6 +10,7 @@
 #include "kernel/once.h"
 #include "kernel/preempt.h"
 #include "kernel/skb.h"
+#include "kernel/time.h"
 #include "kernel/work.h"
 #include "memory.h"
 #include "netdev.h"
@@ -19,7 +20,6 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -50,9 +50,6 @@ std::atomic<bool> recording = false;
 
 std::mutex chain_mutex;
 notifier_block *chain = nullptr;
-
-// Held for reading by what is sent on a device of the module.
-std::shared_mutex transmitting;
 
 // What a thread is sending on devices of the module, the innermost first.
 struct transmit {
@@ -183,9 +180,6 @@ void offer_to_packet_types(sk_buff *skb) {
 }
 
 int start_transmit(net_device *device, sk_buff *skb) {
-    std::shared_lock hold(transmitting, std::defer_lock);
-    if (!under_way)
-        hold.lock();
     const transmit innermost{device, under_way};
     under_way = &innermost;
     local_bh_disable();
@@ -219,6 +213,20 @@ int transmit_by_own(net_device *device, sk_buff *skb) {
         return start_transmit(device, skb);
     kfree_skb(skb);
     return active ? -ENETDOWN : congested;
+}
+
+// Whoever forgets one holds its end up for ever, and is told of.
+void wait_for_references(const net_device *device) {
+    constexpr unsigned long told_every = 1000; // jiffies
+    unsigned long told = get_jiffies();
+    while (i32 count = __atomic_load_n(&device->references, __ATOMIC_ACQUIRE)) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        if (get_jiffies() - told < told_every)
+            continue;
+        pr_crit("unregister_netdevice: waiting for %.16s to become free. Usage count = %d\n",
+                device->name, count);
+        told = get_jiffies();
+    }
 }
 
 int change_flags(net_device *device, u32 flags, bool tell_back) {
@@ -322,9 +330,7 @@ void rtnl_unlock(void) {
 }
 
 void synchronize_net(void) {
-    if (preempt_count() != 0)
-        BUG();
-    std::lock_guard wait(transmitting);
+    wait_for_bottom_halves();
 }
 
 net_device *alloc_etherdev_mqs(int private_size, unsigned, unsigned) {
@@ -380,10 +386,10 @@ void unregister_netdev(net_device *device) {
         leave(device);
         device->registered = false;
     }
-    while (__atomic_load_n(&device->references, __ATOMIC_ACQUIRE) > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (the_back && device->back)
         the_back->remove(device);
+    wait_for_bottom_halves();
+    wait_for_references(device);
     std::lock_guard guard(list_mutex);
     records.erase(device);
 }
@@ -399,8 +405,12 @@ net_device *dev_get_by_name(const char *name) {
     std::lock_guard guard(list_mutex);
     net_device *device = find_locked(name);
     if (device)
-        __atomic_fetch_add(&device->references, 1, __ATOMIC_RELAXED);
+        dev_hold(device);
     return device;
+}
+
+void dev_hold(net_device *device) {
+    __atomic_fetch_add(&device->references, 1, __ATOMIC_RELAXED);
 }
 
 void dev_put(net_device *device) {

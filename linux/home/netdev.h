@@ -90,6 +90,9 @@ inline void netdev_set_vlan_feature(net_device *) {}
 inline net_device *dev_get_by_name(const char *name) {
     return tarn_k_dev_get_by_name(name);
 }
+inline void dev_hold(net_device *device) {
+    tarn_k_dev_hold(device);
+}
 inline void dev_put(net_device *device) {
     tarn_k_dev_put(device);
 }

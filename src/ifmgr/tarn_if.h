@@ -115,7 +115,7 @@ struct tarn_if {
     u16 default_pvid;
     u32 speed;
     u8 duplex;
-    net_device *netdev;
+    net_device *netdev;            // who may use it: ifmgr/tarn_if_device.h
     tarn_ifmgr_list_node *parents; // who may walk them: ifmgr/tarn_ifmgr_change.h
     tarn_ifmgr_list_node *children;
     tarn_avl_tree *subnet_tree;

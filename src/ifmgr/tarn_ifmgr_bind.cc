@@ -1,5 +1,6 @@
 #include "ifmgr/tarn_ifmgr_bind.h"
 
+#include "ifmgr/tarn_if_device.h"
 #include "ifmgr/tarn_ifmgr.h"
 #include "ifmgr/tarn_ifmgr_calls.h"
 #include "ifmgr/tarn_ifmgr_link.h"
@@ -24,8 +25,8 @@ bool _holds(const tarn_ifmgr_list_node *list, const tarn_if *ifp) {
 }
 
 u32 _device_flags_or(const tarn_if *ifp, u32 otherwise) {
-    const net_device *device = read_once(ifp->netdev);
-    return device ? netdev_flags(device) : otherwise;
+    return tarn_if_with_device(
+        ifp, [=](const net_device *device) { return device ? netdev_flags(device) : otherwise; });
 }
 
 // The first child lends the parent its flags: whether they are others now.

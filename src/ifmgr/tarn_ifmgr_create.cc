@@ -119,7 +119,10 @@ i32 _create_ethernet(const char *name, const u8 *hwaddr, u32 flags, u32 ifindex,
         _failed("tarn_ifmgr_ethernet_create", name);
         return result;
     }
-    write_once(ifp->netdev, tarn_if_device_get(ifp)); // need not be there
+    // Need not be there. One that goes tells those who have it by then.
+    rtnl_lock();
+    write_once(ifp->netdev, tarn_if_device_get(ifp));
+    rtnl_unlock();
     return 0;
 }
 

@@ -85,7 +85,6 @@ void _end_vlan(tarn_if *ifp) {
         return;
     }
     tarn_os_l3_if_unconfigure(ifp);
-    write_once(ifp->netdev, nullptr);
 }
 
 void _end_port(tarn_if *ifp) {
@@ -95,10 +94,8 @@ void _end_port(tarn_if *ifp) {
     _leave_parents(ifp);
     _unlink(ifp);
     module_remove_proc_if(ifp);
-    if (ifp->netdev) {
+    if (ifp->netdev)
         tarn_os_l3_if_unconfigure(ifp);
-        write_once(ifp->netdev, nullptr);
-    }
 }
 
 i32 _in_a_change(tarn_if *ifp, void (*end)(tarn_if *ifp)) {

@@ -4,11 +4,16 @@
 // the kernel's. What may sleep: registration, flag and address changes, which take the RTNL lock
 // themselves unless said otherwise.
 //
-//   dev_get_by_name(name)      of the initial namespace, or null; dev_put drops the reference
+//   dev_get_by_name(name)      of the initial namespace, or null, with a reference
+//   dev_hold(device)           one more reference, for who may use the device anyway; dev_put drops
+//                              one. The end of a device waits for all
 //   alloc_etherdev_mqs(size, 1, 1)
 //                              a device with a zeroed private area of that size; null on failure.
 //                              free_netdev ends one that is not registered (any more)
-//   register_netdev(device)    0 or a negative errno; unregister_netdev
+//   register_netdev(device)    0 or a negative errno
+//   unregister_netdev(device)  returns when nobody uses it any more: neither by a reference nor
+//   with
+//                              bottom halves off
 //   dev_get_flags(device)      IFF_*, with RUNNING as carrier and operational state say
 //   dev_change_flags(device, flags)
 //                              under the RTNL lock; RUNNING is not looked at: it follows the
@@ -25,8 +30,8 @@
 //   eth_type_trans(skb, device)
 //                              takes the Ethernet header off and sets the device; the protocol
 //   netif_rx_ni(skb)           into the IP stack, from any context; consumes it
-//   synchronize_net()          returns when every transmit that was under way in a device has
-//                              ended; sleeps, under the RTNL lock or not
+//   synchronize_net()          returns when all who had bottom halves off, transmits among them,
+//                              have turned them on again; sleeps, under the RTNL lock or not
 //   macvlan_parent_xmit(skb, device)
 //                              1 when a macvlan above the device took the frame
 #pragma once
@@ -132,6 +137,7 @@ void netdev_set_vlan_feature(net_device *device);
 // --- operations --------------------------------------------------------------------------------
 
 net_device *dev_get_by_name(const char *name);
+void dev_hold(net_device *device);
 void dev_put(net_device *device);
 int dev_change_flags(net_device *device, u32 flags);
 int netdev_set_flags_by_name(const char *name, u32 flags);

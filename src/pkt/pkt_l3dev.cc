@@ -90,8 +90,21 @@ net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwadd
     return device;
 }
 
-const net_device *_l3_device(const tarn_if *ifp) {
-    return ifp && tarn_if_is_l3(ifp) ? read_once(ifp->netdev) : nullptr;
+// Whether the device of a VLAN's name is not the VLAN's.
+bool _has_another_number(const tarn_if *ifp) {
+    net_device *device = ifp->type == TARN_IF_TYPE_VLAN ? tarn_if_device_get(ifp) : nullptr;
+    if (!device)
+        return false;
+    u32 number = netdev_ifindex(device);
+    dev_put(device);
+    return number != ifp->vid + TARN_IF_VLAN_BASE;
+}
+
+// What is asked of the device of a layer 3 interface.
+template <typename Question>
+u32 _ask(const tarn_if *ifp, Question question) {
+    return ifp && tarn_if_is_l3(ifp) &&
+           tarn_if_with_device(ifp, [&](net_device *device) { return device && question(device); });
 }
 
 bool _in_subnet(u32 address, u32 mask, u32 wanted) {
@@ -126,8 +139,12 @@ net_device *tarn_eth_drv_create_netdevice(tarn_if *ifp, const u8 *hwaddr, u32 hw
     return device;
 }
 
+// The number is where the database is to have the interface, so that a device of the name which has
+// that of another cannot be had.
 net_device *tarn_os_l3_if_configure(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len,
                                     u32 *out_ifindex) {
+    if (out_ifindex && _has_another_number(ifp))
+        return nullptr;
     net_device *device = tarn_eth_drv_create_netdevice(ifp, hwaddr, hwaddr_len);
     if (device && out_ifindex)
         *out_ifindex = netdev_ifindex(device);
@@ -145,45 +162,43 @@ i32 tarn_eth_drv_destroy_netdevice(net_device *device) {
     return 0;
 }
 
+// The interface has no device any more when it ends: nobody finds one that is about to go.
 i32 tarn_os_l3_if_unconfigure(tarn_if *ifp) {
     if (ifp->type == TYPE_WITHOUT_DEVICE)
         return 0;
-    return tarn_eth_drv_destroy_netdevice(ifp->netdev);
+    net_device *none = nullptr;
+    return tarn_eth_drv_destroy_netdevice(
+        __atomic_exchange_n(&ifp->netdev, none, __ATOMIC_RELAXED));
 }
 
 i32 tarn_os_l3_if_hwaddr_set(tarn_if *ifp, u32 length, const u8 *address) {
-    net_device *device = ifp->netdev;
-    if (!device || !netdev_has_set_mac_address(device))
-        return -EINVAL;
-    netdev_address wanted{.family = netdev_type(device), .data = {}};
-    memcpy(wanted.data, address, length < sizeof(wanted.data) ? length : sizeof(wanted.data));
-    rtnl_lock();
-    i32 result = dev_set_mac_address(device, &wanted);
-    rtnl_unlock();
-    return result;
+    return tarn_os_l3_with_device(ifp, [=](net_device *device) {
+        if (!netdev_has_set_mac_address(device))
+            return -EINVAL;
+        netdev_address wanted{.family = netdev_type(device), .data = {}};
+        memcpy(wanted.data, address, length < sizeof(wanted.data) ? length : sizeof(wanted.data));
+        return dev_set_mac_address(device, &wanted);
+    });
 }
 
 u32 tarn_eth_has_ipv4_address(const tarn_if *ifp) {
-    const net_device *device = _l3_device(ifp);
-    return device && inet_any_address(device, _any, 0);
+    return _ask(ifp, [](net_device *device) { return inet_any_address(device, _any, 0); });
 }
 
 u32 tarn_eth_has_ipv6_address(const tarn_if *ifp) {
-    const net_device *device = _l3_device(ifp);
-    return device && inet6_has_record(device);
+    return _ask(ifp, [](net_device *device) { return inet6_has_record(device); });
 }
 
 u32 tarn_eth_subnet_match(u32 addr, const tarn_if *ifp) {
-    const net_device *device = _l3_device(ifp);
-    return device && inet_any_address(device, _in_subnet, addr);
+    return _ask(ifp,
+                [=](net_device *device) { return inet_any_address(device, _in_subnet, addr); });
 }
 
 u32 tarn_eth_addr_same(u32 addr, const tarn_if *ifp) {
-    const net_device *device = _l3_device(ifp);
-    return device && inet_any_address(device, _is_address, addr);
+    return _ask(ifp,
+                [=](net_device *device) { return inet_any_address(device, _is_address, addr); });
 }
 
 u32 tarn_eth_subnet6_match(const u8 *addr, const tarn_if *ifp) {
-    const net_device *device = _l3_device(ifp);
-    return device && ipv6_chk_prefix(addr, const_cast<net_device *>(device)) != 0;
+    return _ask(ifp, [=](net_device *device) { return ipv6_chk_prefix(addr, device) != 0; });
 }

@@ -7,7 +7,9 @@
 #pragma once
 
 #include "ifmgr/tarn_if.h"
+#include "kernel/errno.h"
 #include "kernel/netdev.h"
+#include "kernel/once.h"
 
 // The private area of such a device.
 struct tarn_eth_priv {
@@ -16,7 +18,8 @@ struct tarn_eth_priv {
 };
 
 // The device of the interface, made or adopted; its ifindex through `out_ifindex` if that is given.
-// Null when it cannot be had.
+// Null when it cannot be had: somebody else made it, or, where the ifindex is asked for, it stands
+// for another interface than the VLAN.
 net_device *tarn_os_l3_if_configure(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len,
                                     u32 *out_ifindex);
 i32 tarn_os_l3_if_unconfigure(tarn_if *ifp);
@@ -27,6 +30,16 @@ i32 tarn_eth_drv_destroy_netdevice(net_device *device);
 i32 tarn_os_l3_if_flags_set(tarn_if *ifp, u32 flags);
 i32 tarn_os_l3_if_flags_unset(tarn_if *ifp, u32 flags);
 i32 tarn_os_l3_if_hwaddr_set(tarn_if *ifp, u32 length, const u8 *address);
+
+// Calls with the device of the interface, which stays meanwhile: under RTNL. -EINVAL without one.
+template <typename Call>
+i32 tarn_os_l3_with_device(const tarn_if *ifp, Call call) {
+    rtnl_lock();
+    net_device *device = read_once(ifp->netdev);
+    i32 result = device ? call(device) : -EINVAL;
+    rtnl_unlock();
+    return result;
+}
 
 // The counters of the device; null for none.
 net_device_stats *tarn_eth_dev_get_stats(net_device *device);

@@ -2,6 +2,7 @@
 // the carrier and the operational state.
 //
 // An interface that is always up runs while it is up, whether or not any port below it does.
+#include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "kernel/once.h"
 #include "pkt/pkt_l3dev.h"
@@ -41,34 +42,33 @@ _wanted _to_clear(const tarn_if *ifp, u32 flags) {
 } // namespace
 
 i32 tarn_os_l3_if_flags_set(tarn_if *ifp, u32 flags) {
-    net_device *device = read_once(ifp->netdev);
-    if (!device)
-        return -EINVAL;
-    if (ifp->type == TARN_IF_TYPE_VLAN)
-        netdev_set_vlan_feature(device);
+    return tarn_os_l3_with_device(ifp, [=](net_device *device) {
+        if (ifp->type == TARN_IF_TYPE_VLAN)
+            netdev_set_vlan_feature(device);
 
-    _wanted wanted = _to_set(ifp, flags);
-    if (wanted.carrier_changes) {
-        netif_carrier_on(device);
-        netdev_set_operstate(device, IF_OPER_UP);
-    }
-    u32 changed = dev_get_flags(device) | wanted.bits;
-    write_once(ifp->flags, read_once(ifp->flags) | wanted.bits);
-    rtnl_lock();
-    dev_change_flags(device, changed);
-    rtnl_unlock();
-    return 0;
+        _wanted wanted = _to_set(ifp, flags);
+        if (wanted.carrier_changes) {
+            netif_carrier_on(device);
+            netdev_set_operstate(device, IF_OPER_UP);
+        }
+        u32 changed = dev_get_flags(device) | wanted.bits;
+        set_bits(ifp->flags, wanted.bits);
+        dev_change_flags(device, changed);
+        return 0;
+    });
 }
 
 i32 tarn_os_l3_if_flags_unset(tarn_if *ifp, u32 flags) {
-    net_device *device = read_once(ifp->netdev);
-    if (!device)
-        return -EINVAL;
-
-    _wanted wanted = _to_clear(ifp, flags);
-    if (wanted.carrier_changes)
-        netif_carrier_off(device);
-    u32 changed = dev_get_flags(device) & ~wanted.bits;
-    write_once(ifp->flags, read_once(ifp->flags) & ~wanted.bits);
-    return netdev_set_flags_by_name(netdev_name(device), changed);
+    char name[NETDEV_NAME_SIZE];
+    u32 changed = 0;
+    i32 result = tarn_os_l3_with_device(ifp, [&](net_device *device) {
+        _wanted wanted = _to_clear(ifp, flags);
+        if (wanted.carrier_changes)
+            netif_carrier_off(device);
+        changed = dev_get_flags(device) & ~wanted.bits;
+        clear_bits(ifp->flags, wanted.bits);
+        memcpy(name, netdev_name(device), sizeof(name));
+        return 0;
+    });
+    return result == 0 ? netdev_set_flags_by_name(name, changed) : result;
 }

@@ -1,6 +1,6 @@
 // "orvo-bridge": a VLAN whose device is the port of a kernel bridge belongs to that bridge.
+#include "ifmgr/tarn_if_device.h"
 #include "kernel/netdev.h"
-#include "kernel/once.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_redirect.h"
 #include "redirects/redirects.h"
@@ -11,8 +11,9 @@ constexpr u32 SLOT = 0;
 constexpr u32 BRIDGED = 1;
 
 bool _is_bridged(const tarn_if *ifp) {
-    const net_device *device = ifp ? read_once(ifp->netdev) : nullptr;
-    return device && (netdev_priv_flags(device) & IFF_BRIDGE_PORT);
+    return ifp && tarn_if_with_device(ifp, [](const net_device *device) {
+               return device && (netdev_priv_flags(device) & IFF_BRIDGE_PORT);
+           });
 }
 
 i32 tarn_orvo_bridge_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {

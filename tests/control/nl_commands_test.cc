@@ -2,6 +2,7 @@
 #include "control/nl_client.h"
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "kernel/netdev.h"
+#include "netdev.h"
 #include "pkt/pkt_flood.h"
 
 namespace {
@@ -261,6 +262,29 @@ TEST_F(NlCommands, neighbours_are_flushed_by_address) {
     EXPECT_EQ(flushes(), Flushes{});
     EXPECT_EQ(Command(TARNFWD_CMD_NBR_DEL_BY_VLAN_MAC).ifindex(301).mac().to(client), 0);
     EXPECT_EQ(flushes(), Flushes{"moved -1 vlan1 0 mac"});
+}
+
+// A flush may sleep, and the device go meanwhile.
+TEST_F(NlCommands, a_device_is_held_while_its_neighbours_are_flushed) {
+    static std::vector<i32> references;
+    references.clear();
+    static constexpr userlevel::netdev_back the_back{
+        .forget = [](const userlevel::neigh_flush &flush) {
+            references.push_back(flush.device->references);
+        }};
+    userlevel::netdev_use_back(&the_back);
+    Command(TARNFWD_CMD_NBR_DEL_BY_VLAN_AND_PORT)
+        .byte(TARNFWD_ATTR_FAMILY, 0)
+        .word(TARNFWD_ATTR_ID, 0xFFFFFFFF)
+        .word(TARNFWD_ATTR_PORT_IFINDEX, 5001)
+        .ifindex(301)
+        .to(client);
+    Command(TARNFWD_CMD_NBR_DEL_BY_VLAN_MAC).ifindex(301).mac().to(client);
+    Command(TARNFWD_CMD_ARP_DEL_ALL_BY_MAC).ifindex(301).word(TARNFWD_ATTR_ID, 1).mac().to(client);
+    userlevel::netdev_use_back(nullptr);
+    EXPECT_EQ(references, (std::vector<i32>{1, 1, 1, 1}));
+    EXPECT_EQ(vlan1()->netdev->references, 0);
+    userlevel::neigh_flushes_take();
 }
 
 TEST_F(NlCommands, an_interface_may_answer_arp_with_another_address) {

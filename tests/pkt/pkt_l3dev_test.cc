@@ -1,15 +1,20 @@
 // The devices of layer 3 interfaces.
 #include "support/transmit_test.h"
 
+#include "ifmgr/tarn_if_device.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/netdev.h"
+#include "netdev.h"
+#include "pkt/pkt_info.h"
 #include "pkt/pkt_l3dev.h"
 #include "pkt/pkt_l3dev_ops.h"
+#include "pkt/pkt_redirect.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 using ::testing::ElementsAre;
@@ -235,6 +240,157 @@ TEST_F(L3DeviceThreads, that_is_adopted_waits_for_transmits_by_the_interface_tha
     ip_stack.join();
 }
 
+// Whoever waits for RTNL waits for what its holder does, and finds what it left.
+TEST_F(L3DeviceThreads, that_goes_while_somebody_waits_for_rtnl_is_not_used_any_more) {
+    const u8 address[6] = {2, 0, 0, 0, 0, 9};
+    i32 (*const calls[])(tarn_if *) = {
+        [](tarn_if *ifp) { return tarn_os_l3_if_flags_set(ifp, IFF_UP | IFF_RUNNING); },
+        [](tarn_if *ifp) { return tarn_os_l3_if_flags_unset(ifp, IFF_UP | IFF_RUNNING); },
+        [](tarn_if *ifp) {
+            const u8 another[6] = {2, 0, 0, 0, 0, 10};
+            return tarn_os_l3_if_hwaddr_set(ifp, 6, another);
+        }};
+    for (auto call : calls) {
+        vlan_.netdev = tarn_eth_drv_create_netdevice(&vlan_, address, 6);
+        rtnl_lock();
+        std::thread other([&] { EXPECT_EQ(call(&vlan_), -EINVAL); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        tarn_os_l3_if_unconfigure(&vlan_);
+        rtnl_unlock();
+        other.join();
+        userlevel::work_run();
+    }
+}
+
+// By frames that still have the old record of the VLAN.
+TEST_F(L3DeviceThreads, that_goes_with_a_later_record_is_asked_nothing_any_more) {
+    const u8 address[16] = {};
+    std::atomic<bool> stop = false;
+    std::atomic<tarn_if *> newest = nullptr;
+    userlevel::log_keep(false);
+    const std::function<void(tarn_if *)> questions[] = {
+        [](tarn_if *vlan) {
+            tarn_pkt_info info{.l3_if = vlan};
+            redirect_instruct instruct{};
+            packet_redirects[0]->match(&info, &instruct); // whether a bridge has it
+        },
+        [&](tarn_if *vlan) {
+            tarn_eth_has_ipv4_address(vlan);
+            tarn_eth_has_ipv6_address(vlan);
+            tarn_eth_subnet_match(0, vlan);
+            tarn_eth_addr_same(0, vlan);
+            tarn_eth_subnet6_match(address, vlan);
+        }};
+    std::vector<std::thread> frames;
+    for (const auto &question : questions)
+        frames.emplace_back([&] {
+            while (!stop) {
+                tarn_if *vlan = tarn_ifmgr_lookup_by_vid(77);
+                for (tarn_if *first = newest; vlan && newest == first && !stop;)
+                    question(vlan);
+                tarn_ifmgr_if_ref_put_later(vlan);
+            }
+        });
+    for (u32 round = 0; round < 200; round++) {
+        tarn_if *made = nullptr;
+        for (u32 twice = 0; twice < 2; twice++) {
+            EXPECT_EQ(tarn_ifmgr_vlan_create(address, 6, &made, 77, 0), 0);
+            std::this_thread::yield();
+        }
+        tarn_ifmgr_delete_interface(made);
+        newest = made;
+        userlevel::work_run();
+    }
+    stop = true;
+    for (std::thread &one : frames)
+        one.join();
+    userlevel::work_run();
+    userlevel::log_keep(true);
+    log();
+    remember();
+}
+
+TEST_F(L3DeviceThreads, of_an_ethernet_interface_may_go_at_any_time) {
+    userlevel::log_keep(false);
+    std::atomic<bool> stop = false;
+    const u8 address[6] = {2, 0, 0, 0, 0, 9};
+    std::thread commands([&] {
+        while (!stop) {
+            tarn_ifmgr_ethernet_create("eth7", address, 0, 9007, TARN_IF_TYPE_ETHERNET);
+            tarn_ifmgr_set_hwaddr(9007, 6, address);
+            if (tarn_if *eth = tarn_ifmgr_lookup_by_index(9007)) {
+                if (net_device *device = tarn_if_device_hold(eth)) {
+                    EXPECT_STREQ(netdev_name(device), "eth7");
+                    dev_put(device);
+                }
+                tarn_ifmgr_if_ref_put(eth);
+                tarn_ifmgr_delete_interface(eth);
+            }
+        }
+    });
+    for (u32 round = 0; round < 300; round++) {
+        net_device *device = userlevel::netdev_create("eth7");
+        std::this_thread::yield();
+        unregister_netdev(device);
+        free_netdev(device);
+    }
+    stop = true;
+    commands.join();
+    userlevel::work_run();
+    userlevel::log_keep(true);
+    log();
+    remember();
+}
+
+// A look-up, and the record that keeps its result, are one for who tells of a device that goes.
+TEST_F(L3DeviceThreads, of_an_ethernet_interface_is_looked_up_under_rtnl) {
+    static std::atomic<bool> looked_up, had_lock;
+    looked_up = had_lock = false;
+    static constexpr userlevel::netdev_back the_back{.find = [](const char *) -> net_device * {
+        looked_up = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(had_lock);
+        return nullptr;
+    }};
+    std::thread other([] {
+        while (!looked_up)
+            std::this_thread::yield();
+        rtnl_lock();
+        had_lock = true;
+        rtnl_unlock();
+    });
+    userlevel::netdev_use_back(&the_back);
+    const u8 address[6] = {2, 0, 0, 0, 0, 9};
+    configure([&] {
+        EXPECT_EQ(tarn_ifmgr_ethernet_create("eth7", address, 0, 9007, TARN_IF_TYPE_ETHERNET), 0);
+    });
+    userlevel::netdev_use_back(nullptr);
+    other.join();
+    EXPECT_TRUE(had_lock);
+}
+
+TEST_F(L3Device, of_a_vlan_is_not_that_of_a_routed_port_by_its_name) {
+    const u8 address[6] = {2, 0, 0, 0, 0, 9};
+    configure([&] {
+        EXPECT_EQ(tarn_ifmgr_switchport_create("vlan10", address, 0x1043, 0, 5009, 1), 0);
+        userlevel::work_run();
+    });
+    tarn_if *port = tarn_ifmgr_lookup_by_index(5009), *made = nullptr;
+    net_device *device = port->netdev;
+    EXPECT_EQ(tarn_ifmgr_vlan_create(nullptr, 0, &made, 10, 0), TARN_ERR_NETDEV);
+    EXPECT_EQ(made, nullptr);
+    EXPECT_EQ(tarn_ifmgr_lookup_by_vid(10), nullptr);
+    EXPECT_EQ(tarn_ifmgr_lookup_by_index(5009), port);
+    EXPECT_EQ(port->netdev, device);
+    EXPECT_TRUE(is_registered(device));
+    EXPECT_EQ(device->references, 0);
+    EXPECT_EQ(priv(device)->ifp, port);
+    EXPECT_EQ(priv(device)->vid, 0u);
+    EXPECT_TRUE(netif_carrier_ok(device));
+    tarn_ifmgr_if_ref_put(port);
+    tarn_ifmgr_if_ref_put(port);
+}
+
 TEST_F(L3Device, of_a_port_by_the_name_of_a_vlan_leaves_the_vlan_none) {
     const u8 address[6] = {2, 0, 0, 0, 0, 9};
     configure([&] { EXPECT_EQ(tarn_ifmgr_switchport_create("vlan1", address, 0, 0, 5009, 1), 0); });
@@ -331,6 +487,24 @@ TEST_F(L3Device, that_is_open_ends_stopped_closed_and_unregistered) {
         << "an open device is closed on the way";
     EXPECT_EQ(dev_get_by_name("vlan77"), nullptr);
     userlevel::work_run();
+}
+
+TEST_F(L3Device, that_ends_is_its_interfaces_no_more) {
+    static tarn_if *owner;
+    static bool told;
+    static notifier_block block{.notifier_call =
+                                    [](notifier_block *, unsigned long event, void *) {
+                                        told |= event == NETDEV_UNREGISTER;
+                                        EXPECT_EQ(owner->netdev, nullptr);
+                                        return 0;
+                                    },
+                                .next = nullptr,
+                                .priority = 0};
+    vlan_.netdev = tarn_eth_drv_create_netdevice(&vlan_, nullptr, 0);
+    owner = &vlan_;
+    register_netdevice_notifier(&block);
+    EXPECT_EQ(tarn_os_l3_if_unconfigure(&vlan_), 0);
+    EXPECT_TRUE(told);
 }
 
 TEST_F(L3Device, that_was_never_opened_ends_stopped_and_unregistered) {

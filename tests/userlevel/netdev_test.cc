@@ -4,8 +4,10 @@
 #include "control.h"
 #include "kernel/errno.h"
 #include "kernel/memory.h"
+#include "kernel/preempt.h"
 #include "kernel/skb.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <thread>
@@ -158,6 +160,62 @@ TEST_F(OwnDeviceThreads, is_not_freed_while_somebody_holds_it) {
     dev_put(held);
     remover.join();
     EXPECT_EQ(register_netdev(held), 0); // for the end
+}
+
+TEST_F(OwnDeviceThreads, is_not_freed_while_somebody_has_bottom_halves_off) {
+    net_device *device = own();
+    std::atomic<bool> off = false, gone = false;
+    std::thread frame([&] {
+        local_bh_disable();
+        off = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(gone);
+        EXPECT_STREQ(netdev_name(device), "own0");
+        local_bh_enable();
+    });
+    while (!off)
+        std::this_thread::yield();
+    unregister_netdev(device);
+    gone = true;
+    frame.join();
+    EXPECT_EQ(register_netdev(device), 0); // for the end
+}
+
+// Each reads what the other takes away, and frees when nobody can read it any more.
+TEST_F(OwnDeviceThreads, what_is_read_with_bottom_halves_off_is_freed_when_they_are_on_again) {
+    int *shared = new int(1);
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> readers;
+    for (int k = 0; k < 3; k++)
+        readers.emplace_back([&] {
+            while (!stop) {
+                local_bh_disable();
+                EXPECT_EQ(*__atomic_load_n(&shared, __ATOMIC_ACQUIRE), 1);
+                local_bh_enable();
+            }
+        });
+    for (int turn = 0; turn < 300; turn++) {
+        int *old = __atomic_exchange_n(&shared, new int(1), __ATOMIC_ACQ_REL);
+        userlevel::wait_for_bottom_halves();
+        *old = 0;
+        delete old;
+        if (turn % 50 == 0) // threads come and go
+            std::thread([&] {
+                local_bh_disable();
+                EXPECT_EQ(*__atomic_load_n(&shared, __ATOMIC_ACQUIRE), 1);
+                local_bh_enable();
+            }).join();
+    }
+    stop = true;
+    for (std::thread &reader : readers)
+        reader.join();
+    delete shared;
+}
+
+TEST_F(OwnDeviceThreads, nobody_waits_for_itself) {
+    local_bh_disable();
+    EXPECT_DEATH(userlevel::wait_for_bottom_halves(), "kernel BUG");
+    local_bh_enable();
 }
 
 } // namespace

@@ -52,10 +52,10 @@ inline u32 netdev_flags(const net_device *device) {
     return read_once(device->flags);
 }
 inline u32 netdev_priv_flags(const net_device *device) {
-    return device->priv_flags;
+    return read_once(device->priv_flags);
 }
 inline void netdev_set_priv_flags(net_device *device, u32 flags) {
-    device->priv_flags = flags;
+    write_once(device->priv_flags, flags); // a frame may ask for them meanwhile
 }
 inline u32 netdev_mtu(const net_device *device) {
     return device->mtu;

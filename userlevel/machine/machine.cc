@@ -247,10 +247,10 @@ void follow_address(net_device *device, const link_state &state) {
 }
 
 // A message may be old: what counts is how the interface is now.
-void follow(net_device *device, const link_state &now) {
+void follow(net_device *device, bool is_tap, const link_state &now) {
     if (now.ifindex != device->ifindex)
         return;
-    if (of(device)->is_tap) {
+    if (is_tap) {
         follow_mtu(device, now.mtu);
         follow_address(device, now);
     } else {
@@ -260,15 +260,29 @@ void follow(net_device *device, const link_state &now) {
         userlevel::netdev_flags_changed(device, now.flags & 0xFFFF);
 }
 
+struct held {
+    net_device *device; // with a reference, or null
+    bool is_tap;
+};
+
+held hold(unsigned ifindex) {
+    std::lock_guard guard(table_mutex);
+    auto found = table.find(ifindex);
+    if (found == table.end())
+        return {};
+    dev_hold(found->second->device);
+    return {found->second->device, found->second->is_tap};
+}
+
+// Without the lock, for which those wait who have RTNL or bottom halves off.
 void on_link(const link_state &said) {
-    {
-        std::lock_guard guard(table_mutex);
-        auto found = table.find(said.ifindex);
-        if (found != table.end() && !said.gone)
-            follow(found->second->device, interface_state(said.name));
-        else if (found != table.end() && !found->second->is_tap)
-            unregister_netdev(found->second->device); // its record lets go of it
-    }
+    auto [device, is_tap] = hold(said.ifindex);
+    if (device && !said.gone)
+        follow(device, is_tap, interface_state(said.name));
+    if (device)
+        dev_put(device);
+    if (device && said.gone && !is_tap)
+        unregister_netdev(device); // its record lets go of it
     link_state now = said.gone ? link_state{.name = said.name} : interface_state(said.name);
     link_told(said.name, (now.flags & LINK) == LINK);
 }
