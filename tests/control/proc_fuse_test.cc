@@ -1,6 +1,7 @@
 // The process's tree as a file system: mounted in a mount namespace of the test's own.
 #include "../../lab/tests/proc_run.h"
 #include "control/proc_test.h"
+#include "support/temporary_folder.h"
 
 #include "machine/proc_fuse.h"
 
@@ -36,21 +37,15 @@ protected:
     void SetUp() override {
         if (std::string lacking = enter_namespaces(); !lacking.empty())
             GTEST_SKIP() << lacking;
-        char name[] = "/tmp/tarn-fuse-XXXXXX";
-        folder_ = mkdtemp(name);
-        root_ = folder_ + "/tarn";
     }
-    void TearDown() override {
-        machine::proc_unmount();
-        if (!folder_.empty())
-            std::filesystem::remove(folder_);
-    }
+    void TearDown() override { machine::proc_unmount(); }
 
     const std::string &root() { return root_; }
     std::string file(const std::string &name) { return root_ + "/" + name; }
 
 private:
-    std::string folder_, root_;
+    const TemporaryFolder folder_;
+    const std::string root_ = folder_ / "tarn";
 };
 
 TEST_F(ProcFuseTest, every_file_prints_and_takes_what_it_must) {
