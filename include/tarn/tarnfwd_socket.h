@@ -23,7 +23,10 @@
  *     extended answers    NETLINK_GENERIC, NETLINK_EXT_ACK, 1
  *     short answers       NETLINK_GENERIC, NETLINK_CAP_ACK, 1
  *
- * A client that does not read loses events, and after some time its connection.
+ * Nobody waits for a client that does not read: what finds no room in its socket's buffer, an answer or
+ * an event, is lost, though the commands are carried out, and so is all that follows until it has read
+ * most of what waits. Then, where something is missing, it gets a packet of a netlink header alone, of
+ * type NLMSG_OVERRUN: what ENOBUFS is of a kernel's socket. No whole frame is as short as that.
  */
 #ifndef TARN_TARNFWD_SOCKET_H
 #define TARN_TARNFWD_SOCKET_H

@@ -1,8 +1,10 @@
 // The protocol sockets of a process, in programs that were written for those of a kernel.
 #include "support/case_switch.h"
+#include "support/temporary_folder.h"
 #include "support/transmit_test.h"
 
 #include "machine/socket_server.h"
+#include "servers/carried_end.h"
 #include "socket_calls.h"
 #include "tarn/socket_carrier.h"
 
@@ -19,82 +21,16 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// One end of a carried socket, without the preload library.
-class Carried {
-public:
-    explicit Carried(const std::string &path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET, 0)) {
-        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-        path.copy(address.sun_path, path.size());
-        EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
-    }
-    ~Carried() { ::close(fd_); }
-    Carried(const Carried &) = delete;
-    Carried &operator=(const Carried &) = delete;
-
-    int fd() const { return fd_; }
-
-    // Whether it is taken; the descriptors go beside it.
-    bool put(const void *bytes, std::size_t length, const std::vector<int> &descriptors) const {
-        std::vector<char> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
-        iovec data{const_cast<void *>(bytes), length};
-        msghdr msg{};
-        msg.msg_iov = &data;
-        msg.msg_iovlen = 1;
-        msg.msg_control = control.data();
-        msg.msg_controllen = control.size();
-        cmsghdr *beside = CMSG_FIRSTHDR(&msg);
-        beside->cmsg_level = SOL_SOCKET;
-        beside->cmsg_type = SCM_RIGHTS;
-        beside->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-        std::copy(descriptors.begin(), descriptors.end(),
-                  reinterpret_cast<int *>(CMSG_DATA(beside)));
-        return sendmsg(fd_, &msg, MSG_NOSIGNAL) == static_cast<ssize_t>(length);
-    }
-    // The result, or 1 when there is no answer. `more`: what else goes beside the request.
-    i64 call(const tarn_carrier_request &request, const std::vector<int> &more = {}) const {
-        int pair[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-        std::vector<int> beside{pair[1]};
-        beside.insert(beside.end(), more.begin(), more.end());
-        EXPECT_TRUE(put(&request, sizeof(request), beside));
-        ::close(pair[1]);
-        struct {
-            tarn_carrier_reply reply;
-            char data[2048];
-        } answer{};
-        ssize_t length = recv(pair[0], &answer, sizeof(answer), 0);
-        ::close(pair[0]);
-        return length >= static_cast<ssize_t>(sizeof(answer.reply)) ? answer.reply.result : 1;
-    }
-    i64 open(int family) const {
-        return call({.call = TARN_CARRIER_OPEN, .a = family, .b = SOCK_RAW});
-    }
-    i64 look() const {
-        return call({.call = TARN_CARRIER_RECEIVE, .a = MSG_PEEK, .size = sizeof(char[2048])});
-    }
-    bool readable() const {
-        pollfd one{.fd = fd_, .events = POLLIN, .revents = 0};
-        return poll(&one, 1, 0) == 1;
-    }
-
-private:
-    int fd_;
-};
-
 // A switch whose sockets are served, and daemons under the preload library.
 class Carrier : public TransmitTest {
 protected:
     Carrier() {
-        char folder[] = "/tmp/tarn-carrier-XXXXXX";
-        folder_ = mkdtemp(folder);
-        path_ = folder_ + "/sockets";
         EXPECT_EQ(machine::sockets_serve(path_), "");
         add_port(2);
         fake_driver::attach_without_flood();
     }
     ~Carrier() override {
         machine::sockets_end();
-        std::filesystem::remove_all(folder_);
         log();
         remember(); // the records of closed sockets stay, on purpose
     }
@@ -116,7 +52,8 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string path_, folder_;
+    const TemporaryFolder folder_;
+    const std::string path_ = folder_ / "sockets";
 
 private:
     [[noreturn]] static void become(const std::vector<std::string> &words, const char *path) {
@@ -247,7 +184,7 @@ TEST_F(Carrier, a_path_is_served_once_and_can_be_served_again) {
     EXPECT_THAT(machine::sockets_serve(std::string(108, 'x')), HasSubstr("1 to 107 characters"));
     machine::sockets_end();
     EXPECT_FALSE(std::filesystem::exists(path_));
-    EXPECT_THAT(machine::sockets_serve(folder_ + "/no/such"), HasSubstr("No such file"));
+    EXPECT_THAT(machine::sockets_serve(folder_ / "no/such"), HasSubstr("No such file"));
     EXPECT_EQ(machine::sockets_serve(path_), "");
 }
 
@@ -255,12 +192,33 @@ TEST_F(Carrier, a_path_is_served_once_and_can_be_served_again) {
 TEST_F(Carrier, a_client_that_talks_nonsense_is_left) {
     const tarn_carrier_request lies{.call = TARN_CARRIER_SEND, .name_length = 1u << 30};
     for (std::size_t length : {std::size_t{1}, sizeof(lies)}) {
-        Carried client(path_);
+        CarriedEnd client(path_);
         EXPECT_EQ(::send(client.fd(), &lies, length, MSG_NOSIGNAL), static_cast<ssize_t>(length));
-        char byte;
-        EXPECT_EQ(recv(client.fd(), &byte, 1, 0), 0);
+        EXPECT_TRUE(client.read().empty());
     }
     EXPECT_EQ(run_daemon({"two_sockets"}), 0);
+}
+
+TEST_F(Carrier, descriptors_beside_a_request_are_not_kept) {
+    auto descriptors = [] {
+        std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    CarriedEnd keeps(path_);
+    EXPECT_EQ(keeps.open(TARN_AF_LACP), 0);
+    const auto before = descriptors();
+    const tarn_carrier_request look{.call = TARN_CARRIER_RECEIVE, .size = 100};
+    for (std::size_t more : {1u, 2u, 100u}) {
+        CarriedEnd client(path_);
+        EXPECT_EQ(client.open(TARN_AF_LACP), 0);
+        EXPECT_EQ(client.call(look, std::vector<int>(more, 0)), 1); // it is no call of ours
+        EXPECT_TRUE(client.read().empty());
+    }
+    EXPECT_EQ(keeps.call(look), -EINVAL);
+    // That of an answer is closed behind it.
+    for (int i = 0; i < 1000 && descriptors() != before; i++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(descriptors(), before);
 }
 
 // Under the thread sanitizer too.
@@ -277,7 +235,7 @@ TEST_F(CarrierThreads, a_frame_that_comes_while_a_socket_opens_is_marked) {
     constexpr u32 more_than_half = 120000;
     const Bytes frame = Frame().to("01:80:c2:00:00:02").type(0x8809).padded();
     for (int i = 0; i < sockets; i++) {
-        Carried client(path_);
+        CarriedEnd client(path_);
         std::atomic<bool> opened = false;
         std::thread driver([&] {
             const tarn_rx_meta meta{};
@@ -289,7 +247,7 @@ TEST_F(CarrierThreads, a_frame_that_comes_while_a_socket_opens_is_marked) {
         opened = true;
         driver.join();
         ASSERT_EQ(client.look(), 46);
-        ASSERT_TRUE(client.readable()) << "socket " << i;
+        ASSERT_TRUE(client.is_readable()) << "socket " << i;
     }
 }
 

@@ -13,6 +13,7 @@ namespace {
 
 // Milliseconds: 4094 VLANs at once may take a slow kernel long.
 constexpr int PATIENCE = 60000;
+constexpr int PATIENCE_AFTER_LOSS = 5000;
 
 std::string as_text(View value) {
     const auto *text = reinterpret_cast<const char *>(value.data());
@@ -102,16 +103,21 @@ Answer Client::exchange(Message &message) {
     std::string wrong = transport_->send(message.wire());
     if (!wrong.empty())
         throw Error(where() + ": " + wrong);
-    for (;;) {
-        Bytes datagram = wait(PATIENCE);
+    for (int patience = PATIENCE;;) {
+        Bytes datagram = wait(patience);
         if (datagram.empty())
-            throw Error(where() + ": no answer in " + std::to_string(PATIENCE / 1000) + " seconds");
+            throw Error(where() + ": no answer in " + std::to_string(patience / 1000) + " seconds" +
+                        (patience == PATIENCE ? "" : "; events that were not read took its room"));
         std::optional<Answer> answer;
         for (const Received &received : messages_of(datagram)) {
-            if (auto event = event_of(received, family_))
+            if (received.type == NLMSG_OVERRUN) {
+                has_lost_ = true;
+                patience = PATIENCE_AFTER_LOSS;
+            } else if (auto event = event_of(received, family_)) {
                 events_.push_back(std::move(*event));
-            else if (received.sequence == sequence_)
+            } else if (received.sequence == sequence_) {
                 answer = answer_of(received, message.wire());
+            }
         }
         if (answer)
             return *answer;
@@ -132,9 +138,11 @@ void Client::listen() {
 std::optional<Event> Client::next_event(int milliseconds) {
     if (events_.empty()) {
         Bytes datagram = wait(milliseconds);
-        for (const Received &received : messages_of(datagram))
+        for (const Received &received : messages_of(datagram)) {
+            has_lost_ |= received.type == NLMSG_OVERRUN;
             if (auto event = event_of(received, family_))
                 events_.push_back(std::move(*event));
+        }
     }
     if (events_.empty())
         return std::nullopt;

@@ -9,6 +9,7 @@
 
 #include <deque>
 #include <stdexcept>
+#include <utility>
 
 namespace client {
 
@@ -27,6 +28,8 @@ public:
     void listen();
     // None when none has come in that time; a negative time waits for ever.
     std::optional<Event> next_event(int milliseconds);
+    // Whether some have been lost since the last question, before the next one.
+    bool has_lost_events() { return std::exchange(has_lost_, false); }
 
     std::string where() const { return transport_->name(); }
 
@@ -40,6 +43,7 @@ private:
     std::uint32_t group_ = 0;
     std::uint32_t sequence_ = 0;
     std::deque<Event> events_;
+    bool has_lost_ = false;
 };
 
 // The switch that is there: that of `path` alone if one is given (the caller's, else of

@@ -24,6 +24,18 @@ std::string failed(const std::string &what) {
     return what + ": " + std::strerror(errno);
 }
 
+// What the socket of a process says by a message, the kernel says by an error.
+Bytes loss() {
+    const nlmsghdr header{.nlmsg_len = sizeof(header),
+                          .nlmsg_type = NLMSG_OVERRUN,
+                          .nlmsg_flags = 0,
+                          .nlmsg_seq = 0,
+                          .nlmsg_pid = 0};
+    Bytes message(sizeof(header));
+    std::memcpy(message.data(), &header, sizeof(header));
+    return message;
+}
+
 // Both sockets send and receive alike.
 class Datagrams : public Transport {
 public:
@@ -42,7 +54,9 @@ public:
         if (count <= 0)
             return {};
         ssize_t length = recv(fd_, buffer_.data(), buffer_.size(), 0);
-        if (length < 0 && errno != ENOBUFS) // events that were lost are lost
+        if (length < 0 && errno == ENOBUFS)
+            return loss();
+        if (length < 0)
             wrong = failed("receiving");
         if (length == 0)
             wrong = "the switch has gone";

@@ -17,7 +17,8 @@ public:
     // One message. "" or what failed, in words.
     virtual std::string send(View message) = 0;
     // One datagram, which holds one message or several; empty when none has come in that time. A
-    // negative time waits for ever. `wrong` takes what failed.
+    // negative time waits for ever. `wrong` takes what failed. Where messages were lost, since
+    // nobody read, there is one that says so (NLMSG_OVERRUN).
     virtual Bytes receive(int milliseconds, std::string &wrong) = 0;
     // Events of the group from now on. "" or what failed.
     virtual std::string join(std::uint32_t group) = 0;

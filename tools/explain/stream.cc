@@ -1,13 +1,9 @@
 #include "explain/stream.h"
 
 #include "control.h"
-#include "explain/order.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <sys/socket.h>
 #include <utility>
 
 namespace explain {
@@ -16,23 +12,26 @@ namespace {
 
 constexpr std::size_t QUEUE = 4096; // events that may wait for their reader
 
+std::string lost_line(const Order &order, u64 lost) {
+    std::string number = std::to_string(lost);
+    return order.json ? "{\"lost\":" + number + "}" : "(" + number + " events were lost)";
+}
+
+} // namespace
+
 // Between the threads of frames, which must not wait, and the one that writes.
-class Queue {
+class TraceStream::Queue {
 public:
-    void put(Event event) {
-        std::lock_guard guard(mutex_);
-        if (events_.size() == QUEUE) {
-            lost_++;
-            return;
-        }
-        events_.push_back(std::move(event));
-        there_.notify_one();
-    }
-    // The next, or none after a moment; how many were lost before it.
+    Queue(Filter filter, std::function<void()> there)
+        : filter_(std::move(filter)), there_(std::move(there)),
+          watch_([this](const redirect_event &event) {
+              if (Event copy = copy_of(event); filter_.wants(copy))
+                  put(std::move(copy));
+          }) {}
+
+    // The next, or none; how many were lost before it.
     std::optional<Event> take(u64 &lost) {
-        std::unique_lock lock(mutex_);
-        there_.wait_for(lock, std::chrono::milliseconds(100), [&] { return !events_.empty(); });
-        lost = 0;
+        std::lock_guard guard(mutex_);
         if (events_.empty())
             return std::nullopt;
         lost = std::exchange(lost_, 0);
@@ -42,69 +41,54 @@ public:
     }
 
 private:
+    void put(Event event) {
+        std::size_t before;
+        {
+            std::lock_guard guard(mutex_);
+            before = events_.size();
+            if (before == QUEUE)
+                lost_++;
+            else
+                events_.push_back(std::move(event));
+        }
+        if (before == 0)
+            there_();
+    }
+
+    const Filter filter_;
+    const std::function<void()> there_;
     std::mutex mutex_;
-    std::condition_variable there_;
     std::deque<Event> events_;
     u64 lost_ = 0;
+    userlevel::trace_watch watch_; // the first to go
 };
-
-// A client says nothing more: when its end can be read, it has gone.
-bool is_gone(int fd) {
-    char byte;
-    return recv(fd, &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 0;
-}
-
-bool write_line(int fd, const std::string &line) {
-    std::string text = line + "\n";
-    for (std::size_t at = 0; at < text.size();) {
-        ssize_t written = send(fd, text.data() + at, text.size() - at, MSG_NOSIGNAL);
-        if (written <= 0)
-            return false;
-        at += static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-std::string lost_line(const Order &order, u64 lost) {
-    std::string number = std::to_string(lost);
-    return order.json ? "{\"lost\":" + number + "}" : "(" + number + " events were lost)";
-}
-
-bool write_event(int fd, const Order &order, const Event &event, u64 lost) {
-    if (lost != 0 && !write_line(fd, lost_line(order, lost)))
-        return false;
-    return write_line(fd, order.json ? json_of(event) : line_of(event));
-}
-
-} // namespace
 
 bool trace_is_order(const std::string &line) {
     return line == "trace" || line.starts_with("trace ");
 }
 
-std::string trace_stream(int fd, const std::string &line) {
-    Order order;
-    std::string wrong = parse_order(line, order);
-    if (!wrong.empty())
-        return wrong;
-    using clock = std::chrono::steady_clock;
-    const auto end = clock::now() + std::chrono::seconds(order.seconds);
-    Queue queue;
-    userlevel::trace_watch watch([&](const redirect_event &event) {
-        Event copy = copy_of(event);
-        if (order.filter.wants(copy))
-            queue.put(std::move(copy));
-    });
-    for (unsigned long written = 0; order.count == 0 || written < order.count;) {
+TraceStream::TraceStream(const Order &order, std::function<void()> there)
+    : order_(order), queue_(std::make_unique<Queue>(order.filter, std::move(there))) {}
+
+TraceStream::~TraceStream() = default;
+
+std::string TraceStream::take(std::size_t bytes) {
+    std::string lines;
+    while (lines.size() < bytes && !has_ended()) {
         u64 lost = 0;
-        auto event = queue.take(lost);
-        if (event && !write_event(fd, order, *event, lost))
+        auto event = queue_->take(lost);
+        if (!event)
             break;
-        written += event.has_value();
-        if (is_gone(fd) || (order.seconds != 0 && clock::now() >= end))
-            break;
+        if (lost != 0)
+            lines += lost_line(order_, lost) + "\n";
+        lines += (order_.json ? json_of(*event) : line_of(*event)) + "\n";
+        taken_++;
     }
-    return "";
+    return lines;
+}
+
+bool TraceStream::has_ended() const {
+    return order_.count != 0 && taken_ >= order_.count;
 }
 
 } // namespace explain

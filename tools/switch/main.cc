@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/resource.h>
 
 namespace {
 
@@ -28,11 +29,21 @@ sigset_t block_signals() {
     return signals;
 }
 
+// Each client and each protocol socket of a daemon is a descriptor here.
+void allow_many_descriptors() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 int run(const live::Options &options) {
+    allow_many_descriptors();
     sigset_t signals = block_signals();
     std::string wrong = live::start(options);
     if (wrong.empty() && !options.control.empty())
-        wrong = live::control_serve(options.control);
+        wrong = live::control_serve(options.control, live::command);
     if (wrong.empty() && !options.netlink.empty())
         wrong = machine::netlink_serve(options.netlink);
     if (wrong.empty() && !options.sockets.empty())

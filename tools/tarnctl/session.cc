@@ -125,6 +125,8 @@ void monitor(Session &session, const Parsed &parsed) {
     unsigned long count = std::stoul(parsed.values[0], nullptr, 0);
     for (unsigned long seen = 0; count == 0 || seen < count;) {
         auto event = client.next_event(-1);
+        if (client.has_lost_events())
+            session.print(session.json ? "{\"event\":\"lost\"}\n" : "events were lost\n");
         if (!event)
             continue;
         session.print(session.json ? event_json(*event, names) : event_line(*event, names));

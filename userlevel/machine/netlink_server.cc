@@ -1,17 +1,14 @@
 #include "machine/netlink_server.h"
 
-#include "machine/unix_server.h"
 #include "netlink.h"
 #include "tarn/tarnfwd_socket.h"
 
 #include <cerrno>
 #include <cstring>
 #include <linux/netlink.h>
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <mutex>
 #include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace machine {
@@ -20,38 +17,33 @@ namespace {
 
 using packet = std::vector<std::uint8_t>;
 
-constexpr int ANSWER_PATIENCE_MS = 5000;
-
-// One client. Answers are its own to wait for, within reason; events may be lost.
-class connection {
+// A socket of a client: what waits for it is in its buffer. What finds no room there is lost, as on
+// a netlink socket, and so is all that follows until the client has read on and been told.
+class netlink_client : public unix_client {
 public:
-    explicit connection(int fd)
-        : fd_(fd), socket_([this](std::span<const std::uint8_t> message) { write(message); }) {}
-    ~connection() { close(fd_); }
-    connection(const connection &) = delete;
-    connection &operator=(const connection &) = delete;
+    netlink_client(event_loop &loop, int fd, std::function<void()> leave)
+        : unix_client(fd), leave_(std::move(leave)),
+          readable_(loop, fd, event_watch::READABLE, [this] { serve_one(); }),
+          writable_(loop, fd, event_watch::WRITABLE, [this] { tell_of_loss(); }),
+          socket_([this](std::span<const std::uint8_t> message) { write(message); }) {
+        readable_.on();
+    }
 
-    int fd() const { return fd_; }
-
-    // Whether there is more to come.
-    bool serve_one() {
+private:
+    void serve_one() {
         packet datagram(TARNFWD_SOCKET_PACKET_MAX);
-        ssize_t length = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
-        if (length < 0)
-            return errno == EAGAIN || errno == EINTR;
-        if (length == 0)
-            return false;
+        ssize_t length = recv(fd(), datagram.data(), datagram.size(), MSG_DONTWAIT);
+        if (length < 0 && (errno == EAGAIN || errno == EINTR))
+            return;
+        if (length <= 0)
+            return leave_();
         datagram.resize(static_cast<std::size_t>(length));
-        answering_ = true;
         if (!is_option(datagram))
             socket_.send(datagram);
         else
             set_option(datagram);
-        answering_ = false;
-        return !lost_;
     }
 
-private:
     static bool is_option(const packet &datagram) {
         nlmsghdr header;
         if (datagram.size() < sizeof(header) + sizeof(tarnfwd_socket_option))
@@ -79,30 +71,51 @@ private:
         write({bytes, sizeof(answer)});
     }
 
-    // From the server's thread an answer, from others an event: the path of frames waits for
-    // nobody.
+    // From the server's thread an answer, from those of frames an event: neither waits.
     void write(std::span<const std::uint8_t> message) {
-        bool sent = ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
-        if (sent || errno != EAGAIN || std::this_thread::get_id() != server_ || !answering_)
-            return;
-        pollfd writable{.fd = fd_, .events = POLLOUT, .revents = 0};
-        lost_ = poll(&writable, 1, ANSWER_PATIENCE_MS) <= 0 ||
-                ::send(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0;
+        std::lock_guard guard(lock_);
+        if (!is_losing_ && !put(message)) {
+            is_losing_ = true;
+            writable_.on();
+        }
     }
 
-    int fd_;
-    const std::thread::id server_ = std::this_thread::get_id();
-    bool answering_ = false; // the server's thread alone
-    bool lost_ = false;
-    userlevel::netlink_socket socket_;
+    void tell_of_loss() {
+        const nlmsghdr loss{.nlmsg_len = sizeof(loss),
+                            .nlmsg_type = NLMSG_OVERRUN,
+                            .nlmsg_flags = 0,
+                            .nlmsg_seq = 0,
+                            .nlmsg_pid = socket_.portid()};
+        std::lock_guard guard(lock_);
+        is_losing_ = !put({reinterpret_cast<const std::uint8_t *>(&loss), sizeof(loss)});
+        if (is_losing_)
+            writable_.on();
+    }
+
+    // Whether there was room for it. Nothing is lost by who has gone.
+    bool put(std::span<const std::uint8_t> message) const {
+        return ::send(fd(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 ||
+               errno == EPIPE || errno == ECONNRESET;
+    }
+
+    std::function<void()> leave_;
+    event_watch readable_, writable_;
+    std::mutex lock_; // covers what is written, and in which order
+    bool is_losing_ = false;
+    userlevel::netlink_socket socket_; // the first to go: nobody writes then
 };
 
-unix_server<connection> server;
+unix_server server(SOCK_SEQPACKET);
 
 } // namespace
 
+std::unique_ptr<unix_client> netlink_connected(event_loop &loop, int fd,
+                                               std::function<void()> leave) {
+    return std::make_unique<netlink_client>(loop, fd, std::move(leave));
+}
+
 std::string netlink_serve(const std::string &path) {
-    std::string wrong = server.serve(path);
+    std::string wrong = server.serve(path, netlink_connected);
     return wrong.empty() ? "" : "netlink socket '" + path + "': " + wrong;
 }
 

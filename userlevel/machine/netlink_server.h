@@ -1,6 +1,8 @@
 // The process's netlink sockets, for other processes: a Unix socket, see tarn/tarnfwd_socket.h.
 #pragma once
 
+#include "machine/unix_server.h"
+
 #include <string>
 
 namespace machine {
@@ -9,5 +11,9 @@ namespace machine {
 std::string netlink_serve(const std::string &path);
 // Clients are disconnected, the thread has ended and the path is gone when it returns.
 void netlink_end();
+
+// One client of such a server, whose descriptor this is.
+std::unique_ptr<unix_client> netlink_connected(event_loop &loop, int fd,
+                                               std::function<void()> leave);
 
 } // namespace machine

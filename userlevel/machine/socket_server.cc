@@ -1,6 +1,5 @@
 #include "machine/socket_server.h"
 
-#include "machine/unix_server.h"
 #include "socket_calls.h"
 #include "tarn/socket_carrier.h"
 
@@ -10,9 +9,9 @@
 #include <cstring>
 #include <mutex>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace machine {
@@ -42,18 +41,10 @@ struct call {
     void send_reply() const;
 };
 
-int descriptor_beside(const msghdr &msg) {
-    const cmsghdr *beside = CMSG_FIRSTHDR(&msg);
-    if (!beside || beside->cmsg_level != SOL_SOCKET || beside->cmsg_type != SCM_RIGHTS)
-        return -1;
-    int fd;
-    std::memcpy(&fd, CMSG_DATA(beside), sizeof(fd));
-    return fd;
-}
-
+// There is room for one descriptor: the kernel closes what else is beside a packet, and says so.
 bool call::receive(int fd) {
     bytes.resize(TARN_CARRIER_DATA_MAX);
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    alignas(cmsghdr) std::array<char, CMSG_LEN(sizeof(int))> control{};
     std::array<iovec, 2> parts{{{&request, sizeof(request)}, {bytes.data(), bytes.size()}}};
     msghdr msg{};
     msg.msg_iov = parts.data();
@@ -63,8 +54,13 @@ bool call::receive(int fd) {
     ssize_t length = recvmsg(fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (length < 0)
         return errno == EAGAIN || errno == EINTR;
-    answer = descriptor_beside(msg);
-    if (answer < 0 || static_cast<std::size_t>(length) < sizeof(request))
+    const cmsghdr *beside = CMSG_FIRSTHDR(&msg);
+    if (beside && beside->cmsg_level == SOL_SOCKET && beside->cmsg_type == SCM_RIGHTS)
+        std::memcpy(&answer, CMSG_DATA(beside), sizeof(answer));
+    bool some_were_closed = msg.msg_flags & MSG_CTRUNC;
+    if (answer < 0 && some_were_closed)
+        return true; // none is left for this process: the call fails, and the next may not
+    if (answer < 0 || some_were_closed || static_cast<std::size_t>(length) < sizeof(request))
         return false;
     bytes.resize(static_cast<std::size_t>(length) - sizeof(request));
     return request.name_length <= std::min<std::size_t>(bytes.size(), TARN_CARRIER_NAME_MAX);
@@ -81,32 +77,31 @@ void call::send_reply() const {
 
 // One socket of a daemon. The thread of the server makes its calls; that of whoever delivers a
 // frame puts the mark.
-class connection {
+class carried_socket : public unix_client {
 public:
-    explicit connection(int fd) : fd_(fd) {}
-    ~connection() {
+    carried_socket(event_loop &loop, int fd, std::function<void()> leave)
+        : unix_client(fd), leave_(std::move(leave)),
+          readable_(loop, fd, event_watch::READABLE, [this] { serve_one(); }) {
+        readable_.on();
+    }
+    ~carried_socket() override {
         if (socket_)
             userlevel::socket_close(socket_); // and nobody is told of frames any more
-        close(fd_);
-    }
-    connection(const connection &) = delete;
-    connection &operator=(const connection &) = delete;
-
-    int fd() const { return fd_; }
-
-    // Whether there is more to come.
-    bool serve_one() {
-        call one;
-        if (!one.receive(fd_))
-            return false;
-        if (one.answer < 0)
-            return true; // nothing was there
-        serve(one);
-        one.send_reply();
-        return socket_ != nullptr;
     }
 
 private:
+    void serve_one() {
+        call one;
+        if (!one.receive(fd()))
+            return leave_();
+        if (one.answer < 0)
+            return; // nothing was there
+        serve(one);
+        one.send_reply();
+        if (!socket_)
+            leave_();
+    }
+
     void serve(call &one) {
         if (one.request.call == TARN_CARRIER_OPEN)
             one.reply.result = open(one.request);
@@ -142,10 +137,10 @@ private:
             return result;
         ucred peer{};
         socklen_t length = sizeof(peer);
-        getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &peer, &length);
+        getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
         userlevel::socket_set_owner(socket_, peer.pid);
         userlevel::socket_on_ready(
-            socket_, [](void *self) { static_cast<connection *>(self)->put_mark(); }, this);
+            socket_, [](void *self) { static_cast<carried_socket *>(self)->put_mark(); }, this);
         return 0;
     }
 
@@ -196,21 +191,27 @@ private:
     void put_mark() {
         std::lock_guard guard(lock_);
         if (!marked_ && can_read())
-            marked_ = ::send(fd_, &MARK, sizeof(MARK), MSG_DONTWAIT | MSG_NOSIGNAL) == 1;
+            marked_ = ::send(fd(), &MARK, sizeof(MARK), MSG_DONTWAIT | MSG_NOSIGNAL) == 1;
     }
 
-    int fd_;
+    std::function<void()> leave_;
+    event_watch readable_;
     struct socket *socket_ = nullptr;
     std::mutex lock_;     // covers the mark, and with it what it tells of
     bool marked_ = false; // the mark is there, or about to be read
 };
 
-unix_server<connection> server;
+unix_server server(SOCK_SEQPACKET);
 
 } // namespace
 
+std::unique_ptr<unix_client> socket_connected(event_loop &loop, int fd,
+                                              std::function<void()> leave) {
+    return std::make_unique<carried_socket>(loop, fd, std::move(leave));
+}
+
 std::string sockets_serve(const std::string &path) {
-    std::string wrong = server.serve(path);
+    std::string wrong = server.serve(path, socket_connected);
     return wrong.empty() ? "" : "protocol sockets '" + path + "': " + wrong;
 }
 

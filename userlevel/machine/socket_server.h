@@ -1,6 +1,8 @@
 // The process's protocol sockets, for other processes: a Unix socket, see tarn/socket_carrier.h.
 #pragma once
 
+#include "machine/unix_server.h"
+
 #include <string>
 
 namespace machine {
@@ -9,5 +11,9 @@ namespace machine {
 std::string sockets_serve(const std::string &path);
 // Closes what daemons hold, too.
 void sockets_end();
+
+// One client of such a server, whose descriptor this is.
+std::unique_ptr<unix_client> socket_connected(event_loop &loop, int fd,
+                                              std::function<void()> leave);
 
 } // namespace machine

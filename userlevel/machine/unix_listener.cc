@@ -66,7 +66,7 @@ std::string listen_at(const std::string &path, int type, int &fd) {
     path.copy(address.sun_path, path.size());
     if (std::string wrong = make_room(address, type); !wrong.empty())
         return wrong;
-    fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    fd = socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (open_at(fd, address))
         return "";
     std::string wrong = std::strerror(errno);

@@ -13,9 +13,9 @@ namespace machine {
 void let_in(gid_t group);
 std::optional<gid_t> let_in();
 
-// A listening socket at the path, whose folder is the caller's to protect. A socket that nobody
-// serves is what a killed process has left, and is replaced; anything else that is there is left
-// alone. "" or what failed, in words.
+// A listening socket at the path, which does not block, and whose folder is the caller's to
+// protect. A socket that nobody serves is what a killed process has left, and is replaced; anything
+// else that is there is left alone. "" or what failed, in words.
 std::string listen_at(const std::string &path, int type, int &fd);
 
 } // namespace machine

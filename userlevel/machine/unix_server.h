@@ -1,77 +1,71 @@
-// A thread that serves all who connect to a Unix socket, one message at a time.
-//
-// Connection(fd) owns the descriptor and is made, asked and ended on that thread; serve_one() is
-// called when there is something to read, and says whether there is more to come.
+// A thread that serves all who connect to a Unix socket. Nobody there waits for another: a client
+// is served one message at a time, in turn with the others; who does not read has as much waiting
+// as its socket takes, and what that means is the client's kind to say. Where no descriptor is
+// left, whoever else connects waits.
 #pragma once
 
+#include "machine/event_loop.h"
 #include "machine/unix_listener.h"
 
-#include <cstddef>
+#include <functional>
+#include <map>
 #include <memory>
-#include <poll.h>
 #include <string>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
+#include <utility>
 
 namespace machine {
 
-template <typename Connection>
-class unix_server {
+// One who has connected. Lives where the loop runs, watches its descriptor, which does not block,
+// and leaves as the last thing that it does in a call.
+class unix_client {
 public:
-    // "" or what failed, in words. Once at a time.
-    std::string serve(const std::string &path) {
-        if (std::string wrong = listen_at(path, SOCK_SEQPACKET, listener_); !wrong.empty())
-            return wrong;
-        path_ = path;
-        stop_event_ = eventfd(0, EFD_CLOEXEC);
-        thread_ = std::thread([this] { run(); });
-        return "";
-    }
+    explicit unix_client(int fd) : fd_(fd) {}
+    virtual ~unix_client(); // the descriptor outlives whatever else there is of a client
+    unix_client(const unix_client &) = delete;
+    unix_client &operator=(const unix_client &) = delete;
 
-    // Ends all connections and takes the socket away; does nothing where none is served.
-    void end() {
-        if (!thread_.joinable())
-            return;
-        eventfd_write(stop_event_, 1);
-        thread_.join();
-        close(stop_event_);
-        close(listener_);
-        unlink(path_.c_str());
-    }
+protected:
+    int fd() const { return fd_; }
 
 private:
-    void run() {
-        std::vector<std::unique_ptr<Connection>> connections;
-        for (;;) {
-            std::vector<pollfd> waiting{{.fd = stop_event_, .events = POLLIN, .revents = 0},
-                                        {.fd = listener_, .events = POLLIN, .revents = 0}};
-            const std::size_t first = waiting.size();
-            for (const auto &each : connections)
-                waiting.push_back({.fd = each->fd(), .events = POLLIN, .revents = 0});
-            if (poll(waiting.data(), waiting.size(), -1) < 0)
-                continue;
-            if (waiting[0].revents)
-                return;
-            for (std::size_t i = connections.size(); i > 0; i--)
-                if (waiting[first + i - 1].revents && !connections[i - 1]->serve_one())
-                    connections.erase(connections.begin() + static_cast<std::ptrdiff_t>(i - 1));
-            if (waiting[1].revents)
-                accept_one(connections);
-        }
-    }
+    int fd_;
+};
 
-    void accept_one(std::vector<std::unique_ptr<Connection>> &connections) {
-        int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0)
-            connections.push_back(std::make_unique<Connection>(fd));
-    }
+// `leave` ends the client that it was given to.
+using make_client = std::function<std::unique_ptr<unix_client>(event_loop &loop, int fd,
+                                                               std::function<void()> leave)>;
 
-    std::string path_;
-    int listener_ = -1;
-    int stop_event_ = -1;
+class unix_clients {
+public:
+    unix_clients(event_loop &loop, make_client make) : loop_(loop), make_(std::move(make)) {}
+    void add(int fd);
+    bool empty() const { return clients_.empty(); }
+
+private:
+    event_loop &loop_;
+    make_client make_;
+    unsigned long last_ = 0;
+    std::map<unsigned long, std::unique_ptr<unix_client>> clients_;
+};
+
+class unix_server {
+public:
+    // The type is SOCK_SEQPACKET or SOCK_STREAM.
+    explicit unix_server(int type);
+    ~unix_server();
+
+    // "" or what failed, in words. Once at a time.
+    std::string serve(const std::string &path, make_client make);
+    // Ends all clients, whatever they have not read, and takes the socket away; does nothing where
+    // none is served.
+    void end();
+
+private:
+    class service;
+
+    int type_;
+    std::unique_ptr<service> service_;
     std::thread thread_;
 };
 

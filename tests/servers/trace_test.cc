@@ -1,11 +1,7 @@
-// The word "trace" of the control socket, over a pair of sockets.
-#include "support/switch_test.h"
+// The word "trace" of the control socket.
+#include "servers/control_test.h"
 
 #include "explain/stream.h"
-
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -14,63 +10,52 @@ using ::testing::SizeIs;
 
 namespace {
 
-// A trace that runs beside the test.
 class Trace {
 public:
-    explicit Trace(const std::string &line) {
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
-        thread_ = std::thread([this, line] {
-            wrong = explain::trace_stream(ends_[1], line);
-            shutdown(ends_[1], SHUT_RDWR);
-        });
+    Trace(const std::string &path, const std::string &line) : end_(path, SOCK_STREAM) {
+        end_.put(line + "\n");
         while (!trace_redirect_wanted() && line.find('x') == std::string::npos)
             std::this_thread::yield();
     }
-    ~Trace() {
-        close(ends_[0]);
-        if (thread_.joinable())
-            thread_.join();
-        close(ends_[1]);
-    }
     void go_away() {
-        shutdown(ends_[0], SHUT_RDWR);
-        thread_.join();
+        end_.close();
+        while (trace_redirect_wanted())
+            std::this_thread::yield();
     }
-    // All lines, when it has ended.
+    // All lines, when it has ended; the last one says how.
     std::vector<std::string> lines() {
-        std::string text, line;
-        char buffer[4096];
-        for (ssize_t length; (length = read(ends_[0], buffer, sizeof(buffer))) > 0;)
-            text.append(buffer, static_cast<std::size_t>(length));
-        thread_.join();
+        std::string text = end_.read_all();
         std::vector<std::string> all;
         for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos;
              at = end + 1)
             all.push_back(text.substr(at, end - at));
+        if (!all.empty()) {
+            how = all.back();
+            all.pop_back();
+        }
         return all;
     }
-    std::string wrong;
+    std::string how;
 
 private:
-    int ends_[2];
-    std::thread thread_;
+    UnixEnd end_;
 };
 
-class Stream : public SwitchTest {};
+class Stream : public ControlTest {};
 
 TEST_F(Stream, tells_events_until_its_count) {
-    Trace trace("trace count 2");
+    Trace trace(path, "trace count 2");
     receive(Frame().ipv4({}));
     receive(Frame());
     receive(Frame());
     EXPECT_THAT(trace.lines(), ElementsAre(HasSubstr("ipv4: stop, post to the IP stack; reason 4"),
                                            HasSubstr("pipeline: nobody stopped it")));
-    EXPECT_EQ(trace.wrong, "");
+    EXPECT_EQ(trace.how, "ok");
 }
 
 TEST_F(Stream, tells_what_was_asked_for_alone) {
     add_port(2);
-    Trace trace("trace count 1 drops port port2 redirect l2drop");
+    Trace trace(path, "trace count 1 drops port port2 redirect l2drop");
     receive(Frame().ipv4({}), {.port = 2});
     receive(Frame().from("ff:ff:ff:ff:ff:ff"));
     receive(Frame().ipv4({}), {.port = 2, .vid = 9});
@@ -79,27 +64,27 @@ TEST_F(Stream, tells_what_was_asked_for_alone) {
 }
 
 TEST_F(Stream, speaks_json) {
-    Trace trace("trace json count 1");
+    Trace trace(path, "trace json count 1");
     receive(Frame());
     EXPECT_THAT(trace.lines(), ElementsAre(HasSubstr("\"rule\":\"nobody stopped it\"")));
 }
 
 TEST_F(Stream, ends_after_its_time) {
-    Trace trace("trace seconds 1");
+    Trace trace(path, "trace seconds 1");
     receive(Frame());
     EXPECT_THAT(trace.lines(), SizeIs(1));
     EXPECT_FALSE(trace_redirect_wanted());
 }
 
 TEST_F(Stream, ends_when_its_client_goes) {
-    Trace trace("trace");
+    Trace trace(path, "trace");
     receive(Frame());
     trace.go_away();
     EXPECT_FALSE(trace_redirect_wanted());
 }
 
 TEST_F(Stream, a_slow_client_is_told_what_it_lost) {
-    Trace trace("trace seconds 2");
+    Trace trace(path, "trace seconds 2");
     constexpr std::size_t frames = 30000;
     for (std::size_t i = 0; i < frames; i++)
         receive(Frame()); // nobody reads: sockets and queue fill
@@ -121,11 +106,10 @@ TEST_F(Stream, says_what_is_wrong_with_an_order) {
     for (Row row : {Row{"trace x", "unknown word 'x'"}, Row{"trace count x", "wants a number"},
                     Row{"trace count 0 x", "wants a number"}, Row{"trace seconds -1x", "number"},
                     Row{"trace x port", "unknown word"}}) {
-        Trace trace(row.line);
-        EXPECT_THAT(trace.lines(), IsEmpty());
-        EXPECT_THAT(trace.wrong, HasSubstr(row.says)) << row.line;
+        Trace trace(path, row.line);
+        EXPECT_THAT(trace.lines(), ElementsAre(HasSubstr(row.says))) << row.line;
+        EXPECT_EQ(trace.how, "error");
     }
-    EXPECT_THAT(explain::trace_stream(-1, "trace port"), HasSubstr("wants a name"));
     EXPECT_TRUE(explain::trace_is_order("trace"));
     EXPECT_TRUE(explain::trace_is_order("trace drops"));
     EXPECT_FALSE(explain::trace_is_order("tracer"));

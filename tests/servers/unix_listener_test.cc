@@ -1,3 +1,5 @@
+#include "support/temporary_folder.h"
+
 #include "machine/unix_listener.h"
 
 #include <filesystem>
@@ -15,15 +17,9 @@ using ::testing::HasSubstr;
 
 class UnixListener : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/tarn-listener-XXXXXX";
-        folder_ = mkdtemp(name);
-        path_ = folder_ + "/socket";
-    }
     void TearDown() override {
         if (fd_ >= 0)
             close(fd_);
-        std::filesystem::remove_all(folder_);
     }
 
     std::string listen(int type = SOCK_SEQPACKET) { return machine::listen_at(path_, type, fd_); }
@@ -33,7 +29,8 @@ protected:
         return found;
     }
 
-    std::string folder_, path_;
+    const TemporaryFolder folder_;
+    const std::string path_ = folder_ / "socket";
     int fd_ = -1;
 };
 
@@ -72,8 +69,8 @@ TEST_F(UnixListener, a_file_that_is_no_socket_is_left_alone) {
 }
 
 TEST_F(UnixListener, a_link_is_not_followed) {
-    std::ofstream(folder_ + "/file") << "precious";
-    std::filesystem::create_symlink(folder_ + "/file", path_);
+    std::ofstream(folder_ / "file") << "precious";
+    std::filesystem::create_symlink(folder_ / "file", path_);
     EXPECT_THAT(listen(), HasSubstr("no socket"));
     EXPECT_TRUE(std::filesystem::is_symlink(path_));
 }
