@@ -83,12 +83,12 @@ TEST_F(NlCommands, a_long_name_is_cut) {
 TEST_F(NlCommands, a_name_without_an_end_is_read_to_its_length) {
     Command command(TARNFWD_CMD_IF_NEWLINK);
     command.ifindex(5100)
-        .bytes(TARNFWD_ATTR_IF_NAME, {'p', 'q'})
+        .bytes(TARNFWD_ATTR_IF_NAME, {'p', 'q', 'r', 's'}) // the next attribute follows at once
         .byte(TARNFWD_ATTR_IF_KIND, 3)
         .word(TARNFWD_ATTR_FLAGS, 0)
         .mac();
     EXPECT_EQ(change(command), 0);
-    EXPECT_STREQ(find(5100)->name, "pq");
+    EXPECT_STREQ(find(5100)->name, "pqrs");
 }
 
 TEST_F(NlCommands, an_update_of_a_port_sets_its_flags_and_counts_its_link) {
