@@ -171,6 +171,7 @@ protected:
         calls().replicated.clear();
         calls().dos.clear();
         calls().order.clear();
+        redirect_seams::answers().arp_checks.clear();
         log();
     }
 

@@ -288,6 +288,7 @@ protected:
         recorded.sent.clear();
         failures.clear();
         features().stack_sent.clear();
+        userlevel::neigh_flushes_take();
         log();
         expect_nothing_leaked();
         EXPECT_EQ(preempt_count(), 0u);
