@@ -5,51 +5,17 @@
  */
 #define _GNU_SOURCE
 #include "busy.h"
+#include "failing.h"
 
 #include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "tarn/skaddr.h"
 
 #define NTH "/proc/thread-self/fail-nth"
-#define DEBUG "/sys/kernel/debug"
 #define MOST 200 /* allocations of one call */
 #define SECONDS 20
-
-static int put(const char *path, const char *text)
-{
-	int file = open(path, O_WRONLY | O_CLOEXEC);
-	int good = file >= 0 && write(file, text, strlen(text)) == (ssize_t)strlen(text);
-
-	close(file);
-	return good;
-}
-
-/* For slabs and for pages: without words, also for those that may sleep. */
-static int set_up(const char *probability)
-{
-	static const struct {
-		const char *name, *text;
-	} all[] = {
-		{ "failslab/verbose", "0" },	    { "fail_page_alloc/verbose", "0" },
-		{ "failslab/ignore-gfp-wait", "N" }, { "fail_page_alloc/ignore-gfp-wait", "N" },
-		{ "failslab/task-filter", "Y" },    { "fail_page_alloc/task-filter", "Y" },
-		{ "failslab/interval", "1" },	    { "fail_page_alloc/interval", "1" },
-		{ "failslab/times", "-1" },	    { "fail_page_alloc/times", "-1" },
-		{ "fail_page_alloc/min-order", "0" },
-	};
-	char path[96];
-	int good = 1;
-
-	for (size_t i = 0; i < sizeof(all) / sizeof(all[0]); i++) {
-		snprintf(path, sizeof(path), DEBUG "/%s", all[i].name);
-		good &= put(path, all[i].text);
-	}
-	return good & put(DEBUG "/failslab/probability", probability) &
-	       put(DEBUG "/fail_page_alloc/probability", probability);
-}
 
 /* Calls until no allocation is left that could fail; how many have. */
 static long each_allocation(void (*call)(unsigned int), unsigned int which)
@@ -95,7 +61,7 @@ static void sweep(const char *what, void (*call)(unsigned int), unsigned int cou
 
 static void hit_me(void)
 {
-	put("/proc/self/make-it-fail", "1");
+	failing_me(1);
 }
 
 /* A daemon hears a frame, and the switch's own address answers. */
@@ -115,23 +81,22 @@ int main(void)
 {
 	struct busy_work done;
 
-	mount("debugfs", DEBUG, "debugfs", 0, NULL);
-	if (access(NTH, W_OK) != 0) {
+	if (!failing_can() || access(NTH, W_OK) != 0) {
 		printf("       this kernel lets no allocation fail: -debug does\n");
 		return 0;
 	}
-	CHECK(set_up("0"), "this kernel lets allocations fail");
+	CHECK(failing_one_in(0), "this kernel lets allocations fail");
 	busy_start();
 	sweep("commands", busy_command, busy_commands);
 	sweep("frames", busy_frame, BUSY_FRAMES);
 	sweep("sockets", busy_socket, BUSY_SOCKETS);
 	sweep("files", busy_file, busy_files);
-	CHECK(set_up("5"), "one allocation in twenty fails");
+	CHECK(failing_one_in(20), "one allocation in twenty fails");
 	done = busy_run(SECONDS, hit_me);
 	CHECK(done.frames > 0 && done.commands > 0 && done.sockets > 0 && done.files > 0,
 	      "%ld frames, %ld commands, %ld sockets and %ld files were tried", done.frames, done.commands,
 	      done.sockets, done.files);
-	CHECK(set_up("0"), "no more");
+	CHECK(failing_one_in(0), "no more");
 	the_switch_works();
 	busy_end();
 	return lab_result();
