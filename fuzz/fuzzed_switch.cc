@@ -102,8 +102,13 @@ void free_records() {
         write_unlock_bh(&tarn_if_db_lock);
         kfree(ifp);
     }
-    while (tarn_if *ifp = tarn_ifmgr_replaced) {
-        tarn_ifmgr_replaced = ifp->replaced_next;
+    for (tarn_if **at = &tarn_ifmgr_replaced; *at;) {
+        tarn_if *ifp = *at;
+        if (ifp->if_flags & TARN_IF_F_VALID) {
+            at = &ifp->replaced_next;
+            continue;
+        }
+        *at = ifp->replaced_next;
         kfree(ifp);
     }
     tarn_ifmgr_change_end();
