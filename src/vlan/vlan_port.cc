@@ -49,10 +49,9 @@ bool _allowed(const tarn_if *vlan, const tarn_if *port) {
            tarn_stack_local_vlan_member_allowed(port);
 }
 
-void _bind(tarn_if *vlan, tarn_if *port) {
-    tarn_if *child = tarn_ifmgr_logical_port(port);
-    if (!tarn_ifmgr_isbound(vlan, child))
-        tarn_ifmgr_bind(vlan, child);
+void _bind_once(tarn_if *vlan, tarn_if *port) {
+    if (!tarn_ifmgr_isbound(vlan, port))
+        tarn_ifmgr_bind(vlan, port);
 }
 
 // The bits are set without an interface of the VLAN, too, on purpose: the daemon may add the
@@ -61,7 +60,7 @@ void _add_one(tarn_if *port, u32 vid, u32 tagged) {
     tarn_if *vlan = tarn_ifmgr_lookup_by_vid(vid);
     if (_allowed(vlan, port)) {
         if (vlan)
-            _bind(vlan, port);
+            _bind_once(vlan, tarn_ifmgr_logical_port(port));
         else
             pr_warn("Failed to find ifpvlan for vid %d", static_cast<i32>(vid));
         count_up(vlan_port_adds);
@@ -125,8 +124,7 @@ i32 _tarn_vlan_delete_bmp_from_port(tarn_if *port, const u32 *bitmap, u32 first,
 
 void _move_up(tarn_if *vlan, tarn_if *port, tarn_if *aggregator) {
     tarn_ifmgr_unbind(vlan, port);
-    if (!tarn_ifmgr_isbound(vlan, aggregator))
-        tarn_ifmgr_bind(vlan, aggregator);
+    _bind_once(vlan, aggregator);
 }
 
 // With every VLAN that the interface stands under, inside a change. The call may take it from
@@ -203,14 +201,18 @@ i32 tarn_vlan_unbind_vlan_from_port(tarn_if *vlan, tarn_if *port, u32 flush) {
     return result;
 }
 
+// One that is no member, and the aggregator itself, may be told to leave as often as anybody likes:
+// another binding each time would be more than memory holds.
 i32 tarn_vlan_agg_port_bind_update(tarn_if *port, tarn_if *aggregator, u32 attach) {
     if (!port || !aggregator)
         return -EINVAL;
     tarn_ifmgr_change_begin();
     if (attach)
         _for_each_vlan_above(port, [=](tarn_if *vlan) { _move_up(vlan, port, aggregator); });
-    else
+    else if (tarn_ifmgr_isbound(aggregator, port))
         _for_each_vlan_above(aggregator, [=](tarn_if *vlan) { tarn_ifmgr_bind(vlan, port); });
+    else
+        _for_each_vlan_above(aggregator, [=](tarn_if *vlan) { _bind_once(vlan, port); });
     tarn_ifmgr_change_end();
     return 0;
 }

@@ -386,6 +386,23 @@ TEST_F(Membership, bindings_are_copied_down_and_parents_that_are_no_vlan_are_not
     remember();
 }
 
+TEST_F(Membership, whoever_leaves_without_being_a_member_is_bound_once_however_often) {
+    tarn_if *one = aggregator(7001), *other = aggregator(7002), *v11 = vlan(11);
+    bind(one, port);
+    bind(other, port_with(78));
+    bind(v10, one);
+    bind(v11, other);
+    for (u32 turn = 0; turn < 40; turn++) {
+        EXPECT_EQ(tarn_ifmgr_aggregator_port_detach(one, one), 0);
+        EXPECT_EQ(tarn_ifmgr_aggregator_port_detach(one, other), 0);
+        EXPECT_EQ(tarn_ifmgr_aggregator_port_detach(other, one), 0);
+    }
+    EXPECT_THAT(named_by(one->parents), ElementsAre(v11, v10));
+    EXPECT_THAT(named_by(other->parents), ElementsAre(v10, v11));
+    settle();
+    remember();
+}
+
 TEST_F(Membership, an_aggregator_leaves_all_vlans_and_nothing_else) {
     tarn_if *lag = aggregator(7001), *top = aggregator(7002), *v11 = vlan(11);
     bind(v10, lag);
