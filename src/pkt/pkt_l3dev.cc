@@ -74,10 +74,6 @@ void _take_over(net_device *device, const tarn_if *ifp) {
 }
 
 net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
-    if (!_is_ours(device)) {
-        dev_put(device);
-        return nullptr;
-    }
     rtnl_lock();
     _take_over(device, ifp);
     _fill(device, ifp, false);
@@ -86,18 +82,36 @@ net_device *_adopt(net_device *device, tarn_if *ifp, const u8 *hwaddr, u32 hwadd
     // Transmits that have read the old interface hold no reference to it.
     synchronize_net();
     rtnl_unlock();
-    dev_put(device);
     return device;
 }
 
-// Whether the device of a VLAN's name is not the VLAN's.
-bool _has_another_number(const tarn_if *ifp) {
-    net_device *device = ifp->type == TARN_IF_TYPE_VLAN ? tarn_if_device_get(ifp) : nullptr;
+net_device *_make(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
+    net_device *device = alloc_etherdev_mqs(sizeof(tarn_eth_priv), 1, 1);
     if (!device)
-        return false;
-    u32 number = netdev_ifindex(device);
-    dev_put(device);
-    return number != ifp->vid + TARN_IF_VLAN_BASE;
+        return nullptr;
+    netdev_set_name(device, tarn_if_device_name(ifp).text);
+    _fill(device, ifp, true);
+    _set_address(device, hwaddr, hwaddr_len);
+    _carrier(device, ifp);
+    if (register_netdev(device) != 0) {
+        free_netdev(device);
+        return nullptr;
+    }
+    return device;
+}
+
+bool _has_another_number(const net_device *device, const tarn_if *ifp) {
+    return ifp->type == TARN_IF_TYPE_VLAN && netdev_ifindex(device) != ifp->vid + TARN_IF_VLAN_BASE;
+}
+
+net_device *_adopt_or_make(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len, bool by_number) {
+    net_device *existing = tarn_if_device_get(ifp);
+    if (!existing)
+        return _make(ifp, hwaddr, hwaddr_len);
+    bool can_be_had = _is_ours(existing) && !(by_number && _has_another_number(existing, ifp));
+    net_device *device = can_be_had ? _adopt(existing, ifp, hwaddr, hwaddr_len) : nullptr;
+    dev_put(existing);
+    return device;
 }
 
 // What is asked of the device of a layer 3 interface.
@@ -122,30 +136,14 @@ bool _any(u32, u32, u32) {
 } // namespace
 
 net_device *tarn_eth_drv_create_netdevice(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len) {
-    if (net_device *existing = tarn_if_device_get(ifp))
-        return _adopt(existing, ifp, hwaddr, hwaddr_len);
-
-    net_device *device = alloc_etherdev_mqs(sizeof(tarn_eth_priv), 1, 1);
-    if (!device)
-        return nullptr;
-    netdev_set_name(device, tarn_if_device_name(ifp).text);
-    _fill(device, ifp, true);
-    _set_address(device, hwaddr, hwaddr_len);
-    _carrier(device, ifp);
-    if (register_netdev(device) != 0) {
-        free_netdev(device);
-        return nullptr;
-    }
-    return device;
+    return _adopt_or_make(ifp, hwaddr, hwaddr_len, false);
 }
 
-// The number is where the database is to have the interface, so that a device of the name which has
-// that of another cannot be had.
+// Who asks for the number has the interface stand under it: a device of the name that has another's
+// cannot be had.
 net_device *tarn_os_l3_if_configure(tarn_if *ifp, const u8 *hwaddr, u32 hwaddr_len,
                                     u32 *out_ifindex) {
-    if (out_ifindex && _has_another_number(ifp))
-        return nullptr;
-    net_device *device = tarn_eth_drv_create_netdevice(ifp, hwaddr, hwaddr_len);
+    net_device *device = _adopt_or_make(ifp, hwaddr, hwaddr_len, out_ifindex != nullptr);
     if (device && out_ifindex)
         *out_ifindex = netdev_ifindex(device);
     return device;
