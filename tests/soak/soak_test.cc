@@ -1,7 +1,7 @@
 // Everything at once: frames on all ports of the chip and from the driver, frames of the IP stack,
 // commands, daemons that come and go, files read and written. For a few seconds, or for
 // TARN_SOAK_SECONDS.
-#include "control/nl_cases.h" // before what it has names of
+#include "control/nl_churn.h" // before what it has names of
 
 #include "chip_ports.h"
 #include "fuzzed_switch.h"
@@ -140,6 +140,17 @@ void command() {
     }
 }
 
+// Several, beside each other: the graph changes under each of them.
+void churn(u32 first) {
+    userlevel::netlink_socket client([](std::span<const std::uint8_t>) {});
+    nl_message message;
+    for (u32 i = first; !stop; i++, commands++) {
+        nl_churn_build(&message, FAMILY, i);
+        client.send({message.u.bytes, message.length});
+        std::this_thread::sleep_for(20us);
+    }
+}
+
 void use(struct socket *socket) {
     vlan_skaddr to{};
     to.ifindex = 5001;
@@ -198,6 +209,8 @@ void run(std::chrono::seconds time) {
     all.emplace_back(transmit);
     all.emplace_back(command);
     all.emplace_back(command);
+    for (u32 k : {0u, 1u, 2u})
+        all.emplace_back(churn, k * NL_CHURN_MESSAGES / 3);
     all.emplace_back(come_and_go, 0);
     all.emplace_back(come_and_go, 7);
     all.emplace_back(read_and_write);
