@@ -121,6 +121,11 @@ private:
     std::list<trace_watcher>::iterator at_;
 };
 
+// --- locks -------------------------------------------------------------------------------------
+
+// The names of all that rwlock_init and mutex_init have set up, in their order.
+std::vector<std::string> locks_set_up();
+
 // --- work --------------------------------------------------------------------------------------
 
 // Runs what is queued, and what that queues, on this thread; how many items that were. Where a

@@ -1,13 +1,28 @@
 #include "kernel/locks.h"
 
+#include "control.h"
+
 #include <algorithm>
-#include <vector>
+#include <mutex>
 
 namespace {
 
 thread_local std::vector<const rwlock_t *> held; // latest last
 
+std::mutex names_mutex;
+std::vector<std::string> names;
+
 } // namespace
+
+void userlevel::lock_set_up(const char *name) {
+    std::lock_guard guard(names_mutex);
+    names.emplace_back(name);
+}
+
+std::vector<std::string> userlevel::locks_set_up() {
+    std::lock_guard guard(names_mutex);
+    return names;
+}
 
 void userlevel::lock_taken(const rwlock_t *lock) {
     held.push_back(lock);

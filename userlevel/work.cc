@@ -50,12 +50,13 @@ bool schedule_work_unbound(work_item *work) {
 
 // Whoever asks for a mutex may have to wait, so a caller that must not sleep is stopped here.
 void mutex_lock(mutex *lock) {
-    if (preempt_count() != 0 || pthread_mutex_lock(&lock->lock) != 0)
+    if (preempt_count() != 0 || !lock->is_set_up || pthread_mutex_lock(&lock->lock) != 0)
         BUG();
 }
 
 void mutex_unlock(mutex *lock) {
-    pthread_mutex_unlock(&lock->lock);
+    if (pthread_mutex_unlock(&lock->lock) != 0)
+        BUG();
 }
 
 namespace userlevel {

@@ -142,9 +142,7 @@ void _swap_with_successor(tarn_avl_tree *tree, tarn_avl_node *node) {
         _hang(tree, next_parent, next_side, node);
     }
     node->left = nullptr;
-    node->right = next_right;
-    if (next_right)
-        next_right->parent = node;
+    node->right = next_right; // which is about to be hung where node is, and gets its parent then
     node->balance = next_balance;
 }
 

@@ -286,6 +286,18 @@ TEST_F(Tree, nodes_come_from_their_cache_as_the_context_allows) {
     EXPECT_EQ(nodes[1].flags, GFP_ATOMIC);
 }
 
+TEST_F(Tree, nodes_of_a_bounded_tree_come_from_one_block) {
+    auto before = userlevel::take_snapshot();
+    create(1000);
+    add(1);
+    auto blocks = userlevel::leaked_since(before);
+    ASSERT_EQ(blocks.size(), 2u);
+    EXPECT_EQ(blocks[0].bytes, sizeof(tarn_avl_tree));
+    EXPECT_EQ(blocks[1].bytes, 1000 * sizeof(tarn_avl_node));
+    for (const userlevel::object &block : blocks)
+        EXPECT_EQ(block.flags, GFP_KERNEL | __GFP_ZERO);
+}
+
 TEST_F(Tree, the_first_argument_of_the_comparator_is_what_is_sought) {
     static const void *sought;
     static int calls;

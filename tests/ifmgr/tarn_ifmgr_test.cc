@@ -2,6 +2,7 @@
 #include "support/chance.h"
 #include "support/switch_test.h"
 
+#include "control/control.h"
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_index.h"
 #include "module/tarn_module.h"
@@ -388,6 +389,7 @@ int counting_compare(const void *key, const void *info) {
 
 TEST(ManyInterfaces, a_lookup_costs_the_logarithm) {
     tarn_avl_cache_init();
+    ASSERT_EQ(_module_create_proc(), 0);
     ASSERT_EQ(tarn_ifmgr_init(), 0);
     u32 installed = 0;
     for (u32 count : {100u, 1000u, 10000u, 100000u}) {

@@ -22,11 +22,13 @@ protected:
 };
 
 TEST(NotYetStart, starts_do_nothing_and_succeed) {
+    EXPECT_FALSE(tarn_auth_state_started());
     for (auto *start : {tarn_init_arp_sec, tarn_auth_init, tarn_stack_init, tarn_vlan_stack_init,
                         tarn_vlan_xlate_init, tarn_vxlan_sock_init, tarn_af_eapol_sock_init,
                         tarn_af_igs_sock_init, tarn_af_mlds_sock_init, tarn_af_dhcpsn_sock_init,
                         tarn_af_kelm_sock_init, tarn_af_openflowd_sock_init})
         EXPECT_EQ(start(), 0);
+    EXPECT_TRUE(tarn_auth_state_started());
     EXPECT_EQ(tarn_stack_init_proc_entry(nullptr), 0);
     for (const packet_redirect *redirect : packet_redirects)
         EXPECT_EQ(redirect, nullptr);

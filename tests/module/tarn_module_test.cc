@@ -129,6 +129,26 @@ TEST(Start, fills_the_catalogue) {
     EXPECT_TRUE(userlevel::log_take().empty());
 }
 
+// A lock report would print these.
+TEST(Start, sets_up_every_lock_once_and_names_it) {
+    ASSERT_EQ(init_module(), 0);
+    std::vector<std::string> names = userlevel::locks_set_up();
+    EXPECT_THAT(names,
+                ::testing::UnorderedElementsAre(
+                    "tarn_proc_if", "redirect_candidates_lock", "tarn_follow_lock",
+                    "tarnfwd_netlink_mutex", "lacp_sock_list_lock", "stp_sock_list_lock",
+                    "eapol_sock_list_lock", "garp_sock_list_lock", "igmp_snoop_sock_list_lock",
+                    "ryke_sock_list_lock", "ldf_sock_list_lock", "lldp_sock_list_lock",
+                    "testd_arming", "testd_sock_list_lock", "sflow_mutex", "frame_sock_list_lock",
+                    "mld_snoop_sock_list_lock", "dhcpsn_sock_list_lock", "kelm_sock_list_lock",
+                    "kelm_agent_sock_list_lock", "openflowd_sock_list_lock", "udld_sock_list_lock",
+                    "flooding_group_lock", "mirror_vlan_lock", "fdb_block_table_lock",
+                    "_auth_supp_list_lock", "_auth_fwd_lock", "_auth_pkt_config_lock",
+                    "cfm_sock_list_lock", "befd_sock_list_lock", "tarn_vornappsd_redirect_db_lock",
+                    "isis_sock_list_lock", "mrp_sock_list_lock", "profinet_sock_list_lock",
+                    "tarn_if_db_lock", "update_lock", "tarn_ifmgr_change"));
+}
+
 // Which frames each is shown at all. More would cost time on frames that it does not want, less
 // would keep from it what it does.
 const struct {

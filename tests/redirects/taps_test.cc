@@ -2,6 +2,7 @@
 #include "redirects/redirects_test.h"
 
 #include "netlink.h"
+#include "redirects/tap.h"
 
 #include <cstring>
 #include <linux/netlink.h>
@@ -174,6 +175,14 @@ TEST_F(Taps, narrow_headroom_grows_by_64) {
     EXPECT_EQ(posted, skb); // 3 + 64 are enough for tag and message
     EXPECT_EQ(skb_headroom(posted), 3u + 64 - 4 - 28);
     kfree_skb(posted);
+}
+
+TEST_F(Taps, headroom_for_a_tag_is_enough_for_one) {
+    sk_buff *skb = userlevel::frame_make(PLAIN, 4);
+    EXPECT_EQ(tap_restore_tag(skb, 0x10005), 0);
+    EXPECT_EQ(skb_headroom(skb), 0u);
+    EXPECT_EQ(tap_make_room(skb, 0), skb);
+    kfree_skb(skb);
 }
 
 TEST_F(Taps, shared_bytes_are_copied_with_the_headroom_they_have) {

@@ -39,9 +39,9 @@ protected:
     }
 
     // Ports 2 and 3 become members of an aggregator.
-    static void make_lag() {
+    static void make_lag(u32 type = TARN_AGG_TYPE_STATIC) {
         const u8 mac[6] = {2, 0, 0, 0, 2, 1};
-        EXPECT_EQ(tarn_ifmgr_aggregator_add("lag1", mac, TARN_AGG_TYPE_STATIC, LAG), 0);
+        EXPECT_EQ(tarn_ifmgr_aggregator_add("lag1", mac, type, LAG), 0);
         for (u32 instance = 0; instance < TARN_STP_INSTANCES; instance++)
             tarn_ifmgr_stp_port_state_set(LAG, instance, TARN_STP_FORWARDING);
         for (u32 port : {5002u, 5003u})
@@ -245,6 +245,16 @@ TEST_F(Follow, only_members_that_run_carry_frames) {
     EXPECT_EQ(flood_from(2), "");
     set_flags(5002, PORT_FLAGS);
     EXPECT_EQ(flood_from(1), "2 4");
+}
+
+TEST_F(Follow, a_dynamic_aggregator_runs_when_it_is_told_to) {
+    make_lag(TARN_AGG_TYPE_DYNAMIC);
+    set_flags(LAG, IFF_UP);
+    EXPECT_EQ(flood_from(1), "4");
+    tarn_if *lag = tarn_ifmgr_lookup_by_index(LAG);
+    tarn_ifmgr_L2_link_up(lag);
+    tarn_ifmgr_if_ref_put(lag);
+    EXPECT_NE(flood_from(1), "4");
 }
 
 TEST_F(Follow, an_aggregator_has_one_state_of_spanning_tree) {

@@ -18,6 +18,7 @@ inline constexpr bool LOCKDEP = false;
 #endif
 
 namespace userlevel {
+void lock_set_up(const char *name); // control.h: locks_set_up
 // The account of what the thread holds.
 void lock_taken(const rwlock_t *lock);
 void lock_dropped(const rwlock_t *lock);
@@ -27,7 +28,9 @@ inline void lockdep_failed(const char *file, int line) {
     kernel_bug(file, line);
 }
 
-inline void rwlock_init(rwlock_t *, const char *) {}
+inline void rwlock_init(rwlock_t *, const char *name) {
+    userlevel::lock_set_up(name);
+}
 
 inline void read_lock_bh(rwlock_t *lock) {
     local_bh_disable();
