@@ -57,3 +57,14 @@ void failing_me(int on)
 {
 	put("/proc/self/make-it-fail", on ? "1" : "0");
 }
+
+int failing_is_me(void)
+{
+	int file = open("/proc/self/make-it-fail", O_RDONLY | O_CLOEXEC);
+	char on = '0';
+
+	if (file >= 0 && read(file, &on, 1) != 1)
+		on = '0';
+	close(file);
+	return on == '1';
+}

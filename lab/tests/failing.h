@@ -15,5 +15,7 @@ int failing_one_in(unsigned int how_many);
 
 /* The calling process asks for it, and those that it makes from now on; or no longer. */
 void failing_me(int on);
+/* Whether it has, by whomever. */
+int failing_is_me(void);
 
 #endif
