@@ -83,6 +83,17 @@ TEST_F(NlServer, who_does_not_read_loses_events_and_is_told) {
     EXPECT_EQ(NetlinkEnd::type_of(slow.read()), inside.family);
 }
 
+// A program that joins a group while events come would wait for ever.
+TEST_F(NlServer, the_answer_to_an_option_is_not_lost) {
+    NetlinkEnd slow(path);
+    EXPECT_EQ(slow.option(NETLINK_ADD_MEMBERSHIP, inside.group), 0);
+    for (u32 i = 0; i < 3000; i++)
+        EXPECT_EQ(tell(), 0);
+    EXPECT_EQ(slow.option(NETLINK_DROP_MEMBERSHIP, inside.group), 0);
+    EXPECT_FALSE(slow.is_readable());
+    EXPECT_EQ(slow.ask(inside.family, 9), -EINVAL);
+}
+
 TEST_F(NlServer, a_client_of_ours_knows_that_it_lost_events) {
     auto client = client::find(path);
     client->listen();

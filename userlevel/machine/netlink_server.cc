@@ -18,7 +18,9 @@ namespace {
 using packet = std::vector<std::uint8_t>;
 
 // A socket of a client: what waits for it is in its buffer. What finds no room there is lost, as on
-// a netlink socket, and so is all that follows until the client has read on and been told.
+// a netlink socket, and so is all that follows until the client has read on and been told. But an
+// option is set by a call elsewhere, which always returns: its answer waits for room, and the
+// client's next request for it.
 class netlink_client : public unix_client {
 public:
     netlink_client(event_loop &loop, int fd, std::function<void()> leave)
@@ -68,7 +70,17 @@ private:
                          .nlmsg_seq = answer.error.msg.nlmsg_seq,
                          .nlmsg_pid = socket_.portid()};
         auto *bytes = reinterpret_cast<const std::uint8_t *>(&answer);
-        write({bytes, sizeof(answer)});
+        write_surely({bytes, bytes + sizeof(answer)});
+    }
+
+    void write_surely(packet answer) {
+        std::lock_guard guard(lock_);
+        if (!is_losing_ && put(answer))
+            return;
+        owed_ = std::move(answer);
+        readable_.off();
+        is_losing_ = true;
+        writable_.on();
     }
 
     // From the server's thread an answer, from those of frames an event: neither waits.
@@ -87,9 +99,12 @@ private:
                             .nlmsg_seq = 0,
                             .nlmsg_pid = socket_.portid()};
         std::lock_guard guard(lock_);
-        is_losing_ = !put({reinterpret_cast<const std::uint8_t *>(&loss), sizeof(loss)});
+        is_losing_ = !put({reinterpret_cast<const std::uint8_t *>(&loss), sizeof(loss)}) ||
+                     (!owed_.empty() && !put(owed_));
         if (is_losing_)
-            writable_.on();
+            return writable_.on();
+        owed_.clear();
+        readable_.on();
     }
 
     // Whether there was room for it. Nothing is lost by who has gone.
@@ -102,6 +117,7 @@ private:
     event_watch readable_, writable_;
     std::mutex lock_; // covers what is written, and in which order
     bool is_losing_ = false;
+    packet owed_;                      // the answer that waits
     userlevel::netlink_socket socket_; // the first to go: nobody writes then
 };
 
