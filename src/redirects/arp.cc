@@ -14,7 +14,6 @@ namespace {
 constexpr u32 SLOT = 45;
 
 enum _reason : u32 {
-    PASSES = 0,
     GATE = 2,
     FOR_MASTER = 3,
     SLAVE = 4,
@@ -94,10 +93,10 @@ u32 _l3_reason(const tarn_pkt_info *info, const tarn_if *l3_port) {
         explain(info, _words_of(tarn_ifmgr_stp_state(info->l2_port, l3_port)));
         return STP;
     }
-    return PASSES;
+    return TO_KERNEL;
 }
 
-u32 _reason_to_drop(const tarn_pkt_info *info) {
+u32 _reason_of(const tarn_pkt_info *info) {
     // A slave answers only on a VLAN that is its own.
     if (info->stack_slave && !_is_local(info->vlan_if))
         return SLAVE;
@@ -110,9 +109,7 @@ u32 _reason_to_drop(const tarn_pkt_info *info) {
         return NO_L3_PORT;
     u32 reason = _l3_reason(info, l3_port);
     tarn_ifmgr_if_ref_put(l3_port);
-    if (reason == PASSES && !info->l3_if)
-        return NO_L3_INTERFACE;
-    return reason;
+    return reason == TO_KERNEL && !info->l3_if ? u32{NO_L3_INTERFACE} : reason;
 }
 
 i32 tarn_arp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {
@@ -128,11 +125,9 @@ i32 tarn_arp_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instr
         instruct->reason = FOR_MASTER;
         return 0;
     }
-    instruct->reason = _reason_to_drop(info);
-    if (instruct->reason == PASSES) {
+    instruct->reason = _reason_of(info);
+    if (instruct->reason == TO_KERNEL)
         instruct->flags |= REDIRECT_POST_KERNEL;
-        instruct->reason = TO_KERNEL;
-    }
     return 0;
 }
 

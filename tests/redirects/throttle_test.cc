@@ -113,6 +113,19 @@ TEST_F(Unicast, a_flow_passes_once_in_100_jiffies) {
     EXPECT_TRUE(unicast(flow));
 }
 
+TEST_F(Unicast, tokens_come_while_a_flow_is_held_back) {
+    for (u32 n = 0; n < 100; n++)
+        ASSERT_TRUE(unicast(numbered(n)));
+    Flow last = numbered(99);
+    for (u32 since = 1; since <= 10; since++) {
+        at(1000000 + since);
+        EXPECT_FALSE(unicast(last));
+    }
+    for (u32 n = 100; n < 110; n++)
+        EXPECT_TRUE(unicast(numbered(n)));
+    EXPECT_FALSE(unicast(numbered(110)));
+}
+
 TEST_F(Unicast, concerns_udp_that_has_run_out_alone) {
     for (int i = 0; i < 200; i++) { // each of them as often as it likes
         tarn_pkt_info info = info_of({});
