@@ -47,7 +47,7 @@ void _drop(const chip_egress &egress, u64 ports) {
 
 void _send_one(const chip_egress &egress, u32 slot, sk_buff *skb) {
     if (chip_port_send(egress.device[slot], skb) == 0)
-        count_up(chip.ports[slot].count.tx);
+        count_in(chip.ports[slot].count.tx, 1);
     else
         chip_count_drop(slot, CHIP_DROP_SEND);
     chip_port_put(egress.device[slot]);

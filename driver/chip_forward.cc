@@ -60,9 +60,9 @@ void _learn(chip_frame &frame, chip_verdict &verdict) {
     if (memcmp(frame.data, source, 6) == 0) // a host to itself, which lives where it spoke
         frame.destination = fdb_find(fdb_key(frame.data, frame.vid));
     if (what == FDB_NEW)
-        count_up(chip.ports[frame.slot].count.learned);
+        count_in(chip.ports[frame.slot].count.learned, 1);
     if (what == FDB_MOVED)
-        count_up(chip.ports[frame.slot].count.moved);
+        count_in(chip.ports[frame.slot].count.moved, 1);
     verdict.new_address = what == FDB_NEW;
     verdict.moved_address = what == FDB_MOVED;
 }
@@ -136,7 +136,7 @@ void _deliver(const chip_frame &frame, const chip_verdict &verdict, sk_buff *skb
     if (!skb)
         return chip_count_drop(frame.slot, CHIP_DROP_MEMORY);
     const chip_trap &trap = trap_row(row);
-    count_up(chip.trap_hits[row]);
+    count_in(chip.trap_hits[row], 1);
     tarn_rx_meta meta{};
     meta.debug = 1;
     meta.queue = trap.queue;
@@ -163,7 +163,7 @@ void _report(const chip_frame &frame, chip_verdict &verdict, const sk_buff *skb)
     u32 row = trap_of_report(CHIP_MOVED_ADDRESS);
     if (verdict.trap == trap_count())
         return _deliver(frame, verdict, skb_copy(skb, gfp_here()), row, 0);
-    count_up(chip.trap_hits[row]);
+    count_in(chip.trap_hits[row], 1);
     verdict.flags = trap_row(row).flags;
 }
 
@@ -216,7 +216,7 @@ void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {
     bool known = chip.ports[slot].device == device;
     if (known) {
         verdict.ifindex = chip.ports[slot].ifindex;
-        count_up(chip.ports[slot].count.rx);
+        count_in(chip.ports[slot].count.rx, 1);
         _decide(frame, verdict);
     }
     read_unlock_bh(&chip.lock);

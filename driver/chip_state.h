@@ -104,7 +104,7 @@ inline u32 chip_first(u64 set) {
 u32 chip_slot_of(u32 ifindex);
 
 inline void chip_count_drop(u32 slot, chip_drop why) {
-    count_up(chip.ports[slot].count.dropped[why]);
+    count_in(chip.ports[slot].count.dropped[why], 1);
 }
 
 // The port as one that was just opened, whoever said what of it before. Under the lock.

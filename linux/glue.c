@@ -11,6 +11,7 @@
 #include <linux/module.h>
 #include <linux/mutex.h>
 #include <linux/netdevice.h>
+#include <linux/percpu.h>
 #include <linux/preempt.h>
 #include <linux/printk.h>
 #include <linux/ratelimit.h>
@@ -154,4 +155,42 @@ struct kmem_cache *tarn_k_kmem_cache_create(const char *name, unsigned int size,
 	if (IS_ENABLED(CONFIG_DEBUG_KMEMLEAK))
 		flags &= ~(__force unsigned int)SLAB_NOLEAKTRACE;
 	return kmem_cache_create(name, size, align, (__force slab_flags_t)flags, constructor);
+}
+
+/* --- words of each CPU ---------------------------------------------------------------------------- */
+
+/* The core names them by a pointer like any other. */
+static u32 __percpu *of_cpus(const unsigned int *word)
+{
+	return (u32 __percpu __force *)word;
+}
+
+void tarn_k_this_cpu_add(unsigned int *word, unsigned int more)
+{
+	this_cpu_add(*of_cpus(word), more);
+}
+
+unsigned int tarn_k_percpu_sum(const unsigned int *word)
+{
+	unsigned int sum = 0;
+	int cpu;
+
+	for_each_possible_cpu(cpu)
+		sum += READ_ONCE(*per_cpu_ptr(of_cpus(word), cpu));
+	return sum;
+}
+
+unsigned long long tarn_k_this_cpu_add_return(void *word, unsigned long long more)
+{
+	return this_cpu_add_return(*(u64 __percpu __force *)word, more);
+}
+
+unsigned long long tarn_k_this_cpu_read(void *word)
+{
+	return this_cpu_read(*(u64 __percpu __force *)word);
+}
+
+void tarn_k_this_cpu_write(void *word, unsigned long long value)
+{
+	this_cpu_write(*(u64 __percpu __force *)word, value);
 }

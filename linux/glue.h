@@ -33,6 +33,13 @@ void tarn_k_mutex_unlock(void *lock);
 struct kmem_cache *tarn_k_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
 					    unsigned int flags, void (*constructor)(void *object));
 
+/* Of words that each CPU has for itself. */
+void tarn_k_this_cpu_add(unsigned int *word, unsigned int more);
+unsigned int tarn_k_percpu_sum(const unsigned int *word);
+unsigned long long tarn_k_this_cpu_add_return(void *word, unsigned long long more);
+unsigned long long tarn_k_this_cpu_read(void *word);
+void tarn_k_this_cpu_write(void *word, unsigned long long value);
+
 #ifdef __cplusplus
 }
 #endif

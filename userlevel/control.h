@@ -57,8 +57,12 @@ u64 allocations_made();
 // leaves a critical line in the log, so that a test which looks at its log cannot miss it.
 u64 sleeping_allocations_in_atomic();
 
+// So many threads at once have words of their own where a kernel's CPUs have (kernel/percpu.h).
+// More share those of one.
+inline constexpr std::size_t PERCPU_PLACES = 64;
+
 struct object {
-    const char *kind; // "kmalloc", "sk_buff", "skb data", or the name of a cache
+    const char *kind; // "kmalloc", "sk_buff", "skb data", "percpu", or the name of a cache
     std::size_t bytes;
     u64 serial; // counts allocations
     gfp_t flags;

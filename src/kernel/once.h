@@ -1,6 +1,5 @@
-// Words that several CPUs read and write without a lock, by design: counters that may lose a count,
-// debug switches, state words. Every access goes through this pair, which costs nothing and says
-// that the race is meant.
+// Words that several CPUs read and write without a lock, by design: counters, debug switches, state
+// words. Every access goes through this pair, which costs nothing and says that the race is meant.
 #pragma once
 
 template <typename T>
@@ -24,8 +23,9 @@ inline void clear_bits(T &word, V bits) {
     __atomic_and_fetch(&word, static_cast<T>(~bits), __ATOMIC_RELAXED);
 }
 
-// A statistics counter: two CPUs at once may count one, which is accepted on the packet path.
-template <typename T>
-inline void count_up(T &counter) {
-    write_once(counter, read_once(counter) + 1);
+// A counter that is one word for all CPUs: raised in one step, so that none is lost and it never
+// runs backwards. What every frame counts stands in words of each CPU instead (percpu.h).
+template <typename T, typename V>
+inline T count_in(T &counter, V more) {
+    return __atomic_add_fetch(&counter, static_cast<T>(more), __ATOMIC_RELAXED);
 }

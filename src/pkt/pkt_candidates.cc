@@ -1,8 +1,11 @@
 #include "pkt/pkt_candidates.h"
 
 #include "kernel/locks.h"
+#include "kernel/memory.h"
 #include "kernel/once.h"
+#include "kernel/percpu.h"
 #include "pkt/frame.h"
+#include "pkt/pkt_cpu.h"
 
 namespace {
 
@@ -10,13 +13,14 @@ constexpr u32 WORD_BITS = 32;
 constexpr u32 FACTS = 32;
 
 static_assert(REDIRECT_PLACES + 1 == process_packet_rxs.size());
+static_assert(MODIFY_TX_PLACES + 1 == process_packet_modify_tx.size());
 
 constinit rwlock_t _lock{};
 
 // Who changes frames that come like that: an index of two bits.
 constexpr u32 WITH_FLAGS = 1, WITH_CODE = 2, WAYS = 4;
 constinit u32 _modifiers[WAYS] = {};
-constinit u32 _modified = 0, _modified_summed_up = 0; // frames
+constinit u32 _tx_modifiers = 0;
 
 // A bit for each place of process_packet_rxs. Two words, since not every machine reads a longer one
 // whole.
@@ -28,10 +32,9 @@ struct redirect_places {
 constinit redirect_places _asked[FRAME_CLASSES] = {};
 constinit redirect_places _concerned[FACTS] = {};
 
-// How many frames ended where; and how many of them `inspects` has in it already. The first only
-// grows, so a count that is lost to another CPU is lost alone.
-constinit u32 _ended[FRAME_CLASSES][REDIRECT_PLACES] = {};
-constinit u32 _summed_up[FRAME_CLASSES][REDIRECT_PLACES] = {};
+// How many frames have ended there since the last look, by row; and what of pkt_cpu was summed up.
+constinit u32 _ended[REDIRECT_PLACES][FRAME_ROWS] = {};
+constinit pkt_cpu_words _summed_up = {};
 
 packet_redirect *_at(u32 place) {
     return packet_redirects[process_packet_rxs[place]];
@@ -50,17 +53,21 @@ void _publish(redirect_places *set, const redirect_places &now) {
         write_once(set->words[word], now.words[word]);
 }
 
-// Who was asked about frames of that class saw all that ended at its place or behind it.
-void _sum_up_class(u32 of) {
-    u32 seen = 0;
+void _add(u32 &sum, u32 more) {
+    write_once(sum, read_once(sum) + more);
+}
+
+// Who was asked about frames of that row saw all that ended at its place or behind it. How many
+// frames there were.
+u32 _count_asked(u32 row) {
+    u32 seen = percpu_grown(&pkt_cpu->passed[row], &_summed_up.passed[row]);
     for (u32 place = REDIRECT_PLACES; place-- > 0;) {
-        u32 ended = read_once(_ended[of][place]);
-        seen += ended - _summed_up[of][place];
-        _summed_up[of][place] = ended;
+        seen += _ended[place][row];
         packet_redirect *redirect = _at(place);
-        if (redirect && _has(_asked[of], place))
-            write_once(redirect->inspects, read_once(redirect->inspects) + seen);
+        if (redirect && _has(_asked[row / 2], place))
+            _add(redirect->inspects, seen);
     }
+    return seen;
 }
 
 // The fact, or none.
@@ -72,24 +79,39 @@ bool _modifies(const packet_redirect *redirect) {
     return redirect && read_once(redirect->enabled) && redirect->modify_rx;
 }
 
-void _sum_up_modified() {
-    u32 now = read_once(_modified);
-    u32 seen = now - _modified_summed_up;
-    _modified_summed_up = now;
+void _count_modified_rx(u32 frames) {
     for (const u8 *slot = process_packet_modify_rx.data(); *slot != REDIRECT_ORDER_END; slot++)
         if (packet_redirect *redirect = packet_redirects[*slot]; _modifies(redirect))
-            write_once(redirect->modify_rx_inspects,
-                       read_once(redirect->modify_rx_inspects) + seen);
+            _add(redirect->modify_rx_inspects, frames);
+}
+
+// Those in front of who took a frame were asked about it, and all of them when nobody did.
+void _count_modified_tx() {
+    u32 seen = 0;
+    for (u32 place = MODIFY_TX_PLACES + 1; place-- > 0;) {
+        seen += percpu_grown(&pkt_cpu->sent[place], &_summed_up.sent[place]);
+        if (_tx_modifiers >> place & 1)
+            _add(packet_redirects[process_packet_modify_tx[place]]->modify_tx_inspects, seen);
+    }
 }
 
 void _sum_up() {
-    _sum_up_modified();
-    for (u32 of = 0; of < FRAME_CLASSES; of++)
-        _sum_up_class(of);
+    if (!pkt_cpu)
+        return;
+    for (u32 place = 0; place < REDIRECT_PLACES; place++)
+        if (packet_redirect *redirect = _at(place))
+            pkt_redirect_sum_up(redirect, &_ended[place]);
+    u32 with_port = 0;
+    for (u32 row = 0; row < FRAME_ROWS; row++) {
+        u32 frames = _count_asked(row);
+        with_port += row % 2 == 0 ? frames : 0;
+    }
+    _count_modified_rx(with_port);
+    _count_modified_tx();
 }
 
 bool _skips(const packet_redirect *redirect, u32 of) {
-    return of != FRAME_CLASS_OTHER && (redirect->skip_protocols & 1u << of);
+    return redirect->skip_protocols & of << 1;
 }
 
 redirect_places _asked_about(u32 of) {
@@ -124,7 +146,18 @@ u32 _modifiers_of(u32 way) {
     return found;
 }
 
+u32 _tx_modifiers_now() {
+    u32 found = 0;
+    for (u32 place = 0; place < MODIFY_TX_PLACES; place++) {
+        const packet_redirect *redirect = packet_redirects[process_packet_modify_tx[place]];
+        if (redirect && read_once(redirect->enabled) && redirect->modify_tx)
+            found |= 1u << place;
+    }
+    return found;
+}
+
 void _renew() {
+    write_once(_tx_modifiers, _tx_modifiers_now());
     for (u32 way = 0; way < WAYS; way++)
         write_once(_modifiers[way], _modifiers_of(way));
     for (u32 of = 0; of < FRAME_CLASSES; of++)
@@ -192,6 +225,14 @@ u32 _source_facts(const u8 *source) {
 
 } // namespace
 
+constinit pkt_cpu_words *pkt_cpu = nullptr;
+
+bool pkt_cpu_make() {
+    if (!pkt_cpu)
+        pkt_cpu = alloc_percpu_gfp<pkt_cpu_words>(gfp_here());
+    return pkt_cpu;
+}
+
 void pkt_candidates_init() {
     rwlock_init(&_lock, "redirect_candidates_lock");
 }
@@ -204,7 +245,7 @@ u32 pkt_frame_facts(const tarn_pkt_info *info, const u8 *addresses) {
 }
 
 u64 pkt_candidates(u32 facts) {
-    const redirect_places &asked = _asked[pkt_frame_class(facts)];
+    const redirect_places &asked = _asked[pkt_frame_row(facts) / 2];
     u32 low = 0, high = 0;
     for (; facts != 0; facts &= facts - 1) {
         const redirect_places &concerned = _concerned[__builtin_ctz(facts)];
@@ -216,16 +257,12 @@ u64 pkt_candidates(u32 facts) {
     return u64{high} << WORD_BITS | low;
 }
 
-void pkt_candidates_count(frame_class of, u32 place) {
-    count_up(_ended[of][place]);
-}
-
 u32 pkt_modifiers(const tarn_rx_meta *meta) {
     return read_once(_modifiers[(meta->flags ? WITH_FLAGS : 0) | (meta->code ? WITH_CODE : 0)]);
 }
 
-void pkt_modifiers_count() {
-    count_up(_modified);
+u32 pkt_tx_modifiers() {
+    return read_once(_tx_modifiers);
 }
 
 void pkt_candidates_change_begin() {

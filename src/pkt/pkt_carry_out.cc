@@ -5,7 +5,9 @@
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
+#include "kernel/percpu.h"
 #include "pkt/pkt_calls.h"
+#include "pkt/pkt_candidates.h"
 #include "pkt/pkt_explain.h"
 #include "pkt/pkt_flood.h"
 #include "pkt/pkt_post.h"
@@ -118,13 +120,13 @@ void _copies(packet_redirect *redirect, tarn_pkt_info *info, redirect_instruct *
         _pre_post(redirect, info->skb, instruct);
     if (instruct->flags & REDIRECT_FLOOD_L2) {
         _flood(info, instruct);
-        count_up(redirect->flood_l2);
+        this_cpu_inc(&redirect->counts->flood_l2);
     }
     if (instruct->flags & REDIRECT_STACK_REPLICATE) {
         tarn_pkt_stack_replicate(info->skb, info->rx_port, info->rx_vid, info->tag, info->code,
                                  info->flags, info->extra, redirect->stack_repl_type,
                                  &info->replicated);
-        count_up(redirect->stack_rep);
+        this_cpu_inc(&redirect->counts->stack_rep);
     }
 }
 
@@ -135,22 +137,22 @@ u32 _actions(packet_redirect *redirect, tarn_pkt_info *info, redirect_instruct *
     if (instruct->flags & REDIRECT_POST_KERNEL) {
         u32 result = tarn_pkt_post_to_kernel(info->rx_port, info->l2_port, info->l3_if, info->skb,
                                              info->rx_vid);
-        count_up(redirect->kernel);
+        this_cpu_inc(&redirect->counts->kernel);
         return result;
     }
     if (instruct->flags & REDIRECT_POST_KERNEL_PORT) {
         u32 result = tarn_pkt_post_to_kernel(info->rx_port, info->l2_port, info->rx_port, info->skb,
                                              info->rx_vid);
-        count_up(redirect->kernel_port);
+        this_cpu_inc(&redirect->counts->kernel_port);
         return result;
     }
     if (instruct->flags & REDIRECT_RESEND_L2) {
         _resend(info);
-        count_up(redirect->resend_l2);
+        this_cpu_inc(&redirect->counts->resend_l2);
     }
     if (instruct->flags & REDIRECT_POST_USERSPACE) {
         _post_userspace(redirect, info, instruct->flags);
-        count_up(redirect->userspace);
+        this_cpu_inc(&redirect->counts->userspace);
     }
     return 0;
 }
@@ -158,22 +160,23 @@ u32 _actions(packet_redirect *redirect, tarn_pkt_info *info, redirect_instruct *
 void _stop(packet_redirect *redirect, tarn_pkt_info *info, const redirect_instruct *instruct) {
     if (!(instruct->flags & KERNEL_FLAGS))
         __dev_kfree_skb_irq(info->skb, SKB_REASON_DROPPED);
-    count_up(redirect->stops);
-
-    u8 reason = static_cast<u8>(instruct->reason);
-    if (reason >= REDIRECT_REASONS) {
-        pr_crit("Reason code too high %d\n", reason);
-        return;
+    u32 reason = static_cast<u8>(instruct->reason);
+    if (reason >= REDIRECT_REASONS) [[unlikely]] {
+        pr_crit("Reason code too high %d\n", static_cast<i32>(reason));
+        reason = STOP_REASON_TOO_HIGH;
     }
-    count_up(redirect->stop_reasons[reason]);
+    this_cpu_inc(&redirect->counts->ended[pkt_frame_row(info->facts)][reason]);
 }
 
 // Refused: an instruct that does not stop is forgotten; one that does leaves the frame with the
 // driver.
-bool _end_refused(packet_redirect *redirect, redirect_instruct *instruct) {
+bool _end_refused(const packet_redirect *redirect, const tarn_pkt_info *info,
+                  redirect_instruct *instruct) {
     if (instruct->pre_post_arg)
         _pre_post(redirect, nullptr, instruct);
     bool stops = instruct->flags & REDIRECT_STOP;
+    if (stops)
+        this_cpu_inc(&redirect->counts->ended[pkt_frame_row(info->facts)][STOP_REFUSED]);
     *instruct = {};
     return stops;
 }
@@ -186,7 +189,7 @@ bool tarn_pkt_carry_out(packet_redirect *redirect, tarn_pkt_info *info, redirect
         if (info->why)
             pkt_explain_end(info, "refused: what was asked for cannot be done together");
         *result = 1;
-        return _end_refused(redirect, instruct);
+        return _end_refused(redirect, info, instruct);
     }
     *result = _actions(redirect, info, instruct);
     if (instruct->flags & REDIRECT_STOP) {

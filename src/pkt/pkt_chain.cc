@@ -1,7 +1,9 @@
 // The chain of redirects. Those that could want the frame are asked in turn and only decide; what
 // they decided is carried out elsewhere (pkt_carry_out.cc).
 #include "ifmgr/tarn_ifmgr.h"
+#include "kernel/percpu.h"
 #include "pkt/pkt_candidates.h"
+#include "pkt/pkt_cpu.h"
 #include "pkt/pkt_explain.h"
 #include "pkt/pkt_rx.h"
 
@@ -11,7 +13,6 @@ namespace {
 template <bool Watched>
 u32 _walk(tarn_pkt_info *info) {
     sk_buff *const given = info->skb;
-    const frame_class of = pkt_frame_class(info->facts);
     redirect_instruct instruct{};
     info->order = process_packet_rxs.data();
     info->result = 0;
@@ -26,12 +27,12 @@ u32 _walk(tarn_pkt_info *info) {
         u32 result;
         if (instruct.flags == 0 || !tarn_pkt_carry_out(redirect, info, &instruct, &result))
             continue;
-        pkt_candidates_count(of, place);
         tarn_ifmgr_if_ref_put(info->vlan_if);
         return result;
     }
 
-    pkt_candidates_count(of, REDIRECT_PLACES - 1);
+    if (pkt_cpu) [[likely]] // else there is nobody to ask
+        this_cpu_inc(&pkt_cpu->passed[pkt_frame_row(info->facts)]);
     if constexpr (Watched)
         pkt_explain_end(info, "nobody stopped it");
     // The frame as the driver handed it in, on purpose: a post that does not stop never replaces

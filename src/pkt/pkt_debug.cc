@@ -39,9 +39,7 @@ bool _may_print(const char *caller) {
 }
 
 int _next_number() {
-    u16 number = static_cast<u16>(read_once(tarn_pkt_debug_cnt) + 1);
-    write_once(tarn_pkt_debug_cnt, number);
-    return number;
+    return count_in(tarn_pkt_debug_cnt, 1);
 }
 
 char *_new_dump(gfp_t flags) {

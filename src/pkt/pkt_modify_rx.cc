@@ -9,5 +9,4 @@ void tarn_pkt_modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_i
         const u8 slot = process_packet_modify_rx[static_cast<u32>(__builtin_ctz(left))];
         packet_redirects[slot]->modify_rx(modify, meta, ifp, skb);
     }
-    pkt_modifiers_count();
 }

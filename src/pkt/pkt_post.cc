@@ -24,10 +24,10 @@ u32 _ingress_of(const tarn_if *rx_port, const tarn_if *l2_port) {
 void _count(net_device_stats *stats, const sk_buff *skb) {
     constexpr u8 broadcast[ETH_ALEN] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     frame_bytes frame(skb);
-    count_up(stats->rx_packets);
-    write_once(stats->rx_bytes, read_once(stats->rx_bytes) + frame.length);
+    count_in(stats->rx_packets, 1);
+    count_in(stats->rx_bytes, frame.length);
     if ((frame.byte(ETH_DST_OFFSET) & 1) && !frame.equals(ETH_DST_OFFSET, broadcast, ETH_ALEN))
-        count_up(stats->multicast);
+        count_in(stats->multicast, 1);
 }
 
 bool _has_room(const sk_buff *skb, const sock *sk) {
@@ -69,7 +69,7 @@ void _post_up(const tarn_if *rx_port, tarn_if *l3_if, sk_buff *skb, u32 vid) {
             return;
         pr_err("Error posting packet to the TCP/IP stack\n");
     }
-    count_up(stats->rx_dropped);
+    count_in(stats->rx_dropped, 1);
     kfree_skb(skb);
 }
 

@@ -5,7 +5,9 @@
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
+#include "kernel/percpu.h"
 #include "pkt/pkt_candidates.h"
+#include "pkt/pkt_cpu.h"
 
 constinit std::array<packet_redirect *, REDIRECT_SLOTS> packet_redirects{};
 
@@ -44,6 +46,51 @@ void _zero_counters(packet_redirect *redirect) {
     write_once(redirect->modify_rx_inspects, 0);
     write_once(redirect->modify_tx_inspects, 0);
     write_once(redirect->kernel_port, 0);
+}
+
+void _add(u32 &sum, u32 more) {
+    write_once(sum, read_once(sum) + more);
+}
+
+void _add_grown(u32 &sum, const u32 *counted, u32 *summed_up) {
+    _add(sum, percpu_grown(counted, summed_up));
+}
+
+// How many frames of the row ended there.
+u32 _sum_up_row(packet_redirect *redirect, u32 row) {
+    u32 ended = 0;
+    for (u32 how = 0; how < WALK_ENDS; how++) {
+        u32 grown =
+            percpu_grown(&redirect->counts->ended[row][how], &redirect->summed_up->ended[row][how]);
+        ended += grown;
+        if (how < REDIRECT_REASONS)
+            _add(redirect->stop_reasons[how], grown);
+        if (how != STOP_REFUSED)
+            _add(redirect->stops, grown);
+    }
+    return ended;
+}
+
+// A record for ever, with what it has summed up; records of init functions lie on small stacks.
+struct _registered {
+    packet_redirect record;
+    redirect_counts summed_up;
+};
+
+// A copy with counters of its own; null without memory.
+packet_redirect *_copy_of(const packet_redirect *record) {
+    auto *made = static_cast<_registered *>(__kmalloc(sizeof(_registered), gfp_here()));
+    redirect_counts *counts =
+        made && pkt_cpu_make() ? alloc_percpu_gfp<redirect_counts>(gfp_here()) : nullptr;
+    if (!counts) {
+        kfree(made);
+        return nullptr;
+    }
+    made->record = *record;
+    memset(&made->summed_up, 0, sizeof(made->summed_up));
+    made->record.counts = counts;
+    made->record.summed_up = &made->summed_up;
+    return &made->record;
 }
 
 // The counters at one moment: a view that takes long to print still shows numbers that belong
@@ -139,12 +186,11 @@ i32 tarn_pkt_register_packet_redirection(const packet_redirect *record, u32 inde
         return -EINVAL;
     }
 
-    auto *copy = static_cast<packet_redirect *>(__kmalloc(sizeof(packet_redirect), gfp_here()));
+    packet_redirect *copy = _copy_of(record);
     if (!copy) {
         pr_crit("Failed to register packet type %.20s due to insufficient memory\n", record->name);
         return -ENOMEM;
     }
-    *copy = *record;
     _zero_counters(copy);
     copy->enabled = 1;
     pkt_candidates_change_begin();
@@ -179,10 +225,25 @@ sk_buff *tarn_pkt_packet_post_dummy(sk_buff *skb, tarn_post_info *) {
     return skb;
 }
 
+// What was counted up to now is summed up, and forgotten with the sum.
 void tarn_pkt_redirect_clear_counters(u32 index) {
-    pkt_candidates_sum_up();
+    pkt_candidates_change_begin();
     if (index < REDIRECT_SLOTS && packet_redirects[index])
         _zero_counters(packet_redirects[index]);
+    pkt_candidates_change_end();
+}
+
+void pkt_redirect_sum_up(packet_redirect *redirect, u32 (*ended)[FRAME_ROWS]) {
+    const redirect_counts *counts = redirect->counts;
+    redirect_counts *before = redirect->summed_up;
+    for (u32 row = 0; row < FRAME_ROWS; row++)
+        (*ended)[row] = _sum_up_row(redirect, row);
+    _add_grown(redirect->kernel, &counts->kernel, &before->kernel);
+    _add_grown(redirect->userspace, &counts->userspace, &before->userspace);
+    _add_grown(redirect->resend_l2, &counts->resend_l2, &before->resend_l2);
+    _add_grown(redirect->stack_rep, &counts->stack_rep, &before->stack_rep);
+    _add_grown(redirect->flood_l2, &counts->flood_l2, &before->flood_l2);
+    _add_grown(redirect->kernel_port, &counts->kernel_port, &before->kernel_port);
 }
 
 void skip_protocol_set(const char *name) {

@@ -3,7 +3,8 @@
 // A redirect is a packet_redirect in one of 51 slots. Its init function fills a record on the stack
 // and registers it; the registry keeps a copy, for ever. The slot names the redirect; its place in
 // an order table says when it is asked. The table is complete before the first frame arrives and
-// has no lock; `enabled` and the counters are plain words, and a lost count is accepted.
+// has no lock; `enabled` is a plain word. What is counted on the way of a frame, each CPU counts
+// for itself (redirect_counts); the record has the sums, as of the last pkt_candidates_sum_up.
 //
 // Reading the counters: print_redirect_counters prints a line "<name>_inspects: <n>" and its
 // fellows for each redirect of an order table. docs/architecture.md tells what each counter means.
@@ -23,6 +24,15 @@ inline constexpr u32 REDIRECT_NAME_SIZE = 20;
 inline constexpr u32 SKIP_ARP = 2;
 inline constexpr u32 SKIP_IPV4 = 4;
 inline constexpr u32 SKIP_IPV6 = 8;
+
+// The classes, each half of its bit; 3 is none.
+enum frame_class : u32 {
+    FRAME_CLASS_OTHER = 0,
+    FRAME_CLASS_ARP = SKIP_ARP / 2,
+    FRAME_CLASS_IPV4 = SKIP_IPV4 / 2,
+    FRAME_CLASS_IPV6 = SKIP_IPV6 / 2,
+    FRAME_CLASSES,
+};
 
 // Facts of a frame, for packet_redirect.concerns (pkt_candidates.cc finds them).
 enum frame_fact : u32 {
@@ -62,6 +72,22 @@ enum stack_repl_type : u32 {
     STACK_REPL_TYPES,
 };
 
+// Frames are counted by class in even rows, and in odd ones those without a port: they meet no hook
+// (pkt_frame_row).
+inline constexpr u32 FRAME_ROWS = 2 * FRAME_CLASSES;
+
+// How a walk ended at a redirect: it stopped the frame for one of the reasons, or for one that is
+// too high; or what it asked for was refused.
+inline constexpr u32 STOP_REASON_TOO_HIGH = REDIRECT_REASONS;
+inline constexpr u32 STOP_REFUSED = REDIRECT_REASONS + 1;
+inline constexpr u32 WALK_ENDS = REDIRECT_REASONS + 2;
+
+// Of one redirect, on each CPU (kernel/percpu.h). Words that only grow.
+struct redirect_counts {
+    u32 ended[FRAME_ROWS][WALK_ENDS];
+    u32 kernel, userspace, resend_l2, stack_rep, flood_l2, kernel_port;
+};
+
 struct packet_redirect {
     char name[REDIRECT_NAME_SIZE]; // padded with NUL
     // Required. ORs into the instruct's flags and writes its reason with them; the result is not
@@ -76,7 +102,7 @@ struct packet_redirect {
     // Optional. On frames of the IP stack; returns the frame to go on with, or null if it took it.
     sk_buff *(*modify_tx)(tarn_if *ifp, sk_buff *skb) = nullptr;
     u32 stack_repl_type = STACK_REPL_DEFAULT;
-    u32 inspects = 0; // frames that came by, up to date after pkt_candidates_sum_up
+    u32 inspects = 0; // frames that came by
     u32 stops = 0;
     u32 stop_reasons[REDIRECT_REASONS] = {};
     u32 kernel = 0;
@@ -98,6 +124,8 @@ struct packet_redirect {
     // The same for `modify_rx`, which comes before a frame is looked at: FRAME_ANY,
     // FRAME_TRAP_FLAGS or FRAME_TRAP_CODE.
     u32 modify_concerns = FRAME_ANY;
+    redirect_counts *counts = nullptr;    // of each CPU
+    redirect_counts *summed_up = nullptr; // what the sums above have in them of it
 };
 
 extern std::array<packet_redirect *, REDIRECT_SLOTS> packet_redirects;
@@ -124,6 +152,9 @@ i32 enable_redirect_by_name(const char *name, u8 value);
 sk_buff *tarn_pkt_packet_post_dummy(sk_buff *skb, tarn_post_info *info);
 
 void tarn_pkt_redirect_clear_counters(u32 index);
+// Adds to the sums what has been counted since, and tells how many frames of each row ended here.
+// Within the lock of pkt_candidates.cc.
+void pkt_redirect_sum_up(packet_redirect *redirect, u32 (*ended)[FRAME_ROWS]);
 
 // Hides one redirect from print_redirect_counters; the name is cut at 19 characters.
 void skip_protocol_set(const char *name);

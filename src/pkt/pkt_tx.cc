@@ -6,8 +6,11 @@
 #include "kernel/log.h"
 #include "kernel/memory.h"
 #include "kernel/once.h"
+#include "kernel/percpu.h"
 #include "kernel/time.h"
 #include "pkt/frame.h"
+#include "pkt/pkt_candidates.h"
+#include "pkt/pkt_cpu.h"
 #include "pkt/pkt_debug.h"
 #include "pkt/pkt_flood.h"
 #include "pkt/pkt_redirect.h"
@@ -31,17 +34,22 @@ bool _is_local(const tarn_if *vlan_if) {
     return vlan_if && (read_once(vlan_if->if_flags) & TARN_IF_F_VLAN_LOCAL);
 }
 
+void _count_sent(u32 place) {
+    if (pkt_cpu) [[likely]] // else there are no hooks
+        this_cpu_inc(&pkt_cpu->sent[place]);
+}
+
 // The frame, or null when a hook took it.
 sk_buff *_modify_tx(tarn_if *ifp, sk_buff *skb) {
-    for (const u8 *slot = process_packet_modify_tx.data(); *slot != REDIRECT_ORDER_END; slot++) {
-        packet_redirect *redirect = packet_redirects[*slot];
-        if (!redirect || !read_once(redirect->enabled) || !redirect->modify_tx)
+    for (u32 left = pkt_tx_modifiers(); left != 0; left &= left - 1) {
+        const u32 place = static_cast<u32>(__builtin_ctz(left));
+        skb = packet_redirects[process_packet_modify_tx[place]]->modify_tx(ifp, skb);
+        if (skb)
             continue;
-        count_up(redirect->modify_tx_inspects);
-        skb = redirect->modify_tx(ifp, skb);
-        if (!skb)
-            return nullptr;
+        _count_sent(place);
+        return nullptr;
     }
+    _count_sent(MODIFY_TX_PLACES);
     return skb;
 }
 

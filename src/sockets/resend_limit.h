@@ -20,8 +20,5 @@ inline bool resend_passes(resend_limit *limit, u32 most) {
         write_once(limit->start, now);
         write_once(limit->count, 0);
     }
-    if (read_once(limit->count) >= most)
-        return false;
-    count_up(limit->count);
-    return true;
+    return read_once(limit->count) < most && count_in(limit->count, 1) <= most;
 }

@@ -63,7 +63,7 @@ void _add_one(tarn_if *port, u32 vid, u32 tagged) {
             _bind_once(vlan, tarn_ifmgr_logical_port(port));
         else
             pr_warn("Failed to find ifpvlan for vid %d", static_cast<i32>(vid));
-        count_up(vlan_port_adds);
+        count_in(vlan_port_adds, 1);
         vlan_bit_write(port->vlan_member_bmp, vid, true);
         if (tagged == 1)
             vlan_bit_write(port->vlan_tagged_bmp, vid, true);

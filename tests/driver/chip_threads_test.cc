@@ -103,3 +103,25 @@ TEST_F(ChipThreads, may_do_everything_at_once) {
     home.sent.clear();
     home.trapped.clear();
 }
+
+TEST_F(ChipThreads, are_counted_to_the_last_frame) {
+    constexpr u32 CPUS = 4, EACH = 20000;
+    const Bytes known = Frame().from("02:00:00:00:02:01").to("02:00:00:00:02:02").padded();
+    receive(102, Frame().from("02:00:00:00:02:02").padded());
+    receive(101, known);
+    home.sent.clear();
+    u32 received = home.callbacks.sdma_counters(101, 0, 0);
+    u32 sent = home.callbacks.sdma_counters(102, 1, 0);
+    std::vector<std::thread> cpus;
+    for (u32 t = 0; t < CPUS; t++)
+        cpus.emplace_back([&] {
+            for (u32 i = 0; i < EACH; i++)
+                deliver(101, known);
+        });
+    for (std::thread &cpu : cpus)
+        cpu.join();
+    EXPECT_EQ(home.callbacks.sdma_counters(101, 0, 0) - received, CPUS * EACH);
+    EXPECT_EQ(home.callbacks.sdma_counters(102, 1, 0) - sent, CPUS * EACH);
+    home.sent.clear();
+    home.trapped.clear();
+}

@@ -377,7 +377,7 @@ TEST_F(Chain, a_post_is_told_of_the_frame) {
     EXPECT_EQ(told.ip_proto, 89);
     EXPECT_EQ(told.flags, 0x10u);
     EXPECT_EQ(told.extra, 4u);
-    EXPECT_EQ(packet_redirects[27]->userspace, 1u);
+    EXPECT_EQ(middle().userspace, 1u);
 
     receive(Frame().ipv6({.next = 89}));
     EXPECT_EQ(told.ipv6_next_header, 89);

@@ -591,11 +591,13 @@ TEST_F(L3Device, a_frame_on_a_device_without_interface_is_dropped_and_reported) 
 TEST_F(L3Device, on_the_management_vlan_a_frame_takes_the_way_of_the_stack) {
     features().management_vlan = 1;
     for (u32 slot : {0u, 39u, 9u, 21u, 30u})
-        if (packet_redirects[slot])
+        if (packet_redirects[slot]) {
             packet_redirects[slot]->modify_tx = [](tarn_if *, sk_buff *skb) {
                 ADD_FAILURE() << "a hook was asked";
                 return skb;
             };
+            enable_redirect(slot, 1);
+        }
     vlan1()->netdev->stopped = true;
     EXPECT_EQ(tarn_eth_dev_xmit(frame(), vlan1()->netdev), 0);
     EXPECT_THAT(driver().sent, IsEmpty());

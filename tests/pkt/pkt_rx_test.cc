@@ -2,6 +2,7 @@
 #include "support/switch_test.h"
 
 #include "ifmgr/tarn_ifmgr_bind.h"
+#include "pkt/pkt_candidates.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -97,6 +98,7 @@ TEST_F(Receive, an_ethernet_interface_may_receive) {
 
 TEST_F(Receive, a_frame_that_nobody_wants_vanishes_uncounted) {
     EXPECT_EQ(receive(Frame()), 0u);
+    pkt_candidates_sum_up();
     for (const packet_redirect *redirect : packet_redirects)
         if (redirect) {
             EXPECT_EQ(redirect->stops, 0u) << redirect->name;

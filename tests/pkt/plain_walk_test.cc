@@ -22,6 +22,7 @@ namespace {
 bool plainly = false;
 bool compared = false;
 u64 marks = 0;
+u32 asked[REDIRECT_SLOTS] = {}, modified[REDIRECT_SLOTS] = {}; // how often, by the plain walks
 
 u32 skip_bit(u32 ethertype) {
     switch (ethertype) {
@@ -46,7 +47,7 @@ u32 plain_walk(tarn_pkt_info *info) {
         if (!redirect || !redirect->enabled ||
             (redirect->skip_protocols & skip_bit(info->ethertype)))
             continue;
-        redirect->inspects++;
+        asked[*slot]++;
         redirect->match(info, &instruct);
         u32 result;
         if (instruct.flags == 0 || !tarn_pkt_carry_out(redirect, info, &instruct, &result))
@@ -64,7 +65,7 @@ void plain_modify_rx(tarn_rx_modify *modify, const tarn_rx_meta *meta, tarn_if *
         packet_redirect *redirect = packet_redirects[*slot];
         if (!redirect || !redirect->enabled || !redirect->modify_rx)
             continue;
-        redirect->modify_rx_inspects++;
+        modified[*slot]++;
         redirect->modify_rx(modify, meta, ifp, skb);
     }
 }
@@ -109,6 +110,8 @@ protected:
         keep();
         for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++)
             enable_redirect(slot, 1); // of the others not all is printed
+        if (plainly)
+            take_plain_counts();
         std::string told = std::to_string(fingerprint_) + " " + std::to_string(marks) + "\n";
         for (u32 mode : {REDIRECT_COUNTERS_RX, REDIRECT_COUNTERS_MODIFY_RX})
             told += printed([=](seq_file *view) { print_redirect_counters(mode, view); });
@@ -149,6 +152,16 @@ protected:
     }
 
 private:
+    // In place of what is summed up from where walks ended.
+    static void take_plain_counts() {
+        pkt_candidates_sum_up();
+        for (u32 slot = 0; slot < REDIRECT_SLOTS; slot++)
+            if (packet_redirect *redirect = packet_redirects[slot]) {
+                redirect->inspects = asked[slot];
+                redirect->modify_rx_inspects = modified[slot];
+            }
+    }
+
     void note(const std::string &word) {
         fingerprint_ = fingerprint_ * 1099511628211u ^ std::hash<std::string>{}(word);
     }

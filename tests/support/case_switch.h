@@ -9,6 +9,7 @@
 #include "ifmgr/tarn_ifmgr_create.h"
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "pkt/frame.h"
+#include "pkt/pkt_candidates.h"
 #include "pkt/pkt_redirect.h"
 #include "sockets/sockets.h"
 #include "vlan/vlan_member.h"
@@ -53,6 +54,7 @@ inline void set_udld(u32 on, u32 filter) {
 }
 
 inline long stops(const std::string &redirect, u32 reason) {
+    pkt_candidates_sum_up();
     for (const packet_redirect *one : packet_redirects)
         if (one && one->name == redirect)
             return one->stop_reasons[reason];
