@@ -161,6 +161,26 @@ void line_seeds() {
     }
 }
 
+// A client of each kind, what it says once and again without reading, and its end.
+void server_seeds() {
+    auto talk = [](unsigned kind, const Bytes &said, const Bytes &frame) {
+        unsigned client = kind, come = kind * 8 + client, some = 3 * 8 + client;
+        Bytes row = step(0, come, {}) + step(4, (kind == 0 ? 3 : 0) * 8 + client, {}) +
+                    step(2, client, said) + step(8, 8, frame);
+        write("servers_fuzz", "talk", row + step(5, some, {}) + step(7, client, {}));
+        write("servers_fuzz", "silent", row + step(3, 31 * 8 + client, said) + step(6, some, {}));
+        write("servers_fuzz", "raw", row + step(1, some, said) + step(1, client, said));
+    };
+    for (const nl_case &one : nl_cases)
+        talk(0, command(one), {});
+    for (unsigned char call = 0; call <= 5; call++)
+        for (unsigned char a : {0, 1, 2, 46})
+            talk(1, Bytes{call, 0, 0, 0, a} + Bytes(19, 0) + Bytes{64} + Bytes(20, 1), frames()[0]);
+    for (const char *line :
+         {"show counters\n", "trace count 1\n", "trace json seconds 1\n", "half"})
+        talk(2, text(line), frames()[1]);
+}
+
 // A file of the older kind, with one frame; of the newer, an empty section.
 void capture_seeds() {
     Bytes head{0xD4, 0xC3, 0xB2, 0xA1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 4, 0, 1, 0, 0, 0};
@@ -196,6 +216,7 @@ int main(int count, char **words) {
     socket_seeds();
     proc_seeds();
     line_seeds();
+    server_seeds();
     capture_seeds();
     container_seeds();
     return 0;
