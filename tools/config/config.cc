@@ -28,6 +28,7 @@ public:
 
     void write(const std::string &path, const std::string &text) override {
         must(path, userlevel::proc_write(PROC_FOLDER + path, text));
+        userlevel::work_run();
     }
 
 private:
@@ -48,6 +49,7 @@ public:
     client::Bytes exchange(client::View message) {
         answer_.clear();
         socket_.send(message);
+        userlevel::work_run();
         return answer_;
     }
 
@@ -63,6 +65,7 @@ std::string say_to_chip(const Chip &chip, const std::string &line) {
         throw tarnctl::ProcError("chip: there is no chip here");
     bool ok = false;
     std::string reply = chip(line, ok);
+    userlevel::work_run();
     if (!ok)
         throw tarnctl::ProcError("chip: " + reply.substr(0, reply.find_last_not_of('\n') + 1));
     return reply;

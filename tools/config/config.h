@@ -10,7 +10,8 @@ namespace config {
 // What a line "chip WORDS" does; empty where there is no chip. `ok` says whether the line was good.
 using Chip = std::function<std::string(const std::string &line, bool &ok)>;
 
-// Every line, until one fails. "" or "FILE:LINE: what was wrong". The module must have been loaded.
+// Every line, until one fails; what a line leaves to a work item is done before the next. "" or
+// "FILE:LINE: what was wrong". The module must have been loaded.
 std::string apply(const std::string &file, const Chip &chip = {});
 
 } // namespace config
