@@ -5,6 +5,7 @@
 #pragma once
 
 #include "kernel/seq.h"
+#include "kernel/time.h"
 #include "kernel/trace.h"
 #include "kernel/types.h"
 
@@ -41,6 +42,7 @@ void log_echo(bool on); // also to standard error, "<level> text"
 
 // Real at first: 100 jiffies a second, from five minutes before the wrap of 32 bits, as in a
 // kernel.
+inline constexpr unsigned long CLOCK_START = 0xFFFFFFFFul - 5 * 60 * JIFFIES_PER_SECOND + 1;
 void clock_stop(unsigned long jiffies);
 void clock_advance(unsigned long jiffies); // of a stopped clock
 void clock_run();

@@ -11,8 +11,6 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-constexpr unsigned long START = 0xFFFFFFFFul - 5 * 60 * JIFFIES_PER_SECOND + 1;
-
 const steady::time_point began = steady::now();
 std::atomic<bool> stopped = false;
 std::atomic<unsigned long> now = 0;
@@ -39,5 +37,5 @@ unsigned long get_jiffies() {
     if (stopped)
         return now;
     auto ticks = std::chrono::duration_cast<std::chrono::milliseconds>(steady::now() - began) / 10;
-    return START + static_cast<unsigned long>(ticks.count());
+    return CLOCK_START + static_cast<unsigned long>(ticks.count());
 }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -553,6 +554,31 @@ TEST_F(Replay, times_of_no_sense_stand_still) {
         ASSERT_THAT(lines, SizeIs(2));
         EXPECT_EQ(lines[1]["by"], "mcdrop");
     }
+}
+
+// The rest of the division that fills the throttles' buckets is as old as the switch's clock.
+TEST_F(Replay, the_answer_does_not_depend_on_how_long_setting_up_takes) {
+    fs::path config = batch("link add port left ifindex 5001 mac 02:00:00:00:01:01 up running\n"
+                            "vlan add 1\n"
+                            "vlan member add left 1\n"
+                            "stp state left forwarding instance all\n");
+    Bytes flows = pcap_header();
+    for (std::uint32_t k = 0; k < 60; k++) {
+        Bytes flow = multicast();
+        flow[5] = flow[33] = static_cast<std::uint8_t>(k);
+        flows = flows + u32(1700000000) + u32(k * 30000) + u32(60) + u32(60) + flow;
+    }
+    fs::path path = file(flows);
+    std::set<std::string> answers;
+    for (const char *delay :
+         {"0", "0.01", "0.02", "0.03", "0.04", "0.05", "0.06", "0.07", "0.08"}) {
+        Result result = run_tool(std::string("(sleep ") + delay + "; cat " + config.string() +
+                                     ") | " TARN_REPLAY,
+                                 "--config /dev/stdin --explain " + path.string());
+        EXPECT_EQ(result.status, 0) << result.errors;
+        answers.insert(result.output);
+    }
+    EXPECT_THAT(answers, SizeIs(1));
 }
 
 // --- captures of real control traffic

@@ -3,7 +3,6 @@
 #include "config/config.h"
 #include "control.h"
 #include "kernel/skb.h"
-#include "kernel/time.h"
 #include "module/tarn_module.h"
 #include "pkt/frame.h"
 #include "pkt/pkt_debug.h"
@@ -62,7 +61,6 @@ bool configured(const std::string &config) {
     std::string wrong = config::apply(config);
     if (!wrong.empty())
         fmt::print(stderr, "tarn-replay: {}\n", wrong);
-    userlevel::work_run();
     return wrong.empty();
 }
 
@@ -105,20 +103,19 @@ Fate fate_of(const Outcome &outcome, u32 result) {
     return outcome.trace.consulted.empty() ? Fate::taken : Fate::unclaimed;
 }
 
-// The switch's clock goes by the capture, so that limits decide as if the frames came now.
+// The switch's clock goes by the capture, so that limits decide as if the frames came now. It
+// starts where it has stood since before the switch was made.
 class Clock {
 public:
-    Clock() { userlevel::clock_stop(start_); }
     void set(std::uint64_t time) {
         if (first_ == 0)
             first_ = last_ = time;
         if (time > last_) // and never back
             last_ = time;
-        userlevel::clock_stop(start_ + (last_ - first_));
+        userlevel::clock_stop(userlevel::CLOCK_START + (last_ - first_));
     }
 
 private:
-    const unsigned long start_ = get_jiffies();
     std::uint64_t first_ = 0, last_ = 0;
 };
 
@@ -168,6 +165,7 @@ void replay_frames(const Options &options, Report &report) {
 }
 
 int load() {
+    userlevel::clock_stop(userlevel::CLOCK_START); // setting up takes no time of the switch's
     int result = init_module();
     if (result != 0)
         fmt::print(stderr, "tarn-replay: the module did not start: {}\n", result);
