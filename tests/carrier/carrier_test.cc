@@ -215,7 +215,7 @@ TEST_F(Carrier, descriptors_beside_a_request_are_not_kept) {
         EXPECT_TRUE(client.read().empty());
     }
     EXPECT_EQ(keeps.call(look), -EINVAL);
-    // That of an answer is closed behind it.
+    // That of a connection is closed behind its end.
     for (int i = 0; i < 1000 && descriptors() != before; i++)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_EQ(descriptors(), before);
