@@ -1,5 +1,6 @@
 #include "chip_home.h"
 
+#include "claim.h"
 #include "kernel/netdev.h"
 #include "kernel/skb.h"
 #include "kernel/types.h"
@@ -22,6 +23,7 @@
 struct chip_device {
     std::string name;
     u32 slot = 0;
+    int claim = -1; // until the port is closed, whoever still has a reference
     ring packets;
     std::atomic<int> references{1};
 };
@@ -142,6 +144,10 @@ void chip_home_stop() {
     wake = -1;
 }
 
+int chip_home_holder(const char *name) {
+    return claim_holder(name);
+}
+
 int chip_port_open(const char *name, u32 slot, chip_device **device) {
     auto opened = std::make_unique<chip_device>();
     opened->name = name;
@@ -149,6 +155,11 @@ int chip_port_open(const char *name, u32 slot, chip_device **device) {
     int result = ring_open(opened->packets, name);
     if (result != 0)
         return result;
+    result = claim_device(name, opened->claim);
+    if (result != 0) {
+        ring_close(opened->packets);
+        return result;
+    }
     *device = opened.release();
     {
         std::lock_guard hold(list_lock);
@@ -164,6 +175,7 @@ void chip_port_close(chip_device *device) {
         std::erase(devices, device);
     }
     wake_up();
+    close(device->claim);
     chip_port_put(device);
 }
 

@@ -12,3 +12,7 @@
 
 int chip_home_start(); // 0 or -errno
 void chip_home_stop();
+
+// A device whose port cannot be opened (-EBUSY) is a port of that process, or (0) of one that is
+// not known here.
+int chip_home_holder(const char *device);

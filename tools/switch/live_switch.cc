@@ -59,6 +59,15 @@ u32 ifindex_of(const std::string &port) {
     return 0;
 }
 
+std::string held_by_another(const std::string &line) {
+    std::istringstream words(line);
+    std::string word, ifindex, device;
+    words >> word >> ifindex >> device;
+    int holder = chip_home_holder(device.c_str());
+    return fmt::format("'{}' is a port of another switch{}; stop it, or choose another device\n",
+                       device, holder != 0 ? fmt::format(", process {}", holder) : "");
+}
+
 std::string chip(const std::string &line, bool *ok = nullptr) {
     thread_local std::vector<char> reply(CHIP_REPLY);
     int result = chip_command(line.c_str(), reply.data(), reply.size());
@@ -67,6 +76,8 @@ std::string chip(const std::string &line, bool *ok = nullptr) {
     if (result == -EPERM)
         return "no right to open packet sockets (CAP_NET_RAW): run it as root, or under "
                "'unshare -Urn' with devices of its own\n";
+    if (result == -EBUSY && line.starts_with("port "))
+        return held_by_another(line);
     return result == 0 && !ok ? "" : reply.data();
 }
 
@@ -323,12 +334,13 @@ void stop() {
     machine::proc_unmount();
     chip_home_stop();
     std::lock_guard guard(userlevel::netlink_serial());
-    for (unsigned vid : vids)
-        remove(TARN_IF_VLAN_BASE + vid);
+    // A VLAN that still has ports would say so.
     for (const PortOption &port : ports)
         remove(ifindex_of(port.name));
-    vids.clear();
+    for (unsigned vid : vids)
+        remove(TARN_IF_VLAN_BASE + vid);
     ports.clear();
+    vids.clear();
 }
 
 } // namespace live
