@@ -3,6 +3,7 @@
 #include "machine/proc_fuse.h"
 
 #include "control.h"
+#include "machine/event_loop.h"
 #include "machine/unix_listener.h"
 #include "proc.h"
 
@@ -13,9 +14,8 @@
 #include <fuse3/fuse.h>
 #include <fuse3/fuse_lowlevel.h>
 #include <memory>
-#include <poll.h>
+#include <optional>
 #include <spawn.h>
-#include <sys/eventfd.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,7 +33,7 @@ std::string served;    // path of the mount
 std::string directory; // of the tree
 bool made_path = false;
 fuse *mounted = nullptr;
-int stop_event = -1;
+std::optional<event_loop> loop;
 std::thread server;
 
 // The kernel gives back a file some time after it was closed, and never once the connection ended:
@@ -138,19 +138,15 @@ const fuse_operations &operations() {
 
 void serve(fuse_session *session) {
     fuse_buf buffer{};
-    pollfd waits[] = {{fuse_session_fd(session), POLLIN, 0}, {stop_event, POLLIN, 0}};
-    while (!fuse_session_exited(session)) {
-        if (poll(waits, 2, -1) < 0 && errno != EINTR)
-            break;
-        if (waits[1].revents != 0)
-            break;
+    event_watch asked(*loop, fuse_session_fd(session), event_watch::READABLE, [&] {
         int length = fuse_session_receive_buf(session, &buffer);
-        if (length == -EINTR || length == -EAGAIN)
-            continue;
-        if (length <= 0)
-            break; // somebody has unmounted it
-        fuse_session_process_buf(session, &buffer);
-    }
+        if (length > 0)
+            fuse_session_process_buf(session, &buffer);
+        else if (length != -EINTR && length != -EAGAIN)
+            loop->stop(); // somebody has unmounted it
+    });
+    asked.on();
+    loop->run();
     std::free(buffer.mem);
 }
 
@@ -179,7 +175,7 @@ std::string start(const std::string &path) {
     fuse_session *session = fuse_get_session(mounted);
     int fd = fuse_session_fd(session);
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-    stop_event = eventfd(0, EFD_CLOEXEC);
+    loop.emplace();
     server = std::thread(serve, session);
     return "";
 }
@@ -241,13 +237,13 @@ std::string proc_mount(const std::string &path, const std::string &of_tree) {
 void proc_unmount() {
     if (!mounted)
         return;
-    eventfd_write(stop_event, 1);
+    loop->stop();
     server.join();
+    loop.reset();
     fuse_unmount(mounted);
     fuse_destroy(mounted);
     mounted = nullptr;
     open_files.clear();
-    close(stop_event);
     give_back_path();
 }
 
