@@ -628,6 +628,15 @@ TEST(tarnctl_options, stand_before_or_behind_the_words) {
     EXPECT_EQ(settings.words, (Words{"show", "interfaces"}));
 }
 
+TEST(tarnctl_options, wait_with_or_without_a_number) {
+    EXPECT_EQ(read_options({"show", "interfaces"}).wait, 0);
+    EXPECT_EQ(read_options({"--wait", "show", "interfaces"}).wait, 10);
+    EXPECT_EQ(read_options({"show", "interfaces", "--wait"}).wait, 10);
+    Settings settings = read_options({"--wait", "3", "vlan", "add", "4"});
+    EXPECT_EQ(settings.wait, 3);
+    EXPECT_EQ(settings.words, (Words{"vlan", "add", "4"}));
+}
+
 TEST(tarnctl_options, that_nobody_knows_are_refused) {
     EXPECT_THROW(read_options({"--jsn", "show"}), WordError);
     EXPECT_THROW(read_options({"--socket"}), WordError);

@@ -1,6 +1,7 @@
 #include "machine/netlink_server.h"
 #include "machine/socket_server.h"
 #include "machine/unix_listener.h"
+#include "switch/background.h"
 #include "switch/control_socket.h"
 #include "switch/live_switch.h"
 #include "switch/options.h"
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fmt/format.h>
 #include <sys/resource.h>
 
 namespace {
@@ -29,40 +31,61 @@ sigset_t block_signals() {
     return signals;
 }
 
-// Each client and each protocol socket of a daemon is a descriptor here.
-void allow_many_descriptors() {
-    rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
+// Each client and each protocol socket of a daemon is a descriptor here. "", or why there are too
+// few to begin with: those who come later wait for one.
+std::string allow_many_descriptors() {
+    constexpr rlim_t NEEDED = 64;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return limit.rlim_max >= NEEDED
+               ? ""
+               : fmt::format("only {} files may be open at once (ulimit -n); a switch needs {}",
+                             limit.rlim_max, NEEDED);
 }
 
-int run(const live::Options &options) {
-    allow_many_descriptors();
-    sigset_t signals = block_signals();
+// The control family comes last: who finds it there finds all.
+std::string begin(const live::Options &options) {
     std::string wrong = live::start(options);
     if (wrong.empty() && !options.control.empty())
         wrong = live::control_serve(options.control, live::command);
-    if (wrong.empty() && !options.netlink.empty())
-        wrong = machine::netlink_serve(options.netlink);
     if (wrong.empty() && !options.sockets.empty())
         wrong = machine::sockets_serve(options.sockets);
-    if (!wrong.empty()) {
-        live::stop();
-        return fail(wrong);
-    }
-    std::puts("running");
-    std::fflush(stdout);
-    int signal;
-    sigwait(&signals, &signal);
-    machine::sockets_end();
+    if (wrong.empty() && !options.netlink.empty())
+        wrong = machine::netlink_serve(options.netlink);
+    return wrong;
+}
+
+[[noreturn]] void end(int status) {
     machine::netlink_end();
+    machine::sockets_end();
     live::control_end();
     live::stop();
-    std::puts("stopped");
-    std::fflush(stdout);
-    std::_Exit(0); // threads of the homes run on to the last
+    if (status == 0)
+        std::puts("stopped");
+    std::fflush(nullptr);
+    std::_Exit(status); // threads of the homes run on to the last
+}
+
+int run(const live::Options &options) {
+    if (std::string wrong = allow_many_descriptors(); !wrong.empty())
+        return fail(wrong);
+    if (options.daemon)
+        if (std::string wrong = live::go_to_background(options.log); !wrong.empty())
+            return fail(wrong);
+    sigset_t signals = block_signals();
+    if (std::string wrong = begin(options); !wrong.empty())
+        end(fail(wrong));
+    if (options.daemon) {
+        live::is_ready();
+    } else {
+        std::puts("running");
+        std::fflush(stdout);
+    }
+    int signal;
+    sigwait(&signals, &signal);
+    end(0);
 }
 
 } // namespace
@@ -75,6 +98,13 @@ int main(int argc, char **argv) {
     CLI::App app{
         "A live switch: the forwarding core, a switching chip in software under it, and the\n"
         "machine's IP stack above it. Runs until SIGTERM; prints \"running\" when it is up."};
+    app.add_flag("--daemon", options.daemon,
+                 "returns when the switch is up, which runs on in the background; prints the\n"
+                 "number of its process. Fails as the switch would");
+    CLI::Option *log =
+        app.add_option("--log", options.log, "of --daemon: the file that what it says goes to")
+            ->type_name("FILE");
+    log->needs("--daemon");
     app.add_option("--port", ports, "a port of the switch on a device of the machine")
         ->type_name("NAME=DEVICE");
     app.add_option("--vlan", vlans, "a VLAN with its interface vlanVID, and its ports")

@@ -33,6 +33,8 @@ struct Options {
     std::string group;               // who may reach those beside the owner; empty: nobody
     std::string config;              // a batch of tarnctl, run at the end; empty: none
     bool devices_in_process = false; // no TAP devices
+    bool daemon = false;             // in the background, once it is ready
+    std::string log;                 // what it says in the background; empty: nowhere
     std::vector<std::string> enable, disable;
     unsigned debug_log = 0; // 1 receive, 2 transmit
 };

@@ -5,11 +5,13 @@
 #include "tarnctl/session.h"
 #include "tarnctl/views.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -82,6 +84,21 @@ Session session_of(Ends &ends) {
             .json = ends.settings.json};
 }
 
+// Where there is none at the end of the time, the last look says so.
+void wait_for_switch(Ends &ends) {
+    const auto last = std::chrono::steady_clock::now() + std::chrono::seconds(ends.settings.wait);
+    while (!ends.client) {
+        bool is_last = std::chrono::steady_clock::now() >= last;
+        try {
+            ends.client = client::find(ends.settings.socket);
+        } catch (const client::Error &) {
+            if (is_last)
+                throw;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+}
+
 int batch(Session &session, const Settings &settings) {
     if (settings.batch == "-")
         return run_batch(session, std::cin, "-", settings.force, complain);
@@ -132,8 +149,12 @@ int run(const Words &words) {
         print(help(ends.settings.words));
         return DONE;
     }
+    if (ends.settings.wait != 0)
+        wait_for_switch(ends);
     if (!ends.settings.batch.empty())
         return batch(session, ends.settings);
+    if (ends.settings.words.empty() && ends.client)
+        return DONE;
     if (ends.settings.words.empty()) {
         complain("no words; 'tarnctl --help' lists them");
         return WRONG;

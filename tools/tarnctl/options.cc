@@ -7,11 +7,28 @@ namespace tarnctl {
 
 namespace {
 
+constexpr int WAIT_SECONDS = 10;
+constexpr std::size_t WAIT_DIGITS = 4;
+
 const Option *option_of(const std::string &word) {
     auto option = std::find_if(options().begin(), options().end(), [&](const Option &one) {
         return one.word == word || (!one.short_word.empty() && one.short_word == word);
     });
     return option == options().end() ? nullptr : &*option;
+}
+
+bool is_number(const std::string &word) {
+    return !word.empty() && word.size() <= WAIT_DIGITS &&
+           word.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// Whether the word behind an option, if there is one, belongs to it.
+bool takes(const Option &option, const std::string *next) {
+    if (option.value.empty() || (option.value.starts_with('[') && !(next && is_number(*next))))
+        return false;
+    if (!next)
+        throw WordError(fmt::format("after '{}' comes {}", option.word, option.value));
+    return true;
 }
 
 void set(Settings &settings, const Option &option, const std::string &value) {
@@ -23,6 +40,8 @@ void set(Settings &settings, const Option &option, const std::string &value) {
         settings.help = true;
     else if (option.word == "--batch")
         settings.batch = value;
+    else if (option.word == "--wait")
+        settings.wait = value.empty() ? WAIT_SECONDS : std::stoi(value);
     else if (option.word == "--socket")
         settings.socket = value;
     else if (option.word == "--proc")
@@ -46,6 +65,8 @@ const std::vector<Option> &options() {
          "/proc/tarn, else the control socket)"},
         {"--control", "", "PATH",
          "the control socket of tarn-switch (else $TARN_CONTROL, else /run/tarn/control)"},
+        {"--wait", "", "[SECONDS]",
+         "waits for a switch that has yet to come, 10 seconds unless said otherwise"},
         {"--help", "-h", "", "tells about the words before it"},
     };
     return all;
@@ -74,9 +95,8 @@ Settings read_options(const Words &words) {
             settings.words.push_back(word);
             continue;
         }
-        if (!option->value.empty() && at + 1 == words.size())
-            throw WordError(fmt::format("after '{}' comes {}", word, option->value));
-        set(settings, *option, option->value.empty() ? "" : words[++at]);
+        bool has_value = takes(*option, at + 1 < words.size() ? &words[at + 1] : nullptr);
+        set(settings, *option, has_value ? words[++at] : "");
     }
     return settings;
 }

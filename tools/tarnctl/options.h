@@ -10,7 +10,8 @@
 namespace tarnctl {
 
 struct Option {
-    std::string_view word, short_word, value; // "--socket", "", "PATH"
+    std::string_view word, short_word, value; // "--socket", "", "PATH"; one in brackets is a number
+                                              // that may follow
     std::string_view help;
 };
 
@@ -19,6 +20,7 @@ std::string option_label(const Option &option);
 
 struct Settings {
     bool json = false, force = false, help = false;
+    int wait = 0; // seconds
     std::string socket, proc, control, batch;
     Words words;
 };
