@@ -29,6 +29,7 @@ struct nl_churn_step {
 static const struct nl_churn_step nl_churn[] = {
     {0, 0, "ifindex 5401 if_name churn1 if_kind 3 flags 0x41 port_kind 0" NL_CHURN_MAC},
     {0, 0, "ifindex 5402 if_name churn2 if_kind 3 flags 0x41 port_kind 1" NL_CHURN_MAC},
+    {16, 0, "ifindex 5401 stp_instance 0 stp_state 3"},
     {0, 0, "ifindex 4701 if_name churnlag if_kind 3 flags 0 port_kind 3" NL_CHURN_MAC},
     {7, 0, "vid_start 64 vid_end 80 vlan_options 0" NL_CHURN_MAC},
     {20, 0, "ifindex 5401 tagged 1 " NL_CHURN_VLANS},
@@ -41,6 +42,7 @@ static const struct nl_churn_step nl_churn[] = {
     {42, 0, "ifindex 5401 agg_ifindex 4701"},
     {7, 0, "vid_start 64 vid_end 80 vlan_options 0" NL_CHURN_MAC},
     {20, 0, "ifindex 4701 tagged 1 " NL_CHURN_VLANS},
+    {16, 0, "ifindex 4701 stp_instance 0 stp_state 3"},
     {19, 0, "ifindex 5402 tagged 0 vid 70"},
     {1, 0, "ifindex 5401 flags 1"},
     {1, 0, "ifindex 5401 flags 0x41"},

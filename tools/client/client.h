@@ -32,6 +32,7 @@ public:
     bool has_lost_events() { return std::exchange(has_lost_, false); }
 
     std::string where() const { return transport_->name(); }
+    std::uint16_t family() const { return family_; } // its number, on the other side
 
 private:
     void resolve();
