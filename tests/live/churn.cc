@@ -3,7 +3,8 @@
 //
 //   live-churn SOCKET SECONDS
 //
-// The last round is one client's alone, so that nothing of it is left. 0: each command was answered.
+// The last round is one client's alone, so that nothing of it is left. 0: each command was
+// answered.
 #include "client/client.h"
 #include "control/nl_churn.h"
 
