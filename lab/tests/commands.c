@@ -10,6 +10,7 @@
 #include <linux/ethtool.h>
 #include <linux/if_ether.h>
 #include <linux/sockios.h>
+#include <net/if_arp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -157,6 +158,36 @@ static const char *look_device(const char *device)
 	return text;
 }
 
+static const char *look_meets(const char *rest)
+{
+	static const char request[] = NL_ARP;
+	uint8_t bytes[60] = { 0 };
+	unsigned port, vid;
+	char device[16];
+
+	if (sscanf(rest, "%15s %u %u", device, &port, &vid) != 3)
+		return "fails";
+	net_address(NET_HERE, device, "192.0.2.1", 24); /* may have it already */
+	nl_hex(request, strlen(request), bytes);
+	home_arrive(port, vid, 0, bytes, sizeof(bytes));
+	return "";
+}
+
+static const char *look_knows(const char *device)
+{
+	char line[256], address[64], flags[16], on[16];
+	FILE *table = fopen("/proc/net/arp", "re");
+
+	text[0] = '\0';
+	while (table && fgets(line, sizeof(line), table))
+		if (sscanf(line, "%63s %*s %15s %*s %*s %15s", address, flags, on) == 3 &&
+		    strcmp(on, device) == 0 && strtoul(flags, NULL, 16) & ATF_COM)
+			sprintf(text + strlen(text), "%s ", address);
+	if (table)
+		fclose(table);
+	return text;
+}
+
 /* Of all that it says, the one line. */
 static const char *look_chip(void)
 {
@@ -178,6 +209,10 @@ static const char *home_look(const char *what, const char *rest)
 		return look_sends(rest);
 	if (strcmp(what, "stack") == 0)
 		return look_stack(rest);
+	if (strcmp(what, "meets") == 0)
+		return look_meets(rest);
+	if (strcmp(what, "knows") == 0)
+		return look_knows(rest);
 	return look_chip();
 }
 

@@ -64,34 +64,4 @@ TEST_F(NlCases, numbers_that_are_no_command_are_not_supported) {
         }
 }
 
-TEST_F(NlCases, every_command_with_everything_it_needs_for_a_port_that_is_there_ends_cleanly) {
-    Client client;
-    // Only that it answers and leaves nothing behind: the tests of each command look at more.
-    configure([&] {
-        for (const nl_case &each : nl_cases) {
-            nl_message message;
-            nl_message_start(&message, client.family, each.command, NLM_F_ACK, 1);
-            for (u8 number : each.needs) {
-                if (!number)
-                    break;
-                nl_attribute attribute = nl_attribute_of(number);
-                u32 ifindex = port1()->ifindex;
-                u16 vid = 1;
-                const void *value = number == TARNFWD_ATTR_IFINDEX ? &ifindex
-                                    : number == TARNFWD_ATTR_VID   ? &vid
-                                                                   : attribute.value;
-                nl_message_put(&message, number, value, attribute.length);
-            }
-            if (each.command == TARNFWD_CMD_IF_DELLINK || each.command == TARNFWD_CMD_IF_DELETE_SVI)
-                continue;
-            message.u.header.nlmsg_len = message.length;
-            client.send({message.u.bytes, message.length});
-            client.answer();
-            userlevel::work_run();
-        }
-        log();
-    });
-    EXPECT_EQ(refcount_read(&port1()->refcnt), 1);
-}
-
 } // namespace

@@ -100,7 +100,8 @@ struct nl_home {
     /* of /proc/tarn; "" where there is no such file */
     const char *(*file)(const char *name);
     void (*arrive)(unsigned port, unsigned vid, int subnet, const uint8_t *frame, unsigned length);
-    /* looks beyond the files: "up", "device", "chip", "sends" and "stack" with the words behind */
+    /* looks beyond the files: "up", "device", "chip", "sends", "stack", "meets" and "knows" with
+     * the words behind */
     const char *(*look)(const char *what, const char *rest);
     /* how often a look is repeated until it shows what it has to; the home waits in between */
     int tries;
@@ -204,7 +205,8 @@ static inline const char *nl_frame(const struct nl_home *home, const char *what)
 }
 
 static inline const char *nl_look(const struct nl_home *home, const char *what) {
-    static const char *const beyond[] = {"up", "device", "chip", "sends", "stack"};
+    static const char *const beyond[] = {"up",    "device", "chip", "sends",
+                                         "stack", "meets",  "knows"};
     size_t word = strcspn(what, " ");
 
     if (strncmp(what, "frame ", 6) == 0)

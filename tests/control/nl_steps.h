@@ -34,6 +34,8 @@
  *                          says that it has looked for a VLAN of its subnet
  *   sends PORT VID         where a frame goes that a daemon sends out of the port: "5201-tagged "
  *   stack DEVICE           whether one leaves that the IP stack sends: "leaves"
+ *   meets DEVICE PORT VID  192.0.2.99 asks the IP stack for its address; shows nothing
+ *   knows DEVICE           the IPv4 neighbours that the IP stack has there: "192.0.2.99 "
  *   anything else          the text of that file of /proc/tarn, "" where there is none
  * What is shown has `text` in it, or must not; with "" the look itself is all. A blank of `text` is
  * any number of blanks there, "*" any number of others.
@@ -72,6 +74,12 @@ struct nl_step {
 #define NL_MULTICAST NL_IPV4("01005e010203", "11", "ef010203")
 #define NL_WEB NL_IPV4("020000000055", "06", "c6336407") "30390050"
 #define NL_UDLD "01000ccccccc" NL_HOST "0020" "aaaa0300000c0111"
+
+/* --- a neighbour ------------------------------------------------------------------------------ */
+
+#define NL_KNOWS SEES("knows vlan20", "192.0.2.99 ")
+#define NL_FORGOT LACKS("knows vlan20", "192.0.2.99 ")
+#define NL_MEETS SEES("meets vlan20 5201 20", ""), NL_KNOWS
 
 /* --- the steps -------------------------------------------------------------------------------- */
 
@@ -255,23 +263,6 @@ static const struct nl_step nl_steps[] = {
     {62, "mirror_target 5202 mirror_source 9999 vid 0 mirror_direction 2", -EINVAL, NULL,
      {SEES("sends 5201 20", "5201-untagged ")}},
 
-    /* --- neighbours --------------------------------------------------------------------------- */
-    {10, "family 0 id 0xffffffff port_ifindex 5201 ifindex 0", 0,
-     "arp_flush_dev_and_port -1 none 5201; ndisc_flush_dev_and_port -1 none 5201", {}},
-    {10, "family 2 id 20 port_ifindex 5202 ifindex 320", 0,
-     "arp_flush_dev_and_port 20 vlan20 5202", {}},
-    {10, "family 10 id 0 port_ifindex 0xffffffff ifindex 9999", 0,
-     "ndisc_flush_dev_and_port 0 none 4294967295", {}},
-    {10, "family 7 id 20 port_ifindex 5201 ifindex 320", -1, "", {}},
-    {10, "family 255 id 20 port_ifindex 5201 ifindex 320", -1, "", {}},
-    {11, "ifindex 320 mac 020000000099", 0, "neigh_moved vlan20 mac", {}},
-    {11, "ifindex 321 mac ffffffffffff", 0, "neigh_moved vlan21 mac", {}},
-    {11, "ifindex 5201 mac 020000000099", 0, "neigh_moved none mac", {}},
-    {13, "ifindex 0 id 0x50014 mac 020000000099", 0, "= arp_flush_vlan_and_mac 20 none mac", {}},
-    {13, "ifindex 320 id 0xffffffff mac 020000000099", 0,
-     "= arp_flush_vlan_and_mac 65535 vlan20 mac", {}},
-    {13, "ifindex 5201 id 20 mac 020000000099", -1, "", {}},
-
     /* --- multicast ---------------------------------------------------------------------------- */
     {36, "id 5 vid 20 ipv4_addr ef010203", 0, NULL,
      {LACKS("frame 5201 20 " NL_MULTICAST, "mcdrop:2 ")}},
@@ -398,7 +389,38 @@ static const struct nl_step nl_steps[] = {
     {77, "", -1, NULL, {}},
     {78, "state 1", -1, NULL, {}},
     {79, "ifindex 320", 0, NULL, {}},
-    {80, "ifindex 320", 0, NULL, {}},
+    {80, "ifindex 320", 0, NULL, {NL_MEETS}},
+
+    /* --- neighbours --------------------------------------------------------------------------- */
+    {10, "family 10 id 0xffffffff port_ifindex 5201 ifindex 320", 0,
+     "ndisc_flush_dev_and_port -1 vlan20 5201", {NL_KNOWS}},
+    {10, "family 10 id 0 port_ifindex 0xffffffff ifindex 9999", 0,
+     "ndisc_flush_dev_and_port 0 none 4294967295", {NL_KNOWS}},
+    {10, "family 2 id 20 port_ifindex 5202 ifindex 320", 0,
+     "arp_flush_dev_and_port 20 vlan20 5202", {NL_KNOWS}},
+    {10, "family 2 id 0xffffffff port_ifindex 5201 ifindex 321", 0,
+     "arp_flush_dev_and_port -1 vlan21 5201", {NL_KNOWS}},
+    {10, "family 2 id 21 port_ifindex 5201 ifindex 320", 0,
+     "arp_flush_dev_and_port 21 vlan20 5201", {NL_KNOWS}},
+    {10, "family 7 id 20 port_ifindex 5201 ifindex 320", -1, "", {NL_KNOWS}},
+    {10, "family 255 id 20 port_ifindex 5201 ifindex 320", -1, "", {NL_KNOWS}},
+    {10, "family 2 id 20 port_ifindex 5201 ifindex 320", 0,
+     "arp_flush_dev_and_port 20 vlan20 5201", {NL_FORGOT, NL_MEETS}},
+    {10, "family 0 id 0xffffffff port_ifindex 5201 ifindex 0", 0,
+     "arp_flush_dev_and_port -1 none 5201; ndisc_flush_dev_and_port -1 none 5201",
+     {NL_FORGOT, NL_MEETS}},
+    {11, "ifindex 321 mac " NL_HOST, 0, "neigh_moved vlan21 mac", {NL_KNOWS}},
+    {11, "ifindex 320 mac " NL_ALL, 0, "neigh_moved vlan20 mac", {NL_KNOWS}},
+    {11, "ifindex 5201 mac " NL_HOST, 0, "neigh_moved none mac", {NL_KNOWS}},
+    {11, "ifindex 320 mac " NL_HOST, 0, "neigh_moved vlan20 mac", {NL_FORGOT, NL_MEETS}},
+    {13, "ifindex 320 id 0xffffffff mac " NL_HOST, 0, "= arp_flush_vlan_and_mac 65535 vlan20 mac",
+     {NL_KNOWS}},
+    {13, "ifindex 5201 id 20 mac " NL_HOST, -1, "", {NL_KNOWS}},
+    {13, "ifindex 0 id 20 mac " NL_ALL, 0, "= arp_flush_vlan_and_mac 20 none mac", {NL_KNOWS}},
+    {13, "ifindex 0 id 0x50014 mac " NL_HOST, 0, "= arp_flush_vlan_and_mac 20 none mac",
+     {NL_FORGOT, NL_MEETS}},
+    {13, "ifindex 320 id 20 mac " NL_HOST, 0, "= arp_flush_vlan_and_mac 20 vlan20 mac",
+     {NL_FORGOT}},
 
     /* --- and go ------------------------------------------------------------------------------- */
     {2, "ifindex 5204", 0, NL_DELETED("1"),

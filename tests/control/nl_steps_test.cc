@@ -184,6 +184,10 @@ private:
                                                               : "unknown-multicast off";
         if (how == "sends")
             return keep(current->sends(rest));
+        if (how == "meets")
+            return current->meets(rest);
+        if (how == "knows")
+            return keep(current->knows(rest));
         net_device *device = device_named(rest);
         if (how == "device")
             return keep(device ? described(device) : "");
@@ -228,7 +232,38 @@ private:
         return !driver().sent.empty();
     }
 
+    // A process has no IP stack, so what it would know stands here.
+    struct Neighbour {
+        std::string device;
+        u32 port;
+    };
+    const char *meets(const char *rest) {
+        userlevel::neigh_flushes_take();
+        std::istringstream words(rest);
+        Neighbour &one = neighbours_.emplace_back();
+        words >> one.device >> one.port;
+        return "";
+    }
+    std::string knows(const std::string &device) {
+        for (const userlevel::neigh_flush &flush : userlevel::neigh_flushes_take())
+            std::erase_if(neighbours_,
+                          [&](const Neighbour &one) { return is_flushed(flush, one); });
+        std::string text;
+        for (const Neighbour &one : neighbours_)
+            text += one.device == device ? "192.0.2.99 " : "";
+        return text;
+    }
+    static bool is_flushed(const userlevel::neigh_flush &flush, const Neighbour &one) {
+        static const std::vector<u8> host = {2, 0, 0, 0, 0, 0x99};
+        if (std::string(flush.table) == "ndisc" ||
+            (flush.device && netdev_name(flush.device) != one.device) ||
+            (flush.vid != -1 && "vlan" + std::to_string(flush.vid) != one.device))
+            return false;
+        return flush.mac.empty() ? flush.ifindex == one.port : flush.mac == host;
+    }
+
     struct socket *frame_;
+    std::vector<Neighbour> neighbours_;
 };
 
 TEST_F(NlSteps, every_step_is_answered_calls_and_shows_what_it_must) {

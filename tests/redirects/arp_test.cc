@@ -239,6 +239,15 @@ TEST_F(Arp, on_an_aggregator_spanning_tree_and_authentication_are_its_own) {
     EXPECT_EQ(reason_for(arp(1)), 12u);
 }
 
+TEST_F(Arp, on_an_aggregator_the_leases_are_its_own) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501);
+    aggregator->flags = TARN_IF_LINK;
+    answers().arp_check = -EINVAL;
+    EXPECT_EQ(reason_for(arp(1)), 8u);
+    ASSERT_EQ(answers().arp_checks.size(), 1u);
+    EXPECT_EQ(answers().arp_checks[0].port, aggregator);
+}
+
 TEST_F(Arp, on_an_aggregator_the_aggregator_is_the_port) {
     tarn_if *aggregator = add_aggregator_over(port1(), 4501);
     aggregator->flags = 0x1003;
