@@ -50,4 +50,22 @@ TEST(Words, every_reason_has_its_own) {
     }
 }
 
+TEST(Words, what_follows_a_length_is_named_by_its_llc_header) {
+    using Bytes = std::vector<u8>;
+    const std::vector<std::pair<Bytes, std::string>> rows{
+        {{0x42, 0x42, 3, 0}, "LLC 0x42 spanning tree"},
+        {{0xFE, 0xFE, 3, 0x83}, "LLC 0xfe IS-IS"},
+        {{0xFE, 0xFE, 3, 0x80}, "LLC 0xfe OSI network layer"},
+        {{0xFE, 0xFE, 3}, "LLC 0xfe OSI network layer"},
+        {{0x90, 0x90, 3}, "LLC 0x90"},
+        {{0xAA, 0xAA, 3, 0, 0, 0, 0x88, 0xCC}, "SNAP 00:00:00 0x88cc LLDP"},
+        {{0xAA, 0xAA, 3, 0, 0, 0x0C, 0x01, 0x11}, "SNAP 00:00:0c 0x0111 UDLD"},
+        {{0xAA, 0xAA, 3, 0, 0, 0x0D, 0x01, 0x11}, "SNAP 00:00:0d 0x0111"},
+        {{0xAA, 0xAA, 3, 0, 0, 0x0C, 0x01}, "LLC 0xaa"},
+        {{0x42, 0x42}, ""},
+        {{}, ""}};
+    for (const auto &[bytes, words] : rows)
+        EXPECT_EQ(explain::llc_words(bytes), words);
+}
+
 } // namespace

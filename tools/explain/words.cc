@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fmt/format.h>
 #include <string_view>
 
 namespace explain {
@@ -166,11 +167,61 @@ constexpr TypeWord TYPE_WORDS[] = {
     {0x8863, "PPPoE discovery"},
     {0x8864, "PPPoE session"},
     {0x888E, "EAPOL"},
+    {0x8892, "PROFINET"},
     {0x88A8, "802.1ad tag"},
     {0x88CC, "LLDP"},
+    {0x88E3, "MRP"},
     {0x88F7, "PTP"},
     {0x8902, "CFM"},
 };
+
+// Who is behind a service access point of IEEE 802.2.
+constexpr TypeWord SAP_WORDS[] = {
+    {0x06, "IPv4"},    {0x42, "spanning tree"},     {0xE0, "IPX"},
+    {0xF0, "NetBIOS"}, {0xFE, "OSI network layer"}, {0xFF, "IPX without LLC"},
+};
+// The first byte of an OSI network layer's frame.
+constexpr TypeWord OSI_WORDS[] = {{0x81, "CLNP"}, {0x82, "ES-IS"}, {0x83, "IS-IS"}};
+constexpr u32 SAP_SNAP = 0xAA, SAP_OSI = 0xFE;
+
+// Of SNAP's protocols those of an organization's own; of OUI 0 they are Ethernet's types.
+struct SnapWord {
+    u32 oui, protocol;
+    std::string_view word;
+};
+
+constexpr SnapWord SNAP_WORDS[] = {
+    {0x00000C, 0x010B, "PVST+"}, {0x00000C, 0x0111, "UDLD"}, {0x00000C, 0x2000, "CDP"},
+    {0x00000C, 0x2003, "VTP"},   {0x00000C, 0x2004, "DTP"},
+};
+
+template <std::size_t Size>
+std::string word_of(const TypeWord (&words)[Size], u32 number) {
+    auto found = std::find_if(std::begin(words), std::end(words),
+                              [&](const TypeWord &entry) { return entry.ethertype == number; });
+    return found == std::end(words) ? "" : std::string(found->word);
+}
+
+std::string behind_a_blank(const std::string &word) {
+    return word.empty() ? "" : " " + word;
+}
+
+std::string snap_word(u32 oui, u32 protocol) {
+    if (oui == 0)
+        return explain::ethertype_words(protocol);
+    auto found =
+        std::find_if(std::begin(SNAP_WORDS), std::end(SNAP_WORDS), [&](const SnapWord &entry) {
+            return entry.oui == oui && entry.protocol == protocol;
+        });
+    return found == std::end(SNAP_WORDS) ? "" : std::string(found->word);
+}
+
+std::string snap_words(std::span<const u8> snap) {
+    const u32 oui = static_cast<u32>(snap[0]) << 16 | snap[1] << 8 | snap[2];
+    const u32 protocol = static_cast<u32>(snap[3]) << 8 | snap[4];
+    return fmt::format("SNAP {:02x}:{:02x}:{:02x} 0x{:04x}{}", snap[0], snap[1], snap[2], protocol,
+                       behind_a_blank(snap_word(oui, protocol)));
+}
 
 } // namespace
 
@@ -193,12 +244,25 @@ std::string reason_words(const std::string &redirect, u32 reason) {
     return found == std::end(MEANINGS) ? "" : std::string(found->words);
 }
 
+bool is_length(u32 ethertype) {
+    return ethertype < 0x600;
+}
+
 std::string ethertype_words(u32 ethertype) {
-    if (ethertype < 0x600)
-        return "802.3 length";
-    auto found = std::find_if(std::begin(TYPE_WORDS), std::end(TYPE_WORDS),
-                              [&](const TypeWord &entry) { return entry.ethertype == ethertype; });
-    return found == std::end(TYPE_WORDS) ? "" : std::string(found->word);
+    return is_length(ethertype) ? "802.3 length" : word_of(TYPE_WORDS, ethertype);
+}
+
+std::string llc_words(std::span<const u8> llc) {
+    constexpr std::size_t header = 3, snap = 5;
+    if (llc.size() < header)
+        return "";
+    if (llc[0] == SAP_SNAP && llc.size() >= header + snap)
+        return snap_words(llc.subspan(header));
+    std::string word = word_of(SAP_WORDS, llc[0]);
+    if (llc[0] == SAP_OSI && llc.size() > header)
+        if (std::string inner = word_of(OSI_WORDS, llc[header]); !inner.empty())
+            word = inner;
+    return fmt::format("LLC 0x{:02x}{}", llc[0], behind_a_blank(word));
 }
 
 } // namespace explain
