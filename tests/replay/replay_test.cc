@@ -1,4 +1,6 @@
 // tarn-replay, run as people run it. Each run is a process of its own.
+#include <archive.h>
+#include <archive_entry.h>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -76,6 +78,25 @@ protected:
                    static_cast<std::streamsize>(bytes.size()));
         return path;
     }
+    static Bytes compressed(const Bytes &bytes, int filter) {
+        Bytes small(bytes.size() + 65536);
+        std::size_t used = 0;
+        archive *writer = archive_write_new();
+        EXPECT_EQ(archive_write_add_filter(writer, filter), ARCHIVE_OK);
+        archive_write_set_format_raw(writer);
+        archive_write_set_bytes_per_block(writer, 0);
+        archive_write_open_memory(writer, small.data(), small.size(), &used);
+        archive_entry *entry = archive_entry_new();
+        archive_entry_set_filetype(entry, AE_IFREG);
+        EXPECT_EQ(archive_write_header(writer, entry), ARCHIVE_OK);
+        EXPECT_EQ(archive_write_data(writer, bytes.data(), bytes.size()),
+                  static_cast<la_ssize_t>(bytes.size()));
+        archive_entry_free(entry);
+        EXPECT_EQ(archive_write_free(writer), ARCHIVE_OK);
+        small.resize(used);
+        return small;
+    }
+
     fs::path batch(const std::string &words) {
         return file(Bytes(words.begin(), words.end()), "config");
     }
@@ -151,20 +172,22 @@ TEST_F(Replay, prints_one_json_object_a_line) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(result.output,
-              R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x8809","fate":"stopped",)"
-              R"("by":"l2drop","slot":7,"reason":3,)"
-              R"("chain":[{"slot":7,"name":"l2drop","flags":4,"reason":3}],)"
+              R"({"frame":1,"len":60,"port":"port1","vid":1,"src":"00:00:00:00:00:00",)"
+              R"("dst":"02:00:00:00:00:01","ethertype":"0x8809","type":"slow protocols",)"
+              R"("fate":"stopped","by":"l2drop","slot":7,"reason":3,"words":"source MAC is zero",)"
+              R"("chain":[{"slot":7,"name":"l2drop","flags":4,"reason":3,)"
+              R"("words":"source MAC is zero"}],"off":[],)"
               R"("sent":[],"kernel":[],"sockets":[]})"
               "\n");
 }
 
 TEST_F(Replay, names_who_stopped_a_frame_only_where_somebody_did) {
     Result result = replay(file(pcap({frame(host, 0x88B5)})), "--json");
-    EXPECT_EQ(
-        result.output,
-        R"({"frame":1,"len":60,"port":"port1","vid":1,"ethertype":"0x88b5","fate":"unclaimed",)"
-        R"("chain":[],"sent":[],"kernel":[],"sockets":[]})"
-        "\n");
+    EXPECT_EQ(result.output,
+              R"({"frame":1,"len":60,"port":"port1","vid":1,"src":"02:00:00:00:00:99",)"
+              R"("dst":"02:00:00:00:00:01","ethertype":"0x88b5","type":"","fate":"unclaimed",)"
+              R"("chain":[],"off":[],"sent":[],"kernel":[],"sockets":[]})"
+              "\n");
 }
 
 TEST_F(Replay, tells_what_went_to_the_ip_stack) {
@@ -379,6 +402,212 @@ TEST_F(Replay, damage_is_told_where_it_is) {
         Result result = replay(file(row.bytes));
         EXPECT_EQ(result.status, 1) << row.says;
         EXPECT_THAT(result.errors, AllOf(HasSubstr("damaged at byte "), HasSubstr(row.says)));
+    }
+}
+
+// --- where captures come from
+// ------------------------------------------------------------------------------------
+
+TEST_F(Replay, reads_standard_input_and_pipes) {
+    fs::path path = file(pcap({frame(zero, 0x8809)}));
+    Result expected = replay(path, "--json");
+    EXPECT_THAT(expected.output, HasSubstr("l2drop"));
+    Result piped = run_tool("cat " + path.string() + " | " TARN_REPLAY, "--json -");
+    EXPECT_EQ(piped.status, 0) << piped.errors;
+    EXPECT_EQ(piped.output, expected.output);
+    EXPECT_EQ(run_tool("cat " + path.string() + " | " TARN_REPLAY, "--json /dev/stdin").output,
+              expected.output);
+    EXPECT_THAT(run_tool(TARN_REPLAY, "- </dev/null").errors,
+                HasSubstr("tarn-replay: standard input: not a capture file"));
+}
+
+TEST_F(Replay, reads_compressed_files) {
+    Bytes old = pcap({frame(zero, 0x8809)}),
+          ng = section() + interface() + packet(0, frame(zero, 0x8809));
+    for (int filter : {ARCHIVE_FILTER_GZIP, ARCHIVE_FILTER_BZIP2, ARCHIVE_FILTER_XZ,
+                       ARCHIVE_FILTER_ZSTD, ARCHIVE_FILTER_LZ4})
+        for (const Bytes &capture : {old, ng}) {
+            auto lines = replay_json(file(compressed(capture, filter)));
+            ASSERT_THAT(lines, SizeIs(1)) << filter;
+            EXPECT_EQ(lines[0]["by"], "l2drop");
+        }
+}
+
+TEST_F(Replay, a_compressed_file_that_ends_too_soon_is_told) {
+    Bytes many = pcap_header();
+    for (std::uint32_t k = 0; k < 5000; k++) { // more than is uncompressed at once
+        Bytes one = frame(zero, 0x8809);
+        for (std::size_t at = 14; at < 60; at++)
+            one[at] = static_cast<std::uint8_t>(k * 2654435761u >> at % 24);
+        many = many + pcap_packet(one);
+    }
+    Bytes small = compressed(many, ARCHIVE_FILTER_GZIP);
+    small.resize(small.size() - 100);
+    Result result = replay(file(small), "--json");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("\"frame\":1000,"));
+    EXPECT_THAT(result.errors, HasSubstr("it cannot be read on: truncated gzip input"));
+    small.resize(10);
+    EXPECT_THAT(replay(file(small)).errors, HasSubstr("it cannot be read on: "));
+}
+
+TEST_F(Replay, several_files_are_one_run) {
+    fs::path first = file(pcap({frame(zero, 1), frame(host, 2)}), "first"),
+             second = file(section() + interface() + interface() + packet(1, frame(zero, 3)));
+    auto lines = replay_json(second, first.string());
+    ASSERT_THAT(lines, SizeIs(3));
+    EXPECT_EQ(lines[1]["file"], first.string());
+    EXPECT_EQ(lines[2]["file"], second.string());
+    EXPECT_EQ(lines[2]["frame"], 3);
+    EXPECT_EQ(lines[2]["port"], "port2");
+    Result result = replay(second, first.string());
+    EXPECT_THAT(result.output, AllOf(HasSubstr("--- " + first.string() + "\nframe 1: "),
+                                     HasSubstr("--- " + second.string() + "\nframe 3: "),
+                                     HasSubstr("3 frames, 2 stopped, 1 unclaimed\n")));
+    EXPECT_THAT(replay(first).output, Not(HasSubstr("---")));
+    // Nothing is replayed when one of them is not there.
+    result = replay("/nowhere", first.string());
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(Replay, frames_of_other_interfaces_are_skipped_and_counted) {
+    Result result = replay(file(section() + interface(105) + interface() +
+                                packet(0, frame(zero, 1)) + packet(1, frame(zero, 2)) +
+                                packet(0, frame(zero, 3)) + packet(1, frame(zero, 4))));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output,
+                AllOf(HasSubstr("frame 2: 60 bytes on port2"), HasSubstr("frame 4: "),
+                      HasSubstr("2 frames, 2 stopped\n"), Not(HasSubstr("frame 3: "))));
+    EXPECT_THAT(result.errors, HasSubstr("capture: 2 frames of interface 1 skipped: link type "
+                                         "105; only Ethernet is read\n"));
+}
+
+// --- which frames
+// ------------------------------------------------------------------------------------
+
+TEST_F(Replay, a_filter_says_what_is_offered) {
+    fs::path path = file(pcap({frame(zero, 0x8809), frame(zero, 0x88CC), frame(zero, 0x88CC)}));
+    auto lines = replay_json(path, "--filter 'ether proto 0x88cc'");
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[0]["frame"], 2); // as the file numbers them
+    EXPECT_THAT(replay(path, "-f 'ether proto 0x88cc'").output, HasSubstr("2 frames, 2 stopped\n"));
+    Result result = replay(path, "--filter 'no such words'");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.errors, HasSubstr("tarn-replay: 'no such words' is no filter: "));
+}
+
+TEST_F(Replay, the_frames_that_are_wanted_are_told_alone) {
+    std::vector<Bytes> twenty(20, frame(zero, 1));
+    fs::path path = file(pcap(twenty));
+    auto numbers = [&](const std::string &ranges) {
+        std::vector<unsigned> all;
+        for (const json &line : replay_json(path, "--frames " + ranges))
+            all.push_back(line["frame"]);
+        return all;
+    };
+    EXPECT_THAT(numbers("7"), ElementsAre(7));
+    EXPECT_THAT(numbers("2,5-7,19-"), ElementsAre(2, 5, 6, 7, 19, 20));
+    EXPECT_THAT(numbers("21-"), IsEmpty());
+    // The others are offered all the same, as far as is wanted.
+    EXPECT_THAT(replay(path, "--frames 5,7").output,
+                HasSubstr("7 frames, 2 of them told, 7 stopped\n"));
+    for (const char *wrong : {"x", "0", "1-2-3", "1,,2", "-5"}) {
+        Result result = replay(path, std::string("--frames=") + wrong);
+        EXPECT_EQ(result.status, 2) << wrong;
+        EXPECT_THAT(result.errors, HasSubstr("are no frames: write them as 7, 10-20, 100- or"));
+    }
+    EXPECT_THAT(replay(path, "--frames 5-3").errors, HasSubstr("'5-3' ends before it begins"));
+}
+
+// --- what is told
+// ------------------------------------------------------------------------------------
+
+TEST_F(Replay, tells_when_a_frame_came) {
+    Bytes frames = pcap_header();
+    for (std::uint32_t micros : {500000u, 690001u})
+        frames = frames + u32(1700000000) + u32(micros) + u32(60) + u32(60) + frame(zero, 1);
+    fs::path path = file(frames);
+    EXPECT_EQ(replay_json(path)[1]["time"], 1700000000.690001);
+    EXPECT_THAT(replay(path).output,
+                AllOf(HasSubstr("frame 1: 60 bytes on port1, VLAN 1, 0.000000 s\n"),
+                      HasSubstr("frame 2: 60 bytes on port1, VLAN 1, 0.190001 s\n")));
+    EXPECT_THAT(replay(path, "--dates").output,
+                HasSubstr("frame 2: 60 bytes on port1, VLAN 1, 2023-11-14T22:13:20.690001Z\n"));
+}
+
+TEST_F(Replay, tells_what_is_behind_a_length) {
+    Bytes bpdu = frame(host, 38), tagged = frame(host, 0x8100);
+    bpdu[14] = bpdu[15] = 0x42;
+    tagged[15] = 20;
+    tagged[17] = 38;
+    for (std::size_t i : {18u, 19u})
+        tagged[i] = 0xAA;
+    tagged[20] = 3;
+    tagged[23] = 0x0C;
+    tagged[24] = 0x01;
+    tagged[25] = 0x11;
+    fs::path path = file(pcap({bpdu, tagged}));
+    EXPECT_THAT(replay(path).output,
+                AllOf(HasSubstr("type 0x0026 802.3 length, LLC 0x42 spanning tree\n"),
+                      HasSubstr("type 0x0026 802.3 length, SNAP 00:00:0c 0x0111 UDLD, tag VID")));
+    EXPECT_EQ(replay_json(path)[0]["type"], "802.3 length, LLC 0x42 spanning tree");
+}
+
+TEST_F(Replay, names_a_protocol_that_is_off) {
+    Bytes hello = frame(host, 38);
+    const Bytes to{1, 0x80, 0xC2, 0, 0, 0x14};
+    std::copy(to.begin(), to.end(), hello.begin());
+    fs::path path = file(pcap({hello, frame(host, 0x88B5)}));
+    auto lines = replay_json(path);
+    EXPECT_EQ(lines[0]["by"], "mcdrop");
+    ASSERT_THAT(lines[0]["off"], SizeIs(1));
+    EXPECT_EQ(lines[0]["off"][0]["name"], "isis");
+    EXPECT_EQ(lines[0]["off"][0]["words"], "delivered");
+    EXPECT_THAT(lines[1]["off"], IsEmpty());
+    EXPECT_THAT(replay(path).output,
+                HasSubstr("slot 25 isis                 is off; on, it would say: stop, replicate "
+                          "to the stack, post to the IP stack\n"));
+    lines = replay_json(path, "--enable isis");
+    EXPECT_EQ(lines[0]["by"], "isis");
+    EXPECT_THAT(lines[0]["off"], IsEmpty());
+    // It is not shown IPv4, whoever that is for.
+    hello[12] = 8;
+    hello[13] = 0;
+    EXPECT_THAT(replay_json(file(pcap({hello})))[0]["off"], IsEmpty());
+}
+
+TEST_F(Replay, paints_where_that_is_wanted) {
+    fs::path path = file(pcap({frame(zero, 1)}));
+    EXPECT_THAT(replay(path).output, Not(HasSubstr("\x1b["))); // a file
+    EXPECT_THAT(replay(path, "--color=always").output,
+                AllOf(HasSubstr("\x1b[36mport1\x1b[0m"), HasSubstr("\x1b[33m00:00:00:00:00:00\x1b"),
+                      HasSubstr("\x1b[31mstopped by l2drop")));
+    EXPECT_EQ(replay(path, "-c").output, replay(path, "--color=always").output);
+    EXPECT_THAT(replay(path, "-c --json").output, Not(HasSubstr("\x1b[")));
+    EXPECT_EQ(replay(path, "--color=green").status, 2);
+    auto on_terminal = [&](const std::string &environment, const std::string &when) {
+        return run_tool(environment + " script -qec '" TARN_REPLAY " --color=" + when,
+                        path.string() + "' /dev/null")
+            .output;
+    };
+    EXPECT_THAT(on_terminal("TERM=xterm", "auto"), HasSubstr("\x1b[36mport1"));
+    EXPECT_THAT(on_terminal("TERM=xterm", "never"), Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(on_terminal("TERM=xterm NO_COLOR=1", "auto"), Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(on_terminal("TERM=dumb", "auto"), Not(HasSubstr("\x1b[")));
+}
+
+// Of a frame that ends within its tag the missing bytes are zero.
+TEST_F(Replay, frames_that_end_within_a_tag_are_tagged_for_everybody) {
+    const Bytes to{0x00, 0x0C, 0x25, 0x0A, 0x8C, 0x01};
+    std::vector<Bytes> frames;
+    for (std::size_t length : {13u, 14u, 15u, 16u, 60u}) {
+        frames.push_back(frame(host, 0x8100, length));
+        std::copy(to.begin(), to.end(), frames.back().begin());
+    }
+    for (const json &line : replay_json(file(pcap(frames)))) {
+        EXPECT_EQ(line["by"], "befd") << line;
+        EXPECT_EQ(line["words"], "the frame carried a tag") << line;
     }
 }
 

@@ -3,23 +3,30 @@
 #include "replay/pcapng.h"
 
 #include <array>
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <fmt/format.h>
-#include <fstream>
 #include <pcap/pcap.h>
 
 namespace replay {
 
 namespace {
 
+constexpr std::uint64_t NANOSECONDS = 1000000000;
+
 class Pcap : public Capture {
 public:
-    explicit Pcap(const std::string &path) {
+    explicit Pcap(const std::vector<std::uint8_t> &bytes) {
+        // It is opened to be read.
+        FILE *file = fmemopen(const_cast<std::uint8_t *>(bytes.data()), bytes.size(), "rb");
+        if (!file)
+            throw std::bad_alloc();
         std::array<char, PCAP_ERRBUF_SIZE> error{};
-        handle_ = pcap_open_offline(path.c_str(), error.data());
-        if (!handle_)
+        handle_ = pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO,
+                                                           error.data());
+        if (!handle_) {
+            std::fclose(file);
             throw CaptureError(error.data());
+        }
         int type = pcap_datalink(handle_);
         if (type != DLT_EN10MB) {
             const char *name = pcap_datalink_val_to_description(type);
@@ -40,34 +47,56 @@ public:
             return std::nullopt;
         if (result != 1)
             throw CaptureError(pcap_geterr(handle_));
-        const auto seconds = static_cast<std::uint64_t>(header->ts.tv_sec);
-        const auto micros = static_cast<std::uint64_t>(header->ts.tv_usec);
-        return CapturedFrame{.interface = 0,
+        // 32 bits in the file, which libpcap takes for signed; with this precision the other word
+        // has nanoseconds.
+        const std::uint64_t seconds = static_cast<std::uint32_t>(header->ts.tv_sec);
+        const auto nanoseconds = static_cast<std::uint32_t>(header->ts.tv_usec);
+        return CapturedFrame{.number = ++frames_,
+                             .interface = 0,
                              .bytes = {bytes, bytes + header->caplen},
                              .length = header->len,
                              .comment = {},
-                             .time = seconds * 100 + micros / 10000};
+                             .time = seconds * NANOSECONDS + nanoseconds};
     }
 
     std::size_t interfaces() const override { return 1; }
+    std::size_t frames() const override { return frames_; }
 
 private:
     pcap_t *handle_ = nullptr;
+    std::size_t frames_ = 0;
 };
 
-std::uint32_t first_word(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw CaptureError(std::strerror(errno));
-    std::array<unsigned char, 4> start{};
-    file.read(reinterpret_cast<char *>(start.data()), start.size());
-    if (file.gcount() == 0)
-        throw CaptureError(file.bad() || errno == EISDIR
-                               ? "cannot be read"
-                               : "not a capture file: it has no bytes at all");
-    if (file.gcount() < 4)
+// Of an input that could not be read to its end: where it stops, it is for that.
+class Broken : public Capture {
+public:
+    Broken(std::unique_ptr<Capture> whole, std::string damage)
+        : whole_(std::move(whole)), damage_(std::move(damage)) {}
+
+    std::optional<CapturedFrame> next() override {
+        try {
+            if (auto frame = whole_->next())
+                return frame;
+        } catch (const CaptureError &) {
+        }
+        throw CaptureError(damage_);
+    }
+
+    std::size_t interfaces() const override { return whole_->interfaces(); }
+    std::size_t frames() const override { return whole_->frames(); }
+    std::vector<Skipped> skipped() const override { return whole_->skipped(); }
+
+private:
+    std::unique_ptr<Capture> whole_;
+    std::string damage_;
+};
+
+std::uint32_t first_word(const std::vector<std::uint8_t> &bytes) {
+    if (bytes.empty())
+        throw CaptureError("not a capture file: it has no bytes at all");
+    if (bytes.size() < 4)
         throw CaptureError("not a capture file: it ends after a few bytes");
-    return static_cast<std::uint32_t>(start[0]) << 24 | start[1] << 16 | start[2] << 8 | start[3];
+    return static_cast<std::uint32_t>(bytes[0]) << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
 }
 
 bool is_pcap(std::uint32_t magic) {
@@ -78,22 +107,27 @@ bool is_pcap(std::uint32_t magic) {
     return false;
 }
 
-std::vector<std::uint8_t> whole_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+std::unique_ptr<Capture> reader_of(const std::vector<std::uint8_t> &bytes) {
+    std::uint32_t magic = first_word(bytes);
+    if (magic == PCAPNG_SECTION)
+        return read_pcapng(bytes);
+    if (is_pcap(magic))
+        return std::make_unique<Pcap>(bytes);
+    throw CaptureError(fmt::format(
+        "not a capture file (first bytes {:02x} {:02x} {:02x} {:02x}); pcap and pcapng are read",
+        magic >> 24, magic >> 16 & 0xFF, magic >> 8 & 0xFF, magic & 0xFF));
 }
 
 } // namespace
 
-std::unique_ptr<Capture> open_capture(const std::string &path) {
-    std::uint32_t magic = first_word(path);
-    if (magic == PCAPNG_SECTION)
-        return read_pcapng(whole_file(path));
-    if (is_pcap(magic))
-        return std::make_unique<Pcap>(path);
-    throw CaptureError(fmt::format(
-        "not a capture file (first bytes {:02x} {:02x} {:02x} {:02x}); pcap and pcapng are read",
-        magic >> 24, magic >> 16 & 0xFF, magic >> 8 & 0xFF, magic & 0xFF));
+std::unique_ptr<Capture> open_capture(const Input &input) {
+    if (input.damage.empty())
+        return reader_of(input.bytes);
+    try {
+        return std::make_unique<Broken>(reader_of(input.bytes), input.damage);
+    } catch (const CaptureError &) {
+        throw CaptureError(input.damage);
+    }
 }
 
 } // namespace replay

@@ -19,7 +19,15 @@ int run(int argc, char **argv) {
                  "The switch's clock goes by the times of the frames."};
     app.name("tarn-replay");
     auto *file =
-        app.add_option("FILE", options.file, "capture to replay: pcap or pcapng, Ethernet");
+        app.add_option("FILE", options.files,
+                       "captures to replay, one after the other: pcap or pcapng, Ethernet, "
+                       "also compressed; -: standard input");
+    app.add_option("--filter,-f", options.filter,
+                   "offer only frames that match, such as 'ether proto 0x88cc' (pcap-filter(7))")
+        ->type_name("WORDS");
+    app.add_option("--frames", options.frames,
+                   "tell only of these, such as 7 or 3,10-20,100-; limits count the others, too")
+        ->type_name("NUMBERS");
     app.add_option("--config", options.config,
                    "makes the switch by a batch of tarnctl instead; interface k of the capture is "
                    "the port with ifindex 5000 + k")
@@ -38,7 +46,11 @@ int run(int argc, char **argv) {
     app.add_option("--rx-flags", options.rx_flags, "1: on a slave, for the master only")
         ->check(CLI::Range(0, 255));
     app.add_option("--queue", options.queue, "receive queue");
-    app.add_flag("--json", options.json, "one JSON object a line for each frame");
+    app.add_flag("--json,-j", options.json, "one JSON object a line for each frame");
+    app.add_flag("--color{always},-c{always}", options.colour,
+                 "auto (on a terminal, unless NO_COLOR is set), always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+    app.add_flag("--dates", options.dates, "when frames came, and not how long after the first");
     app.add_flag("--verbose,-v", options.verbose, "also the redirects that were asked and said no");
     app.add_flag("--explain", options.explain, "why: the rule that decided, and its numbers");
     app.add_flag("--debug", options.debug_log, "turn the core's frame log on, and show it");

@@ -21,20 +21,39 @@ std::size_t padded(std::size_t length) {
 
 class Pcapng : public Capture {
 public:
-    explicit Pcapng(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
+    explicit Pcapng(Bytes bytes) : bytes_(bytes) {}
 
     std::optional<CapturedFrame> next() override {
         while (at_ < bytes_.size())
             if (auto frame = block())
                 return frame;
+        refuse_without_ethernet();
         return std::nullopt;
     }
 
     std::size_t interfaces() const override { return interfaces_.size(); }
+    std::size_t frames() const override { return frames_; }
+
+    std::vector<Skipped> skipped() const override {
+        std::vector<Skipped> all;
+        for (std::size_t k = 0; k < interfaces_.size(); k++)
+            if (interfaces_[k].skipped != 0)
+                all.push_back({k, interfaces_[k].link, interfaces_[k].skipped});
+        return all;
+    }
 
 private:
     [[noreturn]] void damaged(const std::string &what) const {
         throw CaptureError(fmt::format("damaged at byte {}: {}", at_, what));
+    }
+
+    void refuse_without_ethernet() const {
+        if (std::none_of(interfaces_.begin(), interfaces_.end(),
+                         [](const Interface &one) { return one.link == PCAPNG_LINK_ETHERNET; }))
+            for (const Skipped &one : skipped())
+                throw CaptureError(
+                    fmt::format("interface {} has link type {}; only Ethernet is read",
+                                one.interface, one.link));
     }
 
     std::uint16_t u16(Bytes from, std::size_t offset) const {
@@ -51,7 +70,7 @@ private:
 
     // Reads one block; a frame if it holds one.
     std::optional<CapturedFrame> block() {
-        Bytes rest = Bytes(bytes_).subspan(at_);
+        Bytes rest = bytes_.subspan(at_);
         if (rest.size() < BLOCK_OVERHEAD)
             damaged("the file ends within a block");
         std::uint32_t type = u32(rest, 0);
@@ -90,7 +109,8 @@ private:
         case PCAPNG_INTERFACE:
             if (body.size() < 8)
                 damaged("an interface description is too short");
-            interfaces_.push_back({u16(body, 0), time_units(body.subspan(8))});
+            interfaces_.push_back(
+                {.link = u16(body, 0), .time_units = time_units(body.subspan(8))});
             return std::nullopt;
         case PCAPNG_PACKET:
             return packet(body, 20, body.size() < 20 ? 0 : u32(body, 0));
@@ -109,13 +129,15 @@ private:
         std::uint32_t captured = u32(body, 12);
         if (captured > body.size() - header)
             damaged(fmt::format("a packet of {} bytes in a block of {}", captured, body.size()));
-        CapturedFrame frame = on(interface, body.subspan(header, captured));
-        frame.length = u32(body, 16);
-        frame.time = hundredths(std::uint64_t{u32(body, 4)} << 32 | u32(body, 8),
-                                interfaces_[frame.interface].time_units);
+        auto frame = on(interface, body.subspan(header, captured));
+        if (!frame)
+            return std::nullopt;
+        frame->length = u32(body, 16);
+        frame->time = nanoseconds(std::uint64_t{u32(body, 4)} << 32 | u32(body, 8),
+                                  interfaces_[frame->interface].time_units);
         std::size_t options = header + padded(captured);
         if (options < body.size())
-            frame.comment = comment(body.subspan(options));
+            frame->comment = comment(body.subspan(options));
         return frame;
     }
 
@@ -123,24 +145,28 @@ private:
         if (body.size() < 4)
             damaged("a packet is too short for its header");
         std::uint32_t length = u32(body, 0);
-        CapturedFrame frame =
-            on(0, body.subspan(4, std::min<std::size_t>(length, body.size() - 4)));
-        frame.length = length;
+        auto frame = on(0, body.subspan(4, std::min<std::size_t>(length, body.size() - 4)));
+        if (frame)
+            frame->length = length;
         return frame;
     }
 
-    CapturedFrame on(std::uint32_t interface, Bytes bytes) const {
+    // None where the interface is no Ethernet.
+    std::optional<CapturedFrame> on(std::uint32_t interface, Bytes bytes) {
         std::size_t index = first_of_section_ + interface;
         if (index >= interfaces_.size())
             damaged(fmt::format("a packet names interface {}, which is not described", interface));
-        if (interfaces_[index].link != PCAPNG_LINK_ETHERNET)
-            damaged(fmt::format("interface {} has link type {}; only Ethernet is read", interface,
-                                interfaces_[index].link));
-        return {.interface = index,
-                .bytes = {bytes.begin(), bytes.end()},
-                .length = 0,
-                .comment = {},
-                .time = 0};
+        frames_++;
+        if (interfaces_[index].link != PCAPNG_LINK_ETHERNET) {
+            interfaces_[index].skipped++;
+            return std::nullopt;
+        }
+        return CapturedFrame{.number = frames_,
+                             .interface = index,
+                             .bytes = {bytes.begin(), bytes.end()},
+                             .length = 0,
+                             .comment = {},
+                             .time = 0};
     }
 
     // What that option holds; nothing where it is not there.
@@ -178,20 +204,23 @@ private:
         return units;
     }
 
-    // Without units it is no time.
-    static std::uint64_t hundredths(std::uint64_t time, std::uint64_t units) {
-        if (units == 0)
+    // Without units it is no time, nor is what does not fit in.
+    static std::uint64_t nanoseconds(std::uint64_t time, std::uint64_t units) {
+        constexpr std::uint64_t second = 1000000000;
+        if (units == 0 || time / units >= UINT64_MAX / second)
             return 0;
-        std::uint64_t rest = time % units;
-        return time / units * 100 + (units < 1000000 ? rest * 100 / units : rest / (units / 100));
+        unsigned __int128 rest = time % units;
+        return time / units * second + static_cast<std::uint64_t>(rest * second / units);
     }
 
     struct Interface {
         std::uint16_t link;
         std::uint64_t time_units; // 0: finer than can be told
+        std::size_t skipped = 0;  // frames of another link type
     };
 
-    std::vector<std::uint8_t> bytes_;
+    Bytes bytes_;
+    std::size_t frames_ = 0;
     std::size_t at_ = 0;
     bool swapped_ = false;
     bool in_section_ = false;
@@ -201,8 +230,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<Capture> read_pcapng(std::vector<std::uint8_t> bytes) {
-    return std::make_unique<Pcapng>(std::move(bytes));
+std::unique_ptr<Capture> read_pcapng(std::span<const std::uint8_t> bytes) {
+    return std::make_unique<Pcapng>(bytes);
 }
 
 } // namespace replay

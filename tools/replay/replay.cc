@@ -7,6 +7,7 @@
 #include "pkt/frame.h"
 #include "pkt/pkt_debug.h"
 #include "plain_switch/plain_switch.h"
+#include "replay/select.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -18,6 +19,7 @@ namespace replay {
 namespace {
 
 constexpr u32 DEFAULT_VID = 1;
+constexpr std::uint64_t NANOSECONDS_OF_JIFFY = 1000000000 / JIFFIES_PER_SECOND;
 
 u32 be16_at(const CapturedFrame &frame, std::size_t offset) {
     auto byte = [&](std::size_t at) { return at < frame.bytes.size() ? frame.bytes[at] : 0u; };
@@ -32,24 +34,30 @@ u32 vid_of(const CapturedFrame &frame) {
     return vid != 0 ? vid : DEFAULT_VID;
 }
 
-int complain(const Options &options, const std::string &what) {
-    fmt::print(stderr, "tarn-replay: {}: {}\n", options.file, what);
+int complain(const std::string &name, const std::string &what) {
+    std::fflush(stdout);
+    fmt::print(stderr, "tarn-replay: {}: {}\n", name, what);
     return 1;
 }
 
-// Every port and VLAN that the file shows. A file that is damaged further on is told of when it is
+// Its VLANs; how many interfaces it has. A file that is damaged further on is told of when it is
 // replayed.
-void build_switch(const std::string &path) {
-    std::set<u32> vids{DEFAULT_VID};
-    auto capture = open_capture(path);
+std::size_t look_through(const Input &input, std::set<u32> &vids) {
+    auto capture = open_capture(input);
     try {
         while (auto frame = capture->next())
             vids.insert(vid_of(*frame));
     } catch (const CaptureError &) {
     }
+    return capture->interfaces();
+}
+
+// Every port and VLAN that the files show.
+void build_switch(std::set<u32> vids, std::size_t ports) {
+    vids.insert(DEFAULT_VID);
     for (u32 vid : vids)
         plain_switch::add_vlan(vid);
-    for (u32 k = 1; k <= capture->interfaces(); k++) {
+    for (u32 k = 1; k <= ports; k++) {
         tarn_if *port = plain_switch::add_port(k);
         for (u32 vid : vids)
             plain_switch::add_member(port, vid);
@@ -112,10 +120,15 @@ public:
             first_ = last_ = time;
         if (time > last_) // and never back
             last_ = time;
-        userlevel::clock_stop(userlevel::CLOCK_START + (last_ - first_));
+        userlevel::clock_stop(userlevel::CLOCK_START + jiffies_of(last_) - jiffies_of(first_));
+    }
+    std::uint64_t since_first(std::uint64_t time) const {
+        return time > first_ ? time - first_ : 0;
     }
 
 private:
+    static unsigned long jiffies_of(std::uint64_t time) { return time / NANOSECONDS_OF_JIFFY; }
+
     std::uint64_t first_ = 0, last_ = 0;
 };
 
@@ -141,27 +154,86 @@ void offer(Outcome &outcome, const tarn_rx_meta &meta) {
         outcome.log.push_back(line.text);
 }
 
-// Frames are told as they come, so that what stands before damage is not lost.
-void replay_frames(const Options &options, Report &report) {
-    std::map<Fate, std::size_t> fates;
-    const tarn_rx_meta meta = meta_of(options);
-    auto capture = open_capture(options.file);
-    std::size_t number = 0;
-    Clock clock;
-    auto finish = [&] { report.end(fates); };
-    try {
-        while (auto frame = capture->next()) {
-            Outcome outcome{.number = ++number, .frame = std::move(*frame)};
-            clock.set(outcome.frame.time);
-            offer(outcome, meta);
-            fates[outcome.fate]++;
-            report.frame(outcome);
-        }
-    } catch (const CaptureError &) {
-        finish();
-        throw;
+// One file after the other, through the same switch and by one clock.
+class Run {
+public:
+    explicit Run(const Options &options)
+        : meta_(meta_of(options)), filter_(options.filter), wanted_(options.frames),
+          several_(options.files.size() > 1),
+          report_(options.json ? json_report(options) : text_report(options)) {}
+
+    // Frames are told as they come, so that what stands before damage is not lost.
+    void file(const Input &input) {
+        auto capture = open_capture(input);
+        while (auto frame = wanted_.ends_before(before_ + capture->frames() + 1) ? std::nullopt
+                                                                                 : capture->next())
+            if (filter_.passes(*frame))
+                one(input, std::move(*frame));
+        before_ += capture->frames();
+        for (const Skipped &skipped : capture->skipped())
+            complain(input.name,
+                     fmt::format("{} frame{} of interface {} skipped: link type {}; only Ethernet "
+                                 "is read",
+                                 skipped.frames, skipped.frames == 1 ? "" : "s",
+                                 skipped.interface + 1, skipped.link));
     }
-    finish();
+
+    void end() { report_->end(fates_, told_); }
+
+private:
+    void one(const Input &input, CapturedFrame &&frame) {
+        Outcome outcome{.number = before_ + frame.number,
+                        .file = several_ ? &input.name : nullptr,
+                        .frame = std::move(frame)};
+        clock_.set(outcome.frame.time);
+        outcome.since_first = clock_.since_first(outcome.frame.time);
+        offer(outcome, meta_);
+        fates_[outcome.fate]++;
+        if (!wanted_.has(outcome.number))
+            return;
+        told_++;
+        report_->frame(outcome);
+    }
+
+    const tarn_rx_meta meta_;
+    const PacketFilter filter_;
+    const FrameRanges wanted_;
+    const bool several_;
+    std::unique_ptr<Report> report_;
+    Clock clock_;
+    std::map<Fate, std::size_t> fates_;
+    std::size_t before_ = 0, told_ = 0; // frames of the files before
+};
+
+// All of them are there before the first frame is offered.
+bool read_files(const Options &options, std::vector<Input> &inputs) {
+    std::set<u32> vids;
+    std::size_t ports = 0;
+    for (const std::string &file : options.files) {
+        try {
+            inputs.push_back(read_input(file));
+            ports = std::max(ports, look_through(inputs.back(), vids));
+        } catch (const CaptureError &error) {
+            complain(file == "-" ? "standard input" : file, error.what());
+            return false;
+        }
+    }
+    if (options.config.empty())
+        build_switch(vids, ports);
+    return true;
+}
+
+int replay_files(Run &run, const std::vector<Input> &inputs) {
+    for (const Input &input : inputs) {
+        try {
+            run.file(input);
+        } catch (const CaptureError &error) {
+            run.end();
+            return complain(input.name, error.what());
+        }
+    }
+    run.end();
+    return 0;
 }
 
 int load() {
@@ -188,7 +260,8 @@ const char *fate_word(Fate fate) {
     return "";
 }
 
-int replay(const Options &options) {
+int replay(const Options &options) try {
+    Run run(options);
     if (load() != 0)
         return 1;
     if (!set_redirects(options.enable, true) || !set_redirects(options.disable, false))
@@ -196,28 +269,24 @@ int replay(const Options &options) {
     trace_start();
     if (options.debug_log)
         tarn_pkt_debug = TARN_PKT_DEBUG_RX;
-    auto report =
-        options.json ? json_report(options.explain) : text_report(options.verbose, options.explain);
-    try {
-        sinks_start();
-        if (options.config.empty())
-            build_switch(options.file);
-        else if (!configured(options.config))
-            return 2;
-        sinks_take();
-        userlevel::log_take();
-        auto before = userlevel::take_snapshot();
-        replay_frames(options, *report);
-        std::string lost = userlevel::describe(userlevel::leaked_since(before));
-        if (!lost.empty()) {
-            fmt::print(stderr, "tarn-replay: memory was lost:\n{}", lost);
-            return 3;
-        }
-    } catch (const CaptureError &error) {
-        std::fflush(stdout);
-        return complain(options, error.what());
-    }
-    return 0;
+    sinks_start();
+    std::vector<Input> inputs;
+    if (!read_files(options, inputs))
+        return 1;
+    if (!options.config.empty() && !configured(options.config))
+        return 2;
+    sinks_take();
+    userlevel::log_take();
+    auto before = userlevel::take_snapshot();
+    int result = replay_files(run, inputs);
+    std::string lost = userlevel::describe(userlevel::leaked_since(before));
+    if (lost.empty())
+        return result;
+    fmt::print(stderr, "tarn-replay: memory was lost:\n{}", lost);
+    return 3;
+} catch (const SelectError &error) {
+    fmt::print(stderr, "tarn-replay: {}\n", error.what());
+    return 2;
 }
 
 int list_redirects() {

@@ -1,29 +1,21 @@
 // The outcome of each frame, for people.
 #include "explain/words.h"
-#include "replay/replay.h"
+#include "replay/frame_text.h"
 
 #include "pkt/pkt_candidates.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
+#include <ctime>
 #include <fmt/format.h>
 
 namespace replay {
 
-using explain::ethertype_words;
 using explain::flag_words;
 using explain::reason_words;
 
 namespace {
-
-std::string mac_text(const std::vector<std::uint8_t> &bytes, std::size_t offset) {
-    std::string text;
-    for (std::size_t i = 0; i < 6; i++)
-        text += fmt::format("{}{:02x}", i ? ":" : "",
-                            offset + i < bytes.size() ? bytes[offset + i] : 0);
-    return text;
-}
 
 std::string address_text(int family, const u8 *address) {
     std::array<char, INET6_ADDRSTRLEN> text{};
@@ -31,13 +23,13 @@ std::string address_text(int family, const u8 *address) {
     return text.data();
 }
 
-std::string ethernet_line(const Outcome &outcome) {
-    const auto &bytes = outcome.frame.bytes;
+std::string ethernet_line(const Outcome &outcome, const Colour &colour) {
     const tarn_pkt_info &info = outcome.trace.info;
-    std::string name = ethertype_words(info.ethertype);
+    std::string name = type_text(outcome);
     std::string line =
-        fmt::format("{} -> {}  type 0x{:04x}{}{}", mac_text(bytes, 6), mac_text(bytes, 0),
-                    info.ethertype, name.empty() ? "" : " ", name);
+        fmt::format("{} -> {}  type 0x{:04x}{}{}", colour(Paint::mac, source_text(outcome.frame)),
+                    colour(Paint::mac, destination_text(outcome.frame)), info.ethertype,
+                    name.empty() ? "" : " ", name);
     if (info.tag & TARN_TAG_PRESENT)
         line += fmt::format(", tag VID {} priority {}", info.tag & 0xFFF, info.tag >> 13 & 7);
     if (info.src_mac_is_own)
@@ -47,18 +39,19 @@ std::string ethernet_line(const Outcome &outcome) {
     return line;
 }
 
-std::string ip_line(const tarn_pkt_info &info) {
-    if (info.ethertype == 0x0800) {
-        u32 fragment = be16_to_cpu(info.ip_frag_off) & 0x3FFF;
-        return fmt::format("IPv4 {} -> {} protocol {} ttl {}{}", address_text(AF_INET, info.src_ip),
-                           address_text(AF_INET, info.dst_ip), info.ip_proto, info.ttl,
-                           fragment ? ", fragment" : "");
-    }
-    if (info.ethertype != 0x86DD)
-        return {};
-    std::string line = fmt::format(
-        "IPv6 {} -> {} next header {} hop limit {}", address_text(AF_INET6, info.src_ip),
-        address_text(AF_INET6, info.dst_ip), info.ipv6_next_header, info.hop_limit);
+std::string ipv4_line(const tarn_pkt_info &info, const Colour &colour) {
+    u32 fragment = be16_to_cpu(info.ip_frag_off) & 0x3FFF;
+    return fmt::format("IPv4 {} -> {} protocol {} ttl {}{}",
+                       colour(Paint::ipv4, address_text(AF_INET, info.src_ip)),
+                       colour(Paint::ipv4, address_text(AF_INET, info.dst_ip)), info.ip_proto,
+                       info.ttl, fragment ? ", fragment" : "");
+}
+
+std::string ipv6_line(const tarn_pkt_info &info, const Colour &colour) {
+    std::string line = fmt::format("IPv6 {} -> {} next header {} hop limit {}",
+                                   colour(Paint::ipv6, address_text(AF_INET6, info.src_ip)),
+                                   colour(Paint::ipv6, address_text(AF_INET6, info.dst_ip)),
+                                   info.ipv6_next_header, info.hop_limit);
     if (!info.ipv6_parsed)
         line += ", headers could not be walked";
     else if (info.ipv6_next_header == 58)
@@ -66,6 +59,17 @@ std::string ip_line(const tarn_pkt_info &info) {
     else if (info.ipv6_next_header == 17)
         line += fmt::format(", UDP to port {}", be16_to_cpu(info.udp_dport));
     return line + (info.rtr_alert ? ", router alert" : "");
+}
+
+std::string ip_line(const tarn_pkt_info &info, const Colour &colour) {
+    if (info.ethertype == 0x0800)
+        return ipv4_line(info, colour);
+    return info.ethertype == 0x86DD ? ipv6_line(info, colour) : "";
+}
+
+bool is_delivered(const Decision &stop) {
+    return stop.flags &
+           (REDIRECT_POST_KERNEL | REDIRECT_POST_KERNEL_PORT | REDIRECT_POST_USERSPACE);
 }
 
 std::string fate_line(const Outcome &outcome) {
@@ -100,29 +104,54 @@ void print_ends(const Outcome &outcome) {
             fmt::print("      nothing was replicated: this unit stands alone\n");
 }
 
+constexpr std::uint64_t NANOSECONDS = 1000000000, NANOSECONDS_OF_MICROSECOND = 1000;
+
+std::string seconds_text(std::uint64_t time) {
+    return fmt::format("{}.{:06} s", time / NANOSECONDS,
+                       time % NANOSECONDS / NANOSECONDS_OF_MICROSECOND);
+}
+
+std::string date_text(std::uint64_t time) {
+    const auto seconds = static_cast<std::time_t>(time / NANOSECONDS);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:06}Z", parts.tm_year + 1900,
+                       parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                       time % NANOSECONDS / NANOSECONDS_OF_MICROSECOND);
+}
+
 class TextReport : public Report {
 public:
-    TextReport(bool verbose, bool explain) : verbose_(verbose), explain_(explain) {}
+    explicit TextReport(const Options &options)
+        : verbose_(options.verbose), explain_(options.explain), dates_(options.dates),
+          colour_(options.colour) {}
 
     void frame(const Outcome &outcome) override {
+        print_file(outcome);
         print_head(outcome);
         for (const std::string &line : outcome.log)
             fmt::print("   log {}", line);
         if (!outcome.trace.consulted.empty()) {
-            fmt::print("      {}\n", ethernet_line(outcome));
-            if (std::string line = ip_line(outcome.trace.info); !line.empty())
+            fmt::print("      {}\n", ethernet_line(outcome, colour_));
+            if (std::string line = ip_line(outcome.trace.info, colour_); !line.empty())
                 fmt::print("      {}\n", line);
         }
         print_chain(outcome.trace);
+        for (const Decision &decision : outcome.trace.off)
+            fmt::print("      slot {:>2} {:<20} is off; on, it would say: {}\n", decision.slot,
+                       decision.name, flag_words(decision.flags));
         print_ends(outcome);
-        fmt::print("    = {}\n\n", fate_line(outcome));
+        bool good = outcome.stopped_by && is_delivered(*outcome.stopped_by);
+        fmt::print("    = {}\n\n", colour_(good ? Paint::good : Paint::bad, fate_line(outcome)));
     }
 
-    void end(const std::map<Fate, std::size_t> &fates) override {
+    void end(const std::map<Fate, std::size_t> &fates, std::size_t told) override {
         std::size_t frames = 0;
         for (auto [fate, count] : fates)
             frames += count;
         fmt::print("{} frame{}", frames, frames == 1 ? "" : "s");
+        if (told != frames)
+            fmt::print(", {} of them told", told);
         for (auto [fate, count] : fates)
             fmt::print(", {} {}", count, fate_word(fate));
         fmt::print("\n");
@@ -130,12 +159,21 @@ public:
     }
 
 private:
-    static void print_head(const Outcome &outcome) {
+    void print_file(const Outcome &outcome) {
+        if (outcome.file == file_)
+            return;
+        file_ = outcome.file;
+        fmt::print("--- {}\n", *file_);
+    }
+
+    void print_head(const Outcome &outcome) const {
         const CapturedFrame &frame = outcome.frame;
         fmt::print("frame {}: {} bytes on {}, VLAN {}", outcome.number, frame.bytes.size(),
-                   outcome.port, outcome.vid);
+                   colour_(Paint::port, outcome.port), outcome.vid);
         if (frame.length > frame.bytes.size())
             fmt::print(" (cut short: {} on the wire)", frame.length);
+        if (frame.time != 0)
+            fmt::print(", {}", dates_ ? date_text(frame.time) : seconds_text(outcome.since_first));
         fmt::print("{}{}\n", frame.comment.empty() ? "" : "  # ", frame.comment);
     }
 
@@ -197,13 +235,15 @@ private:
         }
     }
 
-    bool verbose_, explain_;
+    bool verbose_, explain_, dates_;
+    Colour colour_;
+    const std::string *file_ = nullptr;
 };
 
 } // namespace
 
-std::unique_ptr<Report> text_report(bool verbose, bool explain) {
-    return std::make_unique<TextReport>(verbose, explain);
+std::unique_ptr<Report> text_report(const Options &options) {
+    return std::make_unique<TextReport>(options);
 }
 
 } // namespace replay

@@ -29,7 +29,8 @@ struct Trace {
     std::vector<u32> consulted;      // slots, in the order in which they were asked
     std::vector<Decision> decisions; // of those that took one
     std::vector<Note> notes;
-    tarn_pkt_info info{}; // as the first one saw it; zero when none was asked
+    std::vector<Decision> off; // what protocols that are off would have decided
+    tarn_pkt_info info{};      // as the first one saw it; zero when none was asked
 };
 
 // Once, after the module was loaded.
