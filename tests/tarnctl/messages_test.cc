@@ -31,6 +31,7 @@ std::string row_of_line(const char *line) {
 TEST(tarnctl_messages, each_line_is_sent_byte_for_byte) {
     for (const Case &one : cases()) {
         fake::Switch tarn;
+        tarn.session.replace = true; // nobody can be asked
         EXPECT_EQ(tarn.line(one.line), tarnctl::DONE) << one.line << ": " << tarn.wrong;
         EXPECT_EQ(without_sequence(tarn.sent), done(one.messages)) << one.line;
     }
@@ -64,6 +65,7 @@ TEST(tarnctl_messages, every_example_in_the_help_is_understood) {
         if (row.example.empty())
             continue;
         fake::Switch tarn;
+        tarn.session.replace = true;
         for (const char *name : {"port1", "port2", "lag1", "vlan10"})
             tarn.session.names[name] = 5001;
         EXPECT_EQ(tarn.line(std::string(row.example)), tarnctl::DONE) << row.example << tarn.wrong;

@@ -13,6 +13,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,11 +37,13 @@ struct WrongLine {
 
 constexpr WrongLine WRONG_LINES[] = {
     {"lnik add",
-     "unknown word 'lnik': say one of link, fib, vlan, vxlan, pvlan, lag, stp, mirror, "
+     "unknown word 'lnik'; did you mean 'link'? Say one of link, fib, vlan, vxlan, pvlan, lag, "
+     "stp, mirror, "
      "neigh, arp, igmp, multicast, mroute, auth, dhcp, ryke, udld, vornappsd, fdb, "
      "stack, show, redirect, counters, debug, openflow, proc, monitor, sockets, trace, chip"},
     {"vlan member", "a word is missing after 'vlan member': say one of add, del"},
-    {"vlan member ad", "unknown word 'ad' after 'vlan member': say one of add, del"},
+    {"vlan member ad",
+     "unknown word 'ad' after 'vlan member'; did you mean 'add'? Say one of add, del"},
     {"vlan pvid 5001", "vlan pvid: VID is missing: a VLAN number from 1 to 4094"},
     {"vlan pvid 5001 0", "vlan pvid: VID '0' is wrong; expected a VLAN number from 1 to 4094"},
     {"vlan pvid 5001 4095",
@@ -204,6 +209,26 @@ TEST(tarnctl_answers, a_switch_that_is_not_there_is_said_with_what_was_tried) {
     }
 }
 
+// A socket that is listened at by nobody awake.
+TEST(tarnctl_answers, a_switch_that_hangs_is_not_waited_for_for_ever) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    std::string path = testing::TempDir() + "tarnctl-hangs-" + std::to_string(getpid());
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(fd, 0), 0);
+    for (int client = 0; client < 3; client++) // the first two fit
+        try {
+            control_ask(path, "show sockets", std::chrono::milliseconds(50));
+            ADD_FAILURE();
+        } catch (const ProcMissing &error) {
+            EXPECT_EQ(error.what(), "the control socket '" + path +
+                                        "': the switch is there, but does not answer");
+        }
+    close(fd);
+    unlink(path.c_str());
+}
+
 TEST(tarnctl_answers, a_proc_tree_that_is_not_there_is_no_refusal) {
     fake::Switch tarn;
     tarn.session.proc = []() -> ProcTree & { throw ProcMissing("no proc tree"); };
@@ -217,6 +242,8 @@ TEST(tarnctl_answers, a_proc_tree_that_is_not_there_is_no_refusal) {
 struct Batch {
     fake::Switch tarn;
     std::vector<std::string> complaints;
+
+    Batch() { tarn.session.replace = true; } // nobody can be asked
 
     Status run(const std::string &text, bool force = false) {
         std::istringstream input(text);
@@ -604,7 +631,7 @@ TEST(tarnctl_manual, its_example_works) {
     std::size_t at = page.find(".SH EXAMPLES");
     ASSERT_NE(at, std::string::npos);
     Batch batch;
-    batch.tarn.proc.files = {{"ifdb", ""}, {"port2/bridge", ""}};
+    batch.tarn.proc.files = {{"ifdb", ""}, {"port2/bridge", ""}}; // nobody can be asked
     std::istringstream lines(page.substr(at));
     bool example = false;
     for (std::string line; std::getline(lines, line);) {

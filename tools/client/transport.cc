@@ -8,6 +8,7 @@
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <tarn/tarnfwd_socket.h>
 #include <unistd.h>
@@ -21,7 +22,9 @@ constexpr std::size_t DATAGRAM_MAX = 256 * 1024; // an error may carry back the 
 constexpr int PATIENCE = 10000;                  // milliseconds
 
 std::string failed(const std::string &what) {
-    return what + ": " + std::strerror(errno);
+    const char *why =
+        errno == EAGAIN ? "the switch is there, but does not answer" : std::strerror(errno);
+    return what + ": " + why;
 }
 
 // What the socket of a process says by a message, the kernel says by an error.
@@ -131,7 +134,7 @@ private:
                     return answer->error == 0 ? 0 : -1;
             }
         }
-        errno = ETIMEDOUT;
+        errno = EAGAIN;
         return -1;
     }
 
@@ -181,6 +184,8 @@ std::unique_ptr<Transport> open_socket(const std::string &path, std::string &wro
     }
     path.copy(address.sun_path, path.size());
     int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    const timeval patience{.tv_sec = PATIENCE / 1000, .tv_usec = 0}; // of connecting, too
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
     if (fd < 0 || connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         wrong = failed("the socket '" + path + "'");
         if (fd >= 0)
@@ -191,7 +196,7 @@ std::unique_ptr<Transport> open_socket(const std::string &path, std::string &wro
     // As on the kernel's socket; one that has gone at once is told of.
     if (opened->set_option(NETLINK_EXT_ACK, 1) != 0 ||
         opened->set_option(NETLINK_CAP_ACK, 1) != 0) {
-        wrong = failed("the socket '" + path + "': no switch answers as one should");
+        wrong = failed("the socket '" + path + "'");
         return nullptr;
     }
     return opened;

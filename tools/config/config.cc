@@ -73,24 +73,37 @@ std::string say_to_chip(const Chip &chip, const std::string &line) {
 
 } // namespace
 
+struct Own::Ends {
+    Chip chip;
+    OwnNetlink netlink = {};
+    OwnProc proc = {};
+    client::Client client{
+        client::in_process([this](client::View message) { return netlink.exchange(message); })};
+};
+
+Own::Own(Chip chip) : ends_(std::make_unique<Ends>(std::move(chip))) {}
+Own::~Own() = default;
+
+tarnctl::Session Own::session(std::function<void(const std::string &text)> print) {
+    Ends &ends = *ends_;
+    return {.client = [&ends]() -> client::Client & { return ends.client; },
+            .proc = [&ends]() -> tarnctl::ProcTree & { return ends.proc; },
+            .chip = [&ends](const std::string &line) { return say_to_chip(ends.chip, line); },
+            .sockets = []() -> std::string { throw tarnctl::ProcError("nobody listens yet"); },
+            .follow =
+                [](const std::string &) {
+                    throw tarnctl::ProcError("a trace is for a switch that runs");
+                },
+            .print = std::move(print)};
+}
+
 std::string apply(const std::string &file, const Chip &chip) {
     std::ifstream input(file);
     if (!input)
         return file + ": cannot be read";
-    OwnNetlink netlink;
-    OwnProc proc;
-    client::Client client(
-        client::in_process([&netlink](client::View message) { return netlink.exchange(message); }));
-    tarnctl::Session session{
-        .client = [&client]() -> client::Client & { return client; },
-        .proc = [&proc]() -> tarnctl::ProcTree & { return proc; },
-        .chip = [&chip](const std::string &line) { return say_to_chip(chip, line); },
-        .sockets = []() -> std::string { throw tarnctl::ProcError("nobody listens yet"); },
-        .follow =
-            [](const std::string &) {
-                throw tarnctl::ProcError("a trace is for a switch that runs");
-            },
-        .print = [](const std::string &text) { std::fputs(text.c_str(), stdout); }};
+    Own own(chip);
+    tarnctl::Session session =
+        own.session([](const std::string &text) { std::fputs(text.c_str(), stdout); });
     std::string wrong;
     tarnctl::run_batch(session, input, file, false,
                        [&wrong](const std::string &what) { wrong = what; });

@@ -18,6 +18,10 @@ int run(int argc, char **argv) {
                  "Every port is an untagged member of every VLAN that the file shows.\n"
                  "The switch's clock goes by the times of the frames."};
     app.name("tarn-replay");
+    app.set_version_flag("--version,-V", "tarn-replay " TARN_VERSION);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("tarn-replay: ") + error.what() + "; 'tarn-replay --help' tells more\n";
+    });
     auto *file =
         app.add_option("FILE", options.files,
                        "captures to replay, one after the other: pcap or pcapng, Ethernet, "

@@ -98,6 +98,11 @@ int main(int argc, char **argv) {
     CLI::App app{
         "A live switch: the forwarding core, a switching chip in software under it, and the\n"
         "machine's IP stack above it. Runs until SIGTERM; prints \"running\" when it is up."};
+    app.name("tarn-switch");
+    app.set_version_flag("--version,-V", "tarn-switch " TARN_VERSION);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("tarn-switch: ") + error.what() + "; 'tarn-switch --help' tells more\n";
+    });
     app.add_flag("--daemon", options.daemon,
                  "returns when the switch is up, which runs on in the background; prints the\n"
                  "number of its process. Fails as the switch would");

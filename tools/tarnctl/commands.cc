@@ -387,8 +387,9 @@ std::vector<Subcommand> rows_of_vlans() {
     return {
         message(
             "vlan add", TARNFWD_CMD_IF_CREATE_SVI_RANGE,
-            "Makes VLANs with their interfaces vlanVID. Of a range, the switch goes on where one "
-            "fails, and answers for the last.",
+            "Makes VLANs with their interfaces vlanVID. One that is there already stays as it is. "
+            "Of "
+            "a range, the switch goes on where one fails, and answers for the last.",
             {value(Kind::vid_ranges, TARNFWD_ATTR_VID_START, "VIDS", "the VLANs, such as 10,20-30"),
              creation_options("mirror: a remote mirror VLAN; local: of this stack member alone; "
                               "always-up: up without a port that is"),

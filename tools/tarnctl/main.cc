@@ -5,9 +5,11 @@
 #include "tarnctl/session.h"
 #include "tarnctl/views.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -18,14 +20,24 @@ namespace {
 
 using namespace tarnctl;
 
+// What was to be said cannot be: nothing that follows can be, either.
+struct OutputError : std::exception {
+    explicit OutputError(std::string text) : text_(std::move(text)) {}
+    const char *what() const noexcept override { return text_.c_str(); }
+
+private:
+    std::string text_;
+};
+
 void complain(const std::string &what) {
     std::fflush(stdout);
     std::fprintf(stderr, "tarnctl: %s\n", what.c_str());
 }
 
 void print(const std::string &text) {
-    std::fputs(text.c_str(), stdout);
-    std::fflush(stdout);
+    bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (!written || std::fflush(stdout) != 0)
+        throw OutputError(std::string("the output cannot be written: ") + std::strerror(errno));
 }
 
 // The ends are found when a line needs them, and kept.
@@ -76,6 +88,8 @@ Session session_of(Ends &ends) {
             },
             .chip =
                 [&ends](const std::string &line) {
+                    if (is_kernel(ends.settings.control) && has_kernel_chip())
+                        return kernel_chip_ask(line);
                     return control_ask(control_path(ends.settings.control), "chip " + line);
                 },
             .sockets = [&ends] { return sockets(ends.settings.control); },
@@ -145,6 +159,11 @@ int run(const Words &words) {
         return status;
     ends.settings = read_options(words);
     session.json = ends.settings.json;
+    session.replace = ends.settings.replace;
+    if (ends.settings.version) {
+        print("tarnctl " TARN_VERSION "\n");
+        return DONE;
+    }
     if (ends.settings.help) {
         print(help(ends.settings.words));
         return DONE;

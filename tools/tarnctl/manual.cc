@@ -70,6 +70,11 @@ std::string manual_end() {
     text +=
         ".SH EXIT STATUS\n0 when all was done, 1 when the switch refused something, 2 when words "
         "were wrong or no switch answered.\n";
+    text +=
+        ".SH WHAT STANDS\nBefore a command that would change what stands the switch is asked. What "
+        "is so already is left as it is, and said (exit status 0): a batch that is said twice "
+        "changes nothing the second time. What contradicts is refused, with what stands there; "
+        "\\-\\-replace takes that away first.\n";
     text += ".SH BATCHES\nA batch is a file of lines, each what would stand behind "
             "\\(lqtarnctl\\(rq. Blank lines and what follows a # are passed over; \\(dq\\(dq and "
             "\\(aq\\(aq "

@@ -1,5 +1,7 @@
 #include "tarnctl/options.h"
 
+#include "tarnctl/text.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -31,11 +33,26 @@ bool takes(const Option &option, const std::string *next) {
     return true;
 }
 
+std::vector<std::string> option_words() {
+    std::vector<std::string> words;
+    for (const Option &option : options())
+        words.emplace_back(option.word);
+    return words;
+}
+
+std::string colon_or(const std::string &meant) {
+    return meant.empty() ? ":" : meant;
+}
+
 void set(Settings &settings, const Option &option, const std::string &value) {
     if (option.word == "--json")
         settings.json = true;
     else if (option.word == "--force")
         settings.force = true;
+    else if (option.word == "--replace")
+        settings.replace = true;
+    else if (option.word == "--version")
+        settings.version = true;
     else if (option.word == "--help")
         settings.help = true;
     else if (option.word == "--batch")
@@ -57,6 +74,9 @@ const std::vector<Option> &options() {
         {"--json", "-j", "", "shows as JSON"},
         {"--batch", "", "FILE", "runs the lines of a file; - is the standard input"},
         {"--force", "", "", "goes on with a batch behind a line that fails"},
+        {"--replace", "", "",
+         "takes away what stands and contradicts, such as a VLAN with its members, to make it "
+         "anew"},
         {"--socket", "", "PATH",
          "the netlink socket of tarn-switch (else $TARN_NETLINK; else the kernel, else "
          "/run/tarn/netlink)"},
@@ -67,6 +87,7 @@ const std::vector<Option> &options() {
          "the control socket of tarn-switch (else $TARN_CONTROL, else /run/tarn/control)"},
         {"--wait", "", "[SECONDS]",
          "waits for a switch that has yet to come, 10 seconds unless said otherwise"},
+        {"--version", "-V", "", "says which version this is"},
         {"--help", "-h", "", "tells about the words before it"},
     };
     return all;
@@ -90,7 +111,8 @@ Settings read_options(const Words &words) {
         }
         const Option *option = option_of(word);
         if (!option && word.starts_with("-") && word.size() > 1 && settings.words.empty())
-            throw WordError(fmt::format("unknown option '{}': 'tarnctl --help' lists them", word));
+            throw WordError(fmt::format("unknown option '{}'{} 'tarnctl --help' lists them", word,
+                                        colon_or(did_you_mean(word, option_words()))));
         if (!option) {
             settings.words.push_back(word);
             continue;

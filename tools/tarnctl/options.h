@@ -19,7 +19,7 @@ const std::vector<Option> &options();
 std::string option_label(const Option &option);
 
 struct Settings {
-    bool json = false, force = false, help = false;
+    bool json = false, force = false, help = false, replace = false, version = false;
     int wait = 0; // seconds
     std::string socket, proc, control, batch;
     Words words;

@@ -1,5 +1,7 @@
 #include "tarnctl/parse.h"
 
+#include "tarnctl/text.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 #include <optional>
@@ -41,11 +43,25 @@ private:
             return take_value(*slot, words, at);
         Slot *slot = place();
         if (!slot)
-            wrong(fmt::format("unexpected word '{}'", words[at]));
+            wrong(fmt::format("unexpected word '{}'{}", words[at],
+                              did_you_mean(words[at], unsaid())));
         if (slot->argument->kind == Kind::text)
             return take_rest(*slot, words, at);
         slot->text = words[at];
         return at + 1;
+    }
+
+    // Words that may still be said.
+    std::vector<std::string> unsaid() const {
+        std::vector<std::string> all;
+        for (const Slot &slot : slots_) {
+            if (!slot.argument->word.empty() && !slot.text)
+                all.emplace_back(slot.argument->word);
+            if (slot.argument->kind == Kind::flags)
+                for (const Choice &choice : slot.argument->choices)
+                    all.emplace_back(choice.word);
+        }
+        return all;
     }
 
     std::size_t take_value(Slot &slot, const Words &words, std::size_t at) {
@@ -213,8 +229,10 @@ std::string joined(const std::vector<std::string> &words, const char *between) {
     std::string after = known.empty() ? "" : fmt::format(" after '{}'", joined(known, " "));
     if (known.size() == words.size())
         throw WordError(fmt::format("a word is missing{}: say one of {}", after, next));
-    throw WordError(
-        fmt::format("unknown word '{}'{}: say one of {}", words[known.size()], after, next));
+    const std::string &unknown = words[known.size()];
+    std::string meant = did_you_mean(unknown, following(known));
+    throw WordError(fmt::format("unknown word '{}'{}{} one of {}", unknown, after,
+                                meant.empty() ? ": say" : meant + " Say", next));
 }
 
 // The word that the quote or the blank ends.
@@ -338,8 +356,10 @@ Parsed parse(const Words &words, const Resolver &resolver) {
     const Subcommand &row = row_of(words, used);
     Arguments arguments(row, words, used);
     Parsed parsed{.row = &row, .messages = {}, .values = {}};
-    for (const Slot &slot : arguments.slots())
+    for (const Slot &slot : arguments.slots()) {
         parsed.values.push_back(slot.text.value_or(std::string(slot.argument->fallback)));
+        parsed.said.push_back(slot.text.has_value());
+    }
     auto messages = messages_of(row, arguments.slots(), resolver);
     if (row.action == Action::message)
         parsed.messages = std::move(messages);

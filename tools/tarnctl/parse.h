@@ -28,7 +28,8 @@ struct Parsed {
     const Subcommand *row;
     std::vector<client::Message> messages;
     std::vector<std::string>
-        values; // of the arguments in their order, as written; "" where left out
+        values;                  // of the arguments in their order, as written; "" where left out
+    std::vector<bool> said = {}; // which of them were written
 };
 
 Parsed parse(const Words &words, const Resolver &resolver);

@@ -2,6 +2,7 @@
 // answers.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -13,6 +14,9 @@ namespace tarnctl {
 struct ProcError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// How long a switch may be silent before it counts as one that hangs.
+inline constexpr std::chrono::milliseconds PATIENCE{10000};
 
 // There is no switch to ask.
 struct ProcMissing : ProcError {
@@ -32,10 +36,14 @@ std::unique_ptr<ProcTree> proc_folder(const std::string &path);
 
 // Says a line to the control socket and gives back its reply; throws ProcError with it when the
 // switch calls it an error.
-std::string control_ask(const std::string &path, const std::string &line);
+std::string control_ask(const std::string &path, const std::string &line,
+                        std::chrono::milliseconds patience = PATIENCE);
 // The same for a reply that goes on: given as it comes, in whole lines.
 void control_follow(const std::string &path, const std::string &line,
                     const std::function<void(const std::string &text)> &print);
+// The chip under the kernel's module, where it is the software one.
+bool has_kernel_chip();
+std::string kernel_chip_ask(const std::string &line);
 std::unique_ptr<ProcTree> proc_of_control(const std::string &path);
 
 // The one that is there: `path` (else $TARN_PROC) if given, else /proc/tarn, else the control

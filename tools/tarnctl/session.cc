@@ -1,21 +1,22 @@
 #include "tarnctl/session.h"
 
 #include "client/attributes.h"
+#include "tarnctl/asking.h"
 #include "tarnctl/events.h"
 #include "tarnctl/help.h"
+#include "tarnctl/text.h"
 #include "tarnctl/views.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <net/if.h>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <tarn/tarnfwd_nl.h>
 
 namespace tarnctl {
 
 namespace {
-
-constexpr std::uint32_t VLAN_IFINDEX_BASE = 300;
 
 // What the switch answered, in words; the words were right.
 struct Refused : std::runtime_error {
@@ -82,28 +83,88 @@ void remember(Session &session, const client::Message &message) {
     }
 }
 
+// What is so already, on a line of its own.
+void note(Session &session, const std::string &what) {
+    session.already++;
+    session.print(session.json ? nlohmann::json{{"already", what}}.dump() + "\n" : what + "\n");
+}
+
 // Every command is sent, whatever came of those before; the first refusal is the line's.
 void send(Session &session, const Parsed &parsed) {
+    client::Client &client = session.client();
+    Standing standing(session);
+    Plan planned = plan(standing, parsed, session.replace);
+    for (const std::string &what : planned.already)
+        note(session, fmt::format("{}: {}", parsed.row->words, what));
     std::string refused;
-    for (const client::Message &message : parsed.messages) {
-        client::Answer answer = session.client().command(message);
+    for (const client::Message &message : planned.messages) {
+        client::Answer answer = client.command(message);
+        session.told++;
         if (answer.error == 0)
             remember(session, message);
         else if (refused.empty())
             refused =
                 fmt::format("{}{}: {}", parsed.row->words,
-                            parsed.messages.size() > 1 ? which(message) : "", refusal(answer));
+                            planned.messages.size() > 1 ? which(message) : "", refusal(answer));
     }
+    if (!planned.refused.empty())
+        throw Refused(fmt::format("{}: {}", parsed.row->words, planned.refused[0]));
     if (!refused.empty())
         throw Refused(refused);
 }
 
+// ": did you mean", and what there is.
+std::string no_such(const std::string &kind, const std::string &name,
+                    const std::vector<std::string> &known) {
+    return fmt::format("there is no {} '{}'{}; there are: {}", kind, name,
+                       did_you_mean(name, known), fmt::join(known, " "));
+}
+
+void must_know_redirect(const Redirects &redirects, const std::string &name) {
+    if (!redirects.knows(name))
+        throw Refused(no_such("redirect", name, redirects.all()));
+}
+
+std::vector<std::string> names_listed(Session &session) {
+    std::vector<std::string> names;
+    for (const auto &[name, ifindex] : listed(session))
+        names.push_back(name);
+    return names;
+}
+
+// Where the switch lists none it may be that it cannot be asked.
+void must_know_interface(Session &session, const std::string &name) {
+    auto known = names_listed(session);
+    if (!known.empty() && std::find(known.begin(), known.end(), name) == known.end())
+        throw Refused(no_such("interface", name, known));
+}
+
+// A file of a port: of one that there is, and of a kind that has it.
+void must_have(Session &session, const Subcommand &row, const std::vector<std::string> &values) {
+    if (!row.file.starts_with("{}/"))
+        return;
+    const std::string &name = values[0];
+    must_know_interface(session, name);
+    Standing standing(session);
+    const Interface *there = standing.interface(name);
+    if (!there)
+        return;
+    if (there->vid() != 0)
+        throw Refused(fmt::format("{}: {} is a VLAN, and no port or aggregator", row.words, name));
+    if (row.file != "{}/members" || !there->children.empty())
+        return;
+    throw Refused(there->is_lag() ? fmt::format("{}: {} has no ports", row.words, name)
+                                  : fmt::format("{}: {} is no aggregator", row.words, name));
+}
+
 void set_redirect(Session &session, const std::string &file, const std::string &name) {
     Redirects redirects = read_redirects(session.proc());
-    if (!redirects.knows(name))
-        throw Refused(fmt::format("there is no redirect '{}'; there are: {}", name,
-                                  fmt::join(redirects.all(), " ")));
+    must_know_redirect(redirects, name);
     bool on = file == "redirectprotocolenable";
+    if (redirects.is_enabled(name) == on)
+        return note(session, fmt::format("redirect {}: {} is already {}", on ? "enable" : "disable",
+                                         name, on ? "enabled" : "disabled"));
+    session.told++;
     session.proc().write(file, name + "\n");
     if (read_redirects(session.proc()).is_enabled(name) != on)
         throw Refused(fmt::format("the switch did not {} '{}'; the kernel log may say why",
@@ -134,13 +195,47 @@ void monitor(Session &session, const Parsed &parsed) {
     }
 }
 
-// "--port p1 --drops" means the same as "port p1 drops".
-std::string trace_order(const Session &session, const std::string &which) {
-    std::string order = session.json ? "trace json" : "trace";
-    std::istringstream words(which);
-    for (std::string word; words >> word;)
-        order += " " + word.substr(word.starts_with("--") ? 2 : 0);
+// Of a switch that lists them.
+void must_know_redirect(Session &session, const std::string &name) {
+    Redirects redirects;
+    try {
+        redirects = read_redirects(session.proc());
+    } catch (const ProcError &) {
+        return;
+    }
+    must_know_redirect(redirects, name);
+}
+
+// "--port p1 --drops" means the same as "port p1 drops". What it names must be there, or nothing
+// would ever be seen.
+std::string trace_order(Session &session, const std::string &which) {
+    std::string order = session.json ? "trace json" : "trace", before;
+    for (std::string word : fields_of(which)) {
+        bool is_name = before == "port" || before == "redirect";
+        if (before == "port")
+            must_know_interface(session, word);
+        else if (before == "redirect")
+            must_know_redirect(session, word);
+        word = word.substr(!is_name && word.starts_with("--") ? 2 : 0);
+        order += " " + word;
+        before = is_name ? "" : word;
+    }
     return order;
+}
+
+// Tells a line to the chip. A port that it has open on that device is left.
+void chip(Session &session, const std::string &line) {
+    auto fields = fields_of(line);
+    if (fields.size() == 3 && fields[0] == "port") {
+        Standing standing(session);
+        const Chip *told = standing.chip();
+        for (const ChipPort &port : told ? told->ports : std::vector<ChipPort>{})
+            if (fmt::format("{}", port.ifindex) == fields[1] && port.device == fields[2])
+                return note(session, fmt::format("chip: port {} is already on {}", port.ifindex,
+                                                 port.device));
+    }
+    session.told++;
+    session.print(session.chip(line));
 }
 
 void perform(Session &session, const Parsed &parsed) {
@@ -149,10 +244,13 @@ void perform(Session &session, const Parsed &parsed) {
     case Action::message:
         return send(session, parsed);
     case Action::show: {
+        must_have(session, row, parsed.values);
         std::string file = filled(row.file, parsed.values);
         return session.print(show_view(row.file, session.proc().read(file), session.json));
     }
     case Action::set:
+        must_have(session, row, parsed.values);
+        session.told++;
         return session.proc().write(filled(row.file, parsed.values), written(parsed));
     case Action::redirect:
         return redirects(session, parsed);
@@ -167,7 +265,7 @@ void perform(Session &session, const Parsed &parsed) {
     case Action::trace:
         return session.follow(trace_order(session, parsed.values[0]));
     case Action::chip:
-        return session.print(session.chip(parsed.values[0]));
+        return chip(session, parsed.values[0]);
     }
 }
 
@@ -208,7 +306,9 @@ std::uint32_t resolve(Session &session, const std::string &name) {
         return known->second;
     if (std::uint32_t ifindex = vlan_ifindex(name); ifindex != 0)
         return ifindex;
-    return if_nametoindex(name.c_str());
+    if (std::uint32_t ifindex = if_nametoindex(name.c_str()); ifindex != 0 || all.empty())
+        return ifindex;
+    throw WordError(no_such("interface", name, names_listed(session)));
 }
 
 Status run_words(Session &session, const Words &words, std::string &wrong) {
@@ -249,6 +349,7 @@ Status run_batch(Session &session, std::istream &input, const std::string &name,
                  const std::function<void(const std::string &)> &complain) {
     Status first = DONE;
     std::string line;
+    session.already = session.told = 0;
     for (std::size_t number = 1; std::getline(input, line); number++) {
         std::string wrong;
         Status status = run_line(session, line, wrong);
@@ -260,6 +361,8 @@ Status run_batch(Session &session, std::istream &input, const std::string &name,
         if (!force)
             return status;
     }
+    if (session.already != 0 && session.told == 0 && first == DONE && !session.json)
+        session.print(fmt::format("{}: all of it is already so: nothing was changed\n", name));
     return first;
 }
 

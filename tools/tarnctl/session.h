@@ -24,6 +24,9 @@ struct Session {
     std::function<void(const std::string &order)> follow; // prints the trace
     std::function<void(const std::string &text)> print;
     bool json = false;
+    bool replace = false; // takes away what stands and contradicts
+    // What a line found to be so already, and how many commands went to the switch.
+    std::size_t already = 0, told = 0;
     std::map<std::string, std::uint32_t> names = {}; // declared in this session
 };
 

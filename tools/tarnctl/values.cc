@@ -1,6 +1,7 @@
 #include "tarnctl/values.h"
 
 #include "client/attributes.h"
+#include "tarnctl/standing.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -18,8 +19,7 @@ namespace {
 
 using client::Bytes;
 
-constexpr std::uint32_t FIRST_VID = 1, LAST_VID = 4094;
-constexpr std::uint32_t VLAN_IFINDEX_BASE = 300;
+constexpr std::uint32_t FIRST_VID = 1, LAST_VID = VID_LAST;
 constexpr std::size_t BITMAP_LENGTH = 512;
 constexpr std::uint32_t LAST_INSTANCE = 63;
 constexpr std::size_t NAME_MAX_LENGTH = 15;
@@ -99,6 +99,16 @@ Bytes mac_of(const std::string &text) {
     }
     if (bytes.size() != 6)
         throw Wrong("");
+    return bytes;
+}
+
+// Of one station: frames come from no other.
+Bytes station_of(const std::string &text) {
+    Bytes bytes = mac_of(text);
+    if (bytes[0] & 1)
+        throw Wrong("that is the address of a group");
+    if (std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; }))
+        throw Wrong("that is no station's address");
     return bytes;
 }
 
@@ -319,7 +329,7 @@ std::vector<Parts> read(const Argument &argument, const std::string &text,
     case Kind::on_off:
         return {{number_part(attribute, on_or_off(text))}};
     case Kind::mac:
-        return {{{attribute, mac_of(text)}}};
+        return {{{attribute, station_of(text)}}};
     case Kind::ipv4:
         return {{{attribute, ipv4_of(text)}}};
     case Kind::subnet:

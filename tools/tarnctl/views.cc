@@ -1,5 +1,8 @@
 #include "tarnctl/views.h"
 
+#include "tarnctl/standing.h"
+#include "tarnctl/text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <fmt/format.h>
@@ -11,61 +14,6 @@ namespace tarnctl {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-std::vector<std::string> lines_of(const std::string &text) {
-    std::vector<std::string> lines;
-    std::istringstream input(text);
-    for (std::string line; std::getline(input, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-std::vector<std::string> fields_of(const std::string &line) {
-    std::vector<std::string> fields;
-    std::istringstream input(line);
-    for (std::string field; input >> field;)
-        fields.push_back(field);
-    return fields;
-}
-
-long number_of(const std::string &text, int base = 10) {
-    return std::strtol(text.c_str(), nullptr, base);
-}
-
-// --- interfaces
-// -----------------------------------------------------------------------------------
-
-struct Interface {
-    std::string name;
-    std::uint32_t ifindex;
-    unsigned long flags;
-    long running, references;
-    unsigned long if_flags;
-    std::vector<std::string> children = {};
-};
-
-// Two lines of heading; a record has six fields; "  Children:" and its further lines belong to the
-// record before.
-std::vector<Interface> parse_ifdb(const std::string &text) {
-    std::vector<Interface> all;
-    for (const std::string &line : lines_of(text)) {
-        auto fields = fields_of(line);
-        if (fields.empty() || fields[0].starts_with("==="))
-            continue;
-        if (line[0] == ' ') {
-            if (fields[0] == "Children:")
-                fields.erase(fields.begin());
-            if (!all.empty())
-                all.back().children.insert(all.back().children.end(), fields.begin(), fields.end());
-        } else if (fields.size() == 6 && fields[0] != "Interface") {
-            all.push_back({fields[0], static_cast<std::uint32_t>(number_of(fields[1])),
-                           static_cast<unsigned long>(number_of(fields[2], 16)),
-                           number_of(fields[3]), number_of(fields[4]),
-                           static_cast<unsigned long>(number_of(fields[5], 16))});
-        }
-    }
-    return all;
-}
 
 struct FlagWord {
     unsigned long flag;

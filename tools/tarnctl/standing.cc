@@ -1,0 +1,221 @@
+#include "tarnctl/standing.h"
+
+#include "tarnctl/session.h"
+#include "tarnctl/text.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace tarnctl {
+
+namespace {
+
+constexpr std::string_view HEADING = "Interface ";
+
+std::uint32_t unsigned_of(const std::string &text) {
+    return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+}
+
+// "port 5001 veth1 link up pvid 10 learn on ... by core rx 3 tx 4": words, each with its value; "by
+// core" says that the core knows the port.
+ChipPort parse_port(const std::vector<std::string> &fields) {
+    ChipPort port{.ifindex = unsigned_of(fields[1]), .device = fields[2]};
+    for (std::size_t at = 3; at + 1 < fields.size(); at += 2) {
+        const std::string &word = fields[at], &value = fields[at + 1];
+        if (word == "link")
+            port.up = value == "up";
+        else if (word == "pvid")
+            port.pvid = unsigned_of(value);
+        else if (word == "lag")
+            port.lag = unsigned_of(value);
+        else if (word == "routed")
+            port.routed = unsigned_of(value);
+        else if (!value.empty() && value.find_first_not_of("0123456789") == std::string::npos)
+            port.counts.emplace_back(word, std::strtoull(value.c_str(), nullptr, 10));
+    }
+    return port;
+}
+
+ChipAddress parse_address(const std::vector<std::string> &fields) {
+    ChipAddress address{fields[1], unsigned_of(fields[2]), fields[3], {}};
+    for (std::size_t at = 4; at < fields.size(); at++)
+        address.ports.push_back(unsigned_of(fields[at]));
+    return address;
+}
+
+} // namespace
+
+std::uint32_t Interface::vid() const {
+    bool is_vlan = ifindex > VLAN_IFINDEX_BASE && ifindex <= VLAN_IFINDEX_BASE + VID_LAST &&
+                   name == fmt::format("vlan{}", ifindex - VLAN_IFINDEX_BASE);
+    return is_vlan ? ifindex - VLAN_IFINDEX_BASE : 0;
+}
+
+bool Interface::has_child(const std::string &child) const {
+    return std::find(children.begin(), children.end(), child) != children.end();
+}
+
+// Two lines of heading; a record has six fields; "  Children:" and its further lines belong to the
+// record before.
+std::vector<Interface> parse_ifdb(const std::string &text) {
+    std::vector<Interface> all;
+    for (const std::string &line : lines_of(text)) {
+        auto fields = fields_of(line);
+        if (fields.empty() || fields[0].starts_with("==="))
+            continue;
+        if (line[0] == ' ') {
+            if (fields[0] == "Children:")
+                fields.erase(fields.begin());
+            if (!all.empty())
+                all.back().children.insert(all.back().children.end(), fields.begin(), fields.end());
+        } else if (fields.size() == 6 && fields[0] != "Interface") {
+            all.push_back({fields[0], static_cast<std::uint32_t>(number_of(fields[1])),
+                           static_cast<unsigned long>(number_of(fields[2], 16)),
+                           number_of(fields[3]), number_of(fields[4]),
+                           static_cast<unsigned long>(number_of(fields[5], 16))});
+        }
+    }
+    return all;
+}
+
+const ChipPort *Chip::port(std::uint32_t ifindex) const {
+    auto found = std::find_if(ports.begin(), ports.end(),
+                              [=](const ChipPort &one) { return one.ifindex == ifindex; });
+    return found == ports.end() ? nullptr : &*found;
+}
+
+Chip parse_chip(const std::string &text) {
+    Chip chip;
+    for (const std::string &line : lines_of(text)) {
+        auto fields = fields_of(line);
+        if (fields.size() >= 3 && fields[0] == "port")
+            chip.ports.push_back(parse_port(fields));
+        else if (fields.size() >= 4 && fields[0] == "fdb")
+            chip.addresses.push_back(parse_address(fields));
+        else if (fields.size() >= 2 && fields[0] == "vlan")
+            for (std::size_t at = 2; at + 1 < fields.size(); at += 2)
+                chip.vlans[unsigned_of(fields[1])][unsigned_of(fields[at])] =
+                    fields[at + 1] == "tagged";
+    }
+    return chip;
+}
+
+// The heading is there even where there is no interface: what lacks it is no answer.
+void Standing::read() {
+    interfaces_.emplace();
+    try {
+        std::string text = session_.proc().read("ifdb");
+        if (text.starts_with(HEADING))
+            interfaces_ = parse_ifdb(text);
+        else
+            why_not_ = "its list of interfaces cannot be read";
+    } catch (const ProcError &error) {
+        why_not_ = error.what();
+    }
+}
+
+bool Standing::is_known() {
+    if (!interfaces_)
+        read();
+    return why_not_.empty();
+}
+
+const std::vector<Interface> &Standing::interfaces() {
+    if (!interfaces_)
+        read();
+    return *interfaces_;
+}
+
+const Interface *Standing::interface(std::uint32_t ifindex) {
+    const auto &all = interfaces();
+    auto found = std::find_if(all.begin(), all.end(),
+                              [=](const Interface &one) { return one.ifindex == ifindex; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+const Interface *Standing::interface(const std::string &name) {
+    const auto &all = interfaces();
+    auto found = std::find_if(all.begin(), all.end(),
+                              [&](const Interface &one) { return one.name == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+const Interface *Standing::lag_of(const Interface &port) {
+    const auto &all = interfaces();
+    auto found = std::find_if(all.begin(), all.end(), [&](const Interface &one) {
+        return one.is_lag() && one.has_child(port.name);
+    });
+    return found == all.end() ? nullptr : &*found;
+}
+
+std::set<std::uint32_t> Standing::vids() {
+    std::set<std::uint32_t> all;
+    for (const Interface &one : interfaces())
+        if (one.vid() != 0)
+            all.insert(one.vid());
+    return all;
+}
+
+const Chip *Standing::chip() {
+    if (!chip_) {
+        chip_.emplace();
+        try {
+            *chip_ = parse_chip(session_.chip("show ports") + session_.chip("show vlans") +
+                                session_.chip("show fdb"));
+        } catch (const ProcError &) { // there is none, or none that tells
+        }
+    }
+    return *chip_ ? &**chip_ : nullptr;
+}
+
+const std::vector<std::string> &Standing::stp_states(const std::string &port) {
+    auto [at, is_new] = stp_.try_emplace(port);
+    if (!is_new)
+        return at->second;
+    try {
+        for (const std::string &line : lines_of(session_.proc().read(port + "/bridge")))
+            if (auto fields = fields_of(line); fields.size() == 2)
+                at->second.push_back(fields[1]);
+    } catch (const ProcError &) {
+    }
+    return at->second;
+}
+
+std::string Standing::vlan_mac(std::uint32_t vid) {
+    if (const Chip *chip_told = chip())
+        for (const ChipAddress &one : chip_told->addresses)
+            if (one.kind == "own" && one.vid == vid)
+                return one.mac;
+    return "";
+}
+
+// A member of an aggregator is in the aggregator's VLANs: what the chip says of one is that of
+// both.
+std::optional<bool> Standing::is_tagged(const Interface &port, std::uint32_t vid) {
+    const Chip *told = chip();
+    if (!told || !told->vlans.contains(vid))
+        return std::nullopt;
+    const auto &members = told->vlans.at(vid);
+    for (const auto &[ifindex, tagged] : members) {
+        const ChipPort *member = told->port(ifindex);
+        if (ifindex == port.ifindex || (member && member->lag == port.ifindex))
+            return tagged;
+    }
+    return std::nullopt;
+}
+
+std::string ranges(const std::set<std::uint32_t> &numbers) {
+    std::string text;
+    for (auto from = numbers.begin(); from != numbers.end();) {
+        auto to = from;
+        while (std::next(to) != numbers.end() && *std::next(to) == *to + 1)
+            ++to;
+        text += fmt::format("{}{}", text.empty() ? "" : ",", *from);
+        if (to != from)
+            text += fmt::format("-{}", *to);
+        from = std::next(to);
+    }
+    return text;
+}
+
+} // namespace tarnctl
