@@ -2,10 +2,12 @@
 // daemon has declared. The database of them is ifmgr/tarn_ifmgr.h.
 //
 // Fields of a record have no lock: they are plain words, written from process context and read on
-// the packet paths through read_once. A reference keeps a record alive.
+// the packet paths through read_once. Which of them are changed how: docs/architecture.md. A
+// reference keeps a record alive.
 #pragma once
 
 #include "containers/tarn_avl.h"
+#include "kernel/bytes.h"
 #include "kernel/once.h"
 #include "kernel/proc.h"
 #include "kernel/refcount.h"
@@ -96,7 +98,7 @@ struct tarn_if {
     u32 if_flags;  // TARN_IF_F_*
     u32 auth_state;
     u32 disable_vlans;
-    u8 hwaddr[6];
+    alignas(u32) u8 hwaddr[6]; // read as tarn_if_address
     u16 vid;
     unsigned long last_tx_failure; // jiffies
     void (*tx_failure_cb)(tarn_if *ifp, u32 kind, i32 error);
@@ -104,7 +106,7 @@ struct tarn_if {
     tarn_avl_tree *pvlan_tree;
     u16 pvlan_primary_vid;
     tarn_ifmgr_list_node *upstream_ifs;
-    u8 port_hwaddr[6];
+    alignas(u32) u8 port_hwaddr[6];
     u32 stack_member;
     u8 ingress_filter;
     u32 pvlan_mode;
@@ -152,6 +154,31 @@ struct tarn_if {
     proc_dir_entry *proc_members;
     proc_file proc_files[TARN_IF_PROC_FILES];
     tarn_if *proc_next;
+};
+
+// An address as it is now: a command may set it while frames look at it. It is read and written in
+// two words.
+struct tarn_if_address {
+    u8 bytes[6];
+
+    explicit tarn_if_address(const u8 *of) {
+        u32 first = read_once(*reinterpret_cast<const word *>(of));
+        u16 last = read_once(*reinterpret_cast<const half *>(of + sizeof(first)));
+        memcpy(bytes, &first, sizeof(first));
+        memcpy(bytes + sizeof(first), &last, sizeof(last));
+    }
+    void store(u8 *to) const {
+        u32 first;
+        u16 last;
+        memcpy(&first, bytes, sizeof(first));
+        memcpy(&last, bytes + sizeof(first), sizeof(last));
+        write_once(*reinterpret_cast<word *>(to), first);
+        write_once(*reinterpret_cast<half *>(to + sizeof(first)), last);
+    }
+
+private:
+    using word [[gnu::may_alias]] = u32;
+    using half [[gnu::may_alias]] = u16;
 };
 
 // The one test of what is a layer 3 interface.

@@ -95,9 +95,11 @@ i32 tarn_ifmgr_set_hwaddr(u32 ifindex, u32 length, const u8 *bytes) {
         bool is_l3 = tarn_if_is_l3(ifp);
         if (is_l3)
             tarn_os_l3_if_hwaddr_set(ifp, length, bytes);
-        u8 *address = is_l3 ? ifp->hwaddr : ifp->port_hwaddr;
-        for (u32 i = 0; i < length && i < sizeof(ifp->hwaddr); i++)
-            write_once(address[i], bytes[i]);
+        u8 *place = is_l3 ? ifp->hwaddr : ifp->port_hwaddr;
+        tarn_if_address address(place);
+        memcpy(address.bytes, bytes,
+               length < sizeof(address.bytes) ? length : sizeof(address.bytes));
+        address.store(place);
         tarn_follow(ifp);
         return 0;
     });

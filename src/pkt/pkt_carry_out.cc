@@ -63,8 +63,8 @@ bool _is_vlan_ifindex(u32 ifindex) {
 // Sends a copy to the port that the frame names, or floods it. A copy that nobody took is freed.
 u32 _resend_copy(const tarn_pkt_info *info, tarn_if *port, sk_buff *copy) {
     if (!port)
-        return static_cast<u32>(_tarn_flood(info->l2_port, info->vlan_if->vid, nullptr, copy,
-                                            RESEND_FLOOD_COS, RESEND_FLOOD_QUEUE, 1, 0));
+        return static_cast<u32>(_tarn_flood(info->l2_port, read_once(info->vlan_if->vid), nullptr,
+                                            copy, RESEND_FLOOD_COS, RESEND_FLOOD_QUEUE, 1, 0));
     bool bypass = read_once(info->vlan_if->if_flags) & TARN_IF_F_VLAN_LOCAL;
     return _tarn_start_xmit(port, info->vlan_if, copy, RESEND_COS, RESEND_QUEUE, 1, bypass, false);
 }

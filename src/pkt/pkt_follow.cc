@@ -48,17 +48,15 @@ u32 _ifindex_of_aggregator(tarn_if *port) {
     return logical != port ? logical->ifindex : 0;
 }
 
-void _copy_address(u8 *to, const u8 *from) {
-    for (u32 i = 0; i < sizeof(tarn_if::hwaddr); i++)
-        to[i] = read_once(from[i]);
+void _copy_address(u8 *to, const tarn_if_address &from) {
+    memcpy(to, from.bytes, sizeof(from.bytes));
 }
 
 // A routed port that was given no address of its own has that of the port.
-const u8 *_own_address(const tarn_if *port) {
-    u8 any = 0;
-    for (const u8 &byte : port->hwaddr)
-        any |= read_once(byte);
-    return any ? port->hwaddr : port->port_hwaddr;
+tarn_if_address _own_address(const tarn_if *port) {
+    constexpr u8 none[sizeof(tarn_if::hwaddr)] = {};
+    const tarn_if_address own(port->hwaddr);
+    return memcmp(own.bytes, none, sizeof(none)) != 0 ? own : tarn_if_address(port->port_hwaddr);
 }
 
 // The record with the next higher ifindex; under the lock of the database.
@@ -167,7 +165,7 @@ i32 rxtx_follow_vlan_get(u32 vid, rxtx_follow_vlan *told) {
         return -ENODEV;
     bool is_vlan = vlan->type == TARN_IF_TYPE_VLAN;
     if (is_vlan) {
-        _copy_address(told->mac, vlan->hwaddr);
+        _copy_address(told->mac, tarn_if_address(vlan->hwaddr));
         told->no_member_check = (read_once(vlan->if_flags) & TARN_IF_F_NO_VLAN_MEMBER_CHECK) != 0;
         told->stp_instance = read_once(vlan->stp_instance);
     }

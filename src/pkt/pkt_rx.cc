@@ -47,12 +47,12 @@ void _prepare_local(tarn_pkt_info *info, sk_buff *skb, u32 vid, const tarn_rx_me
 u8 _src_mac_is_own(const tarn_pkt_info *info) {
     frame_bytes frame(info->skb);
     if (info->vlan_if)
-        return frame.equals(ETH_SRC_OFFSET, info->vlan_if->hwaddr, ETH_ALEN);
+        return frame.equals(ETH_SRC_OFFSET, tarn_if_address(info->vlan_if->hwaddr).bytes, ETH_ALEN);
 
     tarn_if *vlan1 = tarn_ifmgr_lookup_by_vid(DEFAULT_VID);
     if (!vlan1)
         return 0;
-    u8 own = frame.equals(ETH_SRC_OFFSET, vlan1->hwaddr, ETH_ALEN);
+    u8 own = frame.equals(ETH_SRC_OFFSET, tarn_if_address(vlan1->hwaddr).bytes, ETH_ALEN);
     tarn_ifmgr_if_ref_put(vlan1);
     return own;
 }

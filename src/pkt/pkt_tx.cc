@@ -147,8 +147,9 @@ void tarn_pkt_xmit_failure(tarn_if *ifp, u32 kind, i32 error) {
 
 // In spite of the name it is the source address that decides.
 i32 tarn_forward_with_dest_mac(sk_buff *skb, tarn_if *port, tarn_if *vlan_if) {
-    if (!frame_bytes(skb).equals(ETH_SRC_OFFSET, vlan_if->hwaddr, ETH_ALEN))
-        return _tarn_flood(port, vlan_if->vid, nullptr, skb, 0, 0, 1, 0);
+    const tarn_if_address address(vlan_if->hwaddr);
+    if (!frame_bytes(skb).equals(ETH_SRC_OFFSET, address.bytes, ETH_ALEN))
+        return _tarn_flood(port, read_once(vlan_if->vid), nullptr, skb, 0, 0, 1, 0);
 
     tarn_if *xmit_port = tarn_ifmgr_get_L2_xmit_port(port);
     u32 result = _tarn_start_xmit(xmit_port, vlan_if, skb, 0, 0, 1, _is_local(vlan_if), false);

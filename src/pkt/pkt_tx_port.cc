@@ -17,7 +17,7 @@ constexpr u32 VID_MASK = 0x0FFF;
 
 u32 _vid_of(const tarn_if *vlan_if, const sk_buff *skb) {
     if (vlan_if)
-        return vlan_if->vid;
+        return read_once(vlan_if->vid); // of a routed port it may change
     frame_bytes frame(skb);
     return frame.be16(ETH_TYPE_OFFSET) == ETH_P_8021Q ? frame.be16(VLAN_TCI_OFFSET) & VID_MASK : 0;
 }

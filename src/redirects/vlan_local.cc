@@ -9,7 +9,7 @@ constexpr u32 NO_PORT = 1;
 
 bool _may_go_to_kernel(const tarn_pkt_info *info) {
     return info->local_post_kernel && info->vlan_if &&
-           (info->vlan_if->if_flags & TARN_IF_F_VLAN_LOCAL);
+           (read_once(info->vlan_if->if_flags) & TARN_IF_F_VLAN_LOCAL);
 }
 
 i32 tarn_vlan_local_redirect_instruct_get(tarn_pkt_info *info, redirect_instruct *instruct) {

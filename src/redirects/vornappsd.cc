@@ -61,13 +61,10 @@ u16 _tcp_destination_port(const frame_bytes &frame) {
     return frame.be16(header + header_length + TCP_DESTINATION_OFFSET);
 }
 
-// The address that makes the IP stack take the frame, null where it has it already.
-const u8 *_address_to_write(const tarn_pkt_info *info) {
-    const tarn_if *owner = info->l2_port && info->l2_port->type == TARN_IF_TYPE_ETHERNET
-                               ? info->l2_port
-                               : info->vlan_if;
-    bool differs = owner && !frame_bytes(info->skb).equals(ETH_DST_OFFSET, owner->hwaddr, ETH_ALEN);
-    return differs ? owner->hwaddr : nullptr;
+// Whose address makes the IP stack take the frame, or null.
+const tarn_if *_owner(const tarn_pkt_info *info) {
+    return info->l2_port && info->l2_port->type == TARN_IF_TYPE_ETHERNET ? info->l2_port
+                                                                         : info->vlan_if;
 }
 
 // Without memory the frame goes up unchanged.
@@ -76,11 +73,14 @@ vornappsd_rewrite *_tarn_vornappsd_rewrite_new(const tarn_pkt_info *info, u32 ma
     if (!made)
         return nullptr;
     *made = {.new_dst = nullptr, .mark = mark};
-    const u8 *address = _address_to_write(info);
-    if (address)
+    const tarn_if *owner = _owner(info);
+    if (!owner)
+        return made;
+    const tarn_if_address address(owner->hwaddr);
+    if (!frame_bytes(info->skb).equals(ETH_DST_OFFSET, address.bytes, ETH_ALEN))
         made->new_dst = static_cast<u8 *>(__kmalloc(ETH_ALEN, gfp_here()));
     if (made->new_dst)
-        memcpy(made->new_dst, address, ETH_ALEN);
+        memcpy(made->new_dst, address.bytes, ETH_ALEN);
     return made;
 }
 

@@ -47,7 +47,8 @@ bool _is_forwarding(const tarn_pkt_info *info) {
 }
 
 u32 _flags_in_vlan(const tarn_pkt_info *info) {
-    if (frame_bytes(info->skb).equals(ETH_SRC_OFFSET, info->vlan_if->hwaddr, ETH_ALEN))
+    const tarn_if_address own(info->vlan_if->hwaddr);
+    if (frame_bytes(info->skb).equals(ETH_SRC_OFFSET, own.bytes, ETH_ALEN))
         return REDIRECT_STOP | REDIRECT_POST_USERSPACE;
     if (_is_forwarding(info) && resend_passes(&_limit, RESENT_IN_WINDOW))
         return REDIRECT_STOP | REDIRECT_RESEND_L2;

@@ -3,6 +3,7 @@
 
 #include "control.h"
 #include "ifmgr/tarn_ifmgr.h"
+#include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/once.h"
 #include "kernel/skb.h"
 #include "kernel/vmstat.h"
@@ -33,7 +34,22 @@ void deliver(u32 port) {
     meta.debug = 1;
     for (int i = 0; i < FRAMES; i++) {
         sk_buff *skb = userlevel::frame_make(frames[i % 4]);
+        meta.local = i % 8 == 3;
         EXPECT_EQ(rxtx_hw_packet_recv(skb, plain_switch::FIRST_PORT_IFINDEX + port, 1, &meta), 0u);
+    }
+}
+
+// What a daemon tells of VLAN 1, and of a port that is routed now and then.
+void set_interfaces(u32 i) {
+    const u32 vlan = TARN_IF_VLAN_BASE + 1, routed = plain_switch::FIRST_PORT_IFINDEX + 1;
+    const u8 addresses[2][6] = {{2, 0, 0, 0, 0, 1}, {6, 5, 4, 3, 2, 1}};
+    tarn_ifmgr_set_hwaddr(vlan, 6, addresses[i & 1]);
+    tarn_ifmgr_set_hwaddr(routed, 6, addresses[i & 1]);
+    tarn_ifmgr_l3_switchport_set(routed, static_cast<u16>(i % 3 == 0 ? 0 : 4000 + i % 3));
+    tarn_ifmgr_if_bind_fib(vlan, i);
+    if (tarn_if *ifp = tarn_ifmgr_lookup_by_index(vlan)) {
+        tarn_ifmgr_set_vlan_options(ifp, i & 0x20);
+        tarn_ifmgr_if_ref_put(ifp);
     }
 }
 
@@ -44,6 +60,7 @@ void change(const std::atomic<bool> &stop) {
         write_once(tarn_pkt_debug, i % 64 == 0);
         write_once(slave_only_debug_override, i & 1);
         write_once(tarn_pkt_low_mem_normal_return, i & 1);
+        set_interfaces(i);
         userlevel::view view;
         print_redirect_counters(REDIRECT_COUNTERS_RX, view.file());
         if (i % 16 == 0)

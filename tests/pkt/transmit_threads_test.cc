@@ -38,7 +38,10 @@ void send(tarn_if *port, tarn_if *vlan) {
         sk_buff *skb = userlevel::frame_make(frame);
         switch (i % 5) {
         case 0:
-            give_back(tarn_start_xmit(port, vlan, skb, 0, 0, 1, false), skb);
+            if (i & 1) // of a routed port, whose VLAN may be another by now
+                give_back(tarn_start_xmit(nullptr, port, skb, 0, 0, 1, false), skb);
+            else
+                give_back(tarn_start_xmit(port, vlan, skb, 0, 0, 1, false), skb);
             break;
         case 1:
             give_back(tarn_flood_except_port(port, 1, nullptr, skb, 0, 0, 1), skb);
@@ -59,7 +62,10 @@ void send(tarn_if *port, tarn_if *vlan) {
 }
 
 void change(tarn_if *port, const std::atomic<bool> &stop) {
+    const u8 addresses[2][6] = {{2, 0, 0, 0, 0, 1}, {6, 5, 4, 3, 2, 1}};
     for (u32 i = 1; !stop; i++) {
+        tarn_ifmgr_set_hwaddr(TARN_IF_VLAN_BASE + 1, 6, addresses[i & 1]);
+        tarn_ifmgr_l3_switchport_set(5001, static_cast<u16>(i % 3));
         tarn_tx_discard_all_set(i % 16 == 0);
         write_once(tarn_pkt_debug, i % 64 == 0);
         tarn_pkt_unknown_multicast_flood_set(i & 1);
