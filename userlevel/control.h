@@ -66,14 +66,15 @@ inline constexpr std::size_t PERCPU_PLACES = 64;
 struct object {
     const char *kind; // "kmalloc", "sk_buff", "skb data", "percpu", or the name of a cache
     std::size_t bytes;
-    u64 serial; // counts allocations
+    u64 serial; // counts allocations; what belongs to frames has the number of what was made before
+                // it
     gfp_t flags;
     u32 preempt; // count at the allocation
     const void *address;
     const void *site; // return address of the caller
 };
 
-// What is alive, oldest first.
+// What is alive, oldest first; what belongs to frames somewhere behind what was made before it.
 std::vector<object> live();
 // One line for each, its site as addr2line wants it (file and offset) and by name where the linker
 // knows it; "" for none.

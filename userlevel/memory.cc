@@ -1,9 +1,11 @@
 #include "memory.h"
 
 #include "control.h"
+#include "free_blocks.h"
 #include "kernel/bug.h"
 #include "kernel/log.h"
 #include "kernel/memory.h"
+#include "kernel/percpu.h"
 
 #include <algorithm>
 #include <array>
@@ -54,9 +56,13 @@ struct alignas(64) list {
 };
 constexpr std::size_t LISTS = 16;
 constinit std::array<list, LISTS> lists{};
+constinit std::array<list, LISTS> pooled{}; // what is pooled stays on its list while it is kept
 std::atomic<std::size_t> threads = 0;
 
-std::atomic<u64> made = 0;
+// Numbers allocations and snapshots in their order; what is pooled has the number of what was
+// before it, so that threads with frames need not agree.
+std::atomic<u64> order = 0;
+std::atomic<u64> made = 0; // but for what is pooled
 std::atomic<u64> slept_in_atomic = 0;
 
 std::atomic<bool> may_fail = false;
@@ -65,8 +71,8 @@ u64 fail_in = 0;
 u32 fail_chance = 0;
 std::mt19937_64 fail_generator;
 
-list *list_of_thread() {
-    thread_local list *const own = &lists[threads.fetch_add(1) % LISTS];
+std::size_t place_of_thread() {
+    thread_local const std::size_t own = threads.fetch_add(1) % LISTS;
     return own;
 }
 
@@ -185,9 +191,10 @@ std::string line_about(const object &one) {
 // True when it is alive now; false when the test wants it to fail, or when memory was out. Numbers
 // are given under the lock, so that each list is in their order.
 bool count_and_link(header *one, const object &about) {
-    list *on = list_of_thread();
+    list *on = &lists[place_of_thread()];
     std::lock_guard guard(on->mutex);
-    u64 serial = made.fetch_add(1, std::memory_order_relaxed) + 1;
+    made.fetch_add(1, std::memory_order_relaxed);
+    u64 serial = order.fetch_add(1, std::memory_order_relaxed) + 1;
     if (shall_fail() || !one)
         return false;
     one->about = about;
@@ -205,6 +212,64 @@ void complain_of_sleep(const char *kind, std::size_t bytes) {
             preempt_count());
 }
 
+// --- what comes and goes with frames -------------------------------------------------------------
+
+u64 *pooled_made() {
+    static u64 *const number = percpu_numbers(1);
+    return number;
+}
+
+constinit thread_local free_blocks kept{};
+constinit thread_local bool keeps = false, is_over = false;
+
+void discard(header *one) {
+    take_off(one);
+    std::free(one);
+}
+
+// Frees what a thread has kept when it ends.
+struct keeper {
+    keeper() { keeps = true; }
+    ~keeper() {
+        is_over = true;
+        for (std::size_t size = 0; size < free_blocks::SIZES; size++)
+            while (void *memory = kept.take(size))
+                discard(header_of(memory));
+    }
+};
+
+bool is_pooled(const header *one) {
+    return one->on >= pooled.data() && one->on < pooled.data() + LISTS;
+}
+
+header *new_pooled(std::size_t size) {
+    auto *one = static_cast<header *>(std::malloc(free_blocks::bytes_of(size)));
+    if (!one)
+        return nullptr;
+    one->on = &pooled[place_of_thread()];
+    one->holders = 0;
+    std::lock_guard guard(one->on->mutex);
+    link(one);
+    return one;
+}
+
+// Null when nothing is to be freed any more.
+header *kept_if_pooled(header *one) {
+    if (!TARN_POOLED || !one || !is_pooled(one) || is_over)
+        return one;
+    if (!keeps)
+        thread_local keeper at_the_end;
+    return kept.keep(free_blocks::size_of(sizeof(header) + one->about.bytes), one + 1) ? nullptr
+                                                                                       : one;
+}
+
+void find_pooled_since(list *of, u64 serial, std::vector<object> *found) {
+    std::lock_guard guard(of->mutex);
+    for (header *one = of->alive.next; one != &of->alive; one = one->next)
+        if (add_holders(one, 0) > 0 && one->about.serial >= serial)
+            found->push_back(one->about);
+}
+
 // The young ones of a list.
 void find_since(list *of, u64 serial, std::vector<object> *found) {
     std::lock_guard guard(of->mutex);
@@ -212,7 +277,7 @@ void find_since(list *of, u64 serial, std::vector<object> *found) {
     for (header *one = of->alive.previous; one != &of->alive;) {
         open(one);
         header *previous = one->previous;
-        bool old = one->about.serial <= serial;
+        bool old = one->about.serial < serial;
         if (!old)
             found->push_back(one->about);
         close(one);
@@ -247,6 +312,32 @@ void *allocate(const char *kind, std::size_t bytes, gfp_t flags, const void *sit
     return memory;
 }
 
+void *allocate_pooled(const char *kind, std::size_t bytes, gfp_t flags, const void *site) {
+    const std::size_t size = free_blocks::size_of(sizeof(header) + bytes);
+    if (!TARN_POOLED || size == free_blocks::SIZES)
+        return allocate(kind, bytes, flags, site);
+    if ((flags & __GFP_DIRECT_RECLAIM) && preempt_count() != 0)
+        complain_of_sleep(kind, bytes);
+    percpu_add(pooled_made(), u64{1});
+    if (shall_fail())
+        return nullptr;
+    void *memory = kept.take(size);
+    header *one = memory ? header_of(memory) : new_pooled(size);
+    if (!one)
+        return nullptr;
+    one->about = {.kind = kind,
+                  .bytes = bytes,
+                  .serial = order.load(std::memory_order_relaxed),
+                  .flags = flags,
+                  .preempt = preempt_count(),
+                  .address = one + 1,
+                  .site = site};
+    __atomic_store_n(&one->holders, 1, __ATOMIC_RELEASE);
+    if (flags & __GFP_ZERO)
+        std::memset(one + 1, 0, bytes);
+    return one + 1;
+}
+
 void hold(const void *memory) {
     add_holders(header_of(memory), 1);
 }
@@ -256,8 +347,8 @@ void release(const void *memory) {
 }
 
 void release(const void *first, const void *second) {
-    header *one = let_go(first);
-    header *other = let_go(second);
+    header *one = kept_if_pooled(let_go(first));
+    header *other = kept_if_pooled(let_go(second));
     if (one && other && list_that_has(one) == list_that_has(other)) {
         std::lock_guard guard(list_that_has(one)->mutex);
         unlink(one);
@@ -306,7 +397,7 @@ void fail_allocations_at_random(u32 chance, u64 seed) {
 }
 
 u64 allocations_made() {
-    return made;
+    return made + percpu_total(pooled_made());
 }
 
 u64 sleeping_allocations_in_atomic() {
@@ -317,8 +408,10 @@ std::vector<object> leaked_since(const snapshot &before) {
     std::vector<object> found;
     for (list &one : lists)
         find_since(&one, before.serial, &found);
-    std::sort(found.begin(), found.end(),
-              [](const object &a, const object &b) { return a.serial < b.serial; });
+    for (list &one : pooled)
+        find_pooled_since(&one, before.serial, &found);
+    std::stable_sort(found.begin(), found.end(),
+                     [](const object &a, const object &b) { return a.serial < b.serial; });
     return found;
 }
 
@@ -327,7 +420,7 @@ std::vector<object> live() {
 }
 
 snapshot take_snapshot() {
-    return {allocations_made()};
+    return {order.fetch_add(1, std::memory_order_relaxed) + 1};
 }
 
 std::string describe(const std::vector<object> &objects) {

@@ -77,6 +77,27 @@ u8 *take_record(std::size_t bytes) {
     return strip + strip_used - bytes;
 }
 
+u8 *take_zeroed(std::size_t bytes) {
+    u8 *made = take_record(bytes);
+    for (std::size_t place = 0; made && place <= places_taken; place++)
+        std::memset(made + place * STRIP, 0, bytes);
+    return made;
+}
+
+std::size_t in_lines(std::size_t bytes) {
+    return (bytes + PERCPU_LINE - 1) / PERCPU_LINE * PERCPU_LINE;
+}
+
+// A place that is taken meanwhile is not summed up, or has 0.
+template <typename Word>
+Word sum_of(const Word *word) {
+    const auto *at = reinterpret_cast<const u8 *>(word);
+    Word sum = 0;
+    for (std::size_t place = 0; place <= places_taken; place++)
+        sum += read_once(*reinterpret_cast<const Word *>(at + place * STRIP));
+    return sum;
+}
+
 // False: there is no place.
 bool enter() {
     if (own_place.is_over || places_left == 0)
@@ -104,34 +125,39 @@ u64 percpu_add_slowly(u64 *word, u64 more) {
     return enter() ? percpu_add(word, more) : count_in(*word, more);
 }
 
+u64 *percpu_numbers(std::size_t count) {
+    std::lock_guard guard(mutex);
+    u8 *made = take_zeroed(in_lines(count * sizeof(u64)));
+    if (!made)
+        BUG(); // a process that has just begun has some memory
+    return reinterpret_cast<u64 *>(made);
+}
+
+u64 percpu_total(const u64 *number) {
+    return sum_of(number);
+}
+
 } // namespace userlevel
 
 using namespace userlevel;
 
-// A place that is taken meanwhile is not summed up, or has 0.
 u32 percpu_sum(const u32 *word) {
-    const auto *at = reinterpret_cast<const u8 *>(word);
-    u32 sum = 0;
-    for (std::size_t place = 0; place <= places_taken; place++)
-        sum += read_once(*reinterpret_cast<const u32 *>(at + place * STRIP));
-    return sum;
+    return sum_of(word);
 }
 
 void *__alloc_percpu_gfp(std::size_t bytes, std::size_t, gfp_t flags) {
-    bytes = (bytes + PERCPU_LINE - 1) / PERCPU_LINE * PERCPU_LINE;
+    bytes = in_lines(bytes);
     if (bytes > STRIP)
         BUG(); // a kernel has no more for one record
     void *account = allocate("percpu", bytes, flags, __builtin_return_address(0));
     if (!account)
         return nullptr;
     std::lock_guard guard(mutex);
-    u8 *made = take_record(bytes);
+    u8 *made = take_zeroed(bytes);
     if (!made) {
         release(account);
         return nullptr;
     }
-    for (std::size_t place = 0; place <= places_taken; place++)
-        std::memset(made + place * STRIP, 0, bytes);
     records[made] = {bytes, account};
     return made;
 }

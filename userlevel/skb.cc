@@ -8,11 +8,11 @@
 #include "kernel/bug.h"
 #include "kernel/errno.h"
 #include "kernel/memory.h"
+#include "kernel/percpu.h"
 #include "memory.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -30,8 +30,12 @@ constexpr u64 aligned(u64 size) {
 constexpr u32 SK_BUFF = aligned(232);     // sizeof(struct sk_buff)
 constexpr u32 SHARED_INFO = aligned(320); // sizeof(struct skb_shared_info), behind the data
 
-std::atomic<u64> dropped = 0, consumed = 0, irq = 0;
-std::atomic<u64> blocks = 0;
+// What each thread has made and ended.
+enum number { BLOCKS, DROPPED, CONSUMED, IRQ, NUMBERS };
+u64 *numbers() {
+    static u64 *const all = percpu_numbers(NUMBERS);
+    return all;
+}
 
 // The sizes in which kmalloc hands out memory. In 64 bits: whatever length a caller asks for, it
 // comes out as a size that is too large and not as one that has wrapped.
@@ -49,13 +53,13 @@ u64 rounded_up(u64 size) {
 
 // The bytes of a block are an allocation of their own: the frame's end is the block's end.
 u8 *new_block(u64 usable, gfp_t flags, const void *site) {
-    blocks.fetch_add(1, std::memory_order_relaxed);
-    return static_cast<u8 *>(allocate("skb data", usable, flags, site));
+    percpu_add(&numbers()[BLOCKS], u64{1});
+    return static_cast<u8 *>(allocate_pooled("skb data", usable, flags, site));
 }
 
 // A buffer whose block is `total` bytes, shared info included.
 sk_buff *make(u64 total, gfp_t flags, const void *site) {
-    void *memory = allocate("sk_buff", sizeof(sk_buff), flags | __GFP_ZERO, site);
+    void *memory = allocate_pooled("sk_buff", sizeof(sk_buff), flags | __GFP_ZERO, site);
     if (!memory)
         return nullptr;
     auto *skb = static_cast<sk_buff *>(memory);
@@ -110,10 +114,10 @@ void destroy(sk_buff *skb) {
     release(skb->head, skb);
 }
 
-void end(sk_buff *skb, std::atomic<u64> &counter) {
+void end(sk_buff *skb, number how) {
     if (!skb || !let_go(skb))
         return;
-    counter.fetch_add(1, std::memory_order_relaxed);
+    percpu_add(&numbers()[how], u64{1});
     destroy(skb);
 }
 
@@ -139,10 +143,10 @@ void skb_watch(sk_buff *skb) {
 }
 
 void skb_drop(sk_buff *skb) {
-    end(skb, dropped);
+    end(skb, DROPPED);
 }
 void skb_consume(sk_buff *skb) {
-    end(skb, consumed);
+    end(skb, CONSUMED);
 }
 
 sk_buff *skb_make(u64 size, gfp_t flags, const void *site) {
@@ -150,11 +154,12 @@ sk_buff *skb_make(u64 size, gfp_t flags, const void *site) {
 }
 
 u64 frame_blocks_made() {
-    return blocks.load(std::memory_order_relaxed);
+    return percpu_total(&numbers()[BLOCKS]);
 }
 
 skb_ends skbs_ended() {
-    return {dropped, consumed, irq};
+    const u64 *all = numbers();
+    return {percpu_total(&all[DROPPED]), percpu_total(&all[CONSUMED]), percpu_total(&all[IRQ])};
 }
 
 sk_buff *frame_make(std::span<const u8> bytes, u32 headroom, u32 tailroom) {
@@ -257,7 +262,7 @@ sk_buff *skb_copy(const sk_buff *skb, gfp_t flags) {
 }
 
 sk_buff *skb_clone(sk_buff *skb, gfp_t flags) {
-    void *memory = allocate("sk_buff", sizeof(sk_buff), flags, __builtin_return_address(0));
+    void *memory = allocate_pooled("sk_buff", sizeof(sk_buff), flags, __builtin_return_address(0));
     if (!memory)
         return nullptr;
     auto *clone = static_cast<sk_buff *>(memory);
@@ -316,7 +321,7 @@ int pskb_expand_head(sk_buff *skb, int before, int after, gfp_t flags) {
 }
 
 void __dev_kfree_skb_irq(sk_buff *skb, int) {
-    userlevel::end(skb, userlevel::irq);
+    userlevel::end(skb, userlevel::IRQ);
 }
 
 void consume_skb(sk_buff *skb) {
