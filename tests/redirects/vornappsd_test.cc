@@ -221,6 +221,17 @@ TEST_F(Vornappsd, addresses_come_and_go) {
     EXPECT_EQ(tarn_vornappsd_remove_ip_address(nullptr), 0);
 }
 
+TEST_F(Vornappsd, an_address_that_goes_leaves_nothing) {
+    const u32 other = HOST + 1;
+    auto come_and_go = [&] {
+        tarn_vornappsd_add_ip_address(&other);
+        tarn_vornappsd_remove_ip_address(&other);
+    };
+    configure(come_and_go); // a node waits for the next
+    come_and_go();
+    expect_nothing_leaked();
+}
+
 TEST_F(Vornappsd, an_add_without_memory_leaves_nothing) {
     tarn_vornappsd_remove_ip_address(&HOST);
     const u32 one = 1, two = 2;
