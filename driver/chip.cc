@@ -46,6 +46,7 @@ void chip_reset_port(u32 slot) {
     u64 bit = chip_bit(slot);
     port.pvid = port.aggregator = port.routed_vid = 0;
     port.own = 0;
+    port.label[0] = '\0';
     chip.known &= ~bit;
     chip.open &= ~bit;
     chip.routed &= ~bit;

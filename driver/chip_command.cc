@@ -1,27 +1,24 @@
-// The words of the chip. Each is a row: its name, what follows it, and the function that does it.
+// What the words of the chip do.
 #include "chip.h"
 #include "chip_fdb.h"
 #include "chip_follow.h"
 #include "chip_reach.h"
+#include "chip_rows.h"
 #include "chip_show.h"
 #include "chip_state.h"
 #include "chip_text.h"
 #include "chip_trap.h"
+#include "chip_words.h"
 #include "kernel/bytes.h"
 #include "kernel/errno.h"
 #include "port.h"
+#include "tarn/rxtx_follow.h"
+
+#include <iterator>
 
 namespace {
 
 constexpr u32 AGE_LIMIT = 1000000; // seconds; times 100 it still fits a jiffies word
-
-struct chip_word {
-    const char *name;
-    const char *usage;
-    u32 words; // with the name, at least and at most
-    u32 words_at_most;
-    int (*run)(const chip_words &words, chip_text &reply);
-};
 
 // --- arguments: each says what was wrong, and what to do -----------------------------------------
 
@@ -31,22 +28,25 @@ int _wrong(chip_text &reply, const char *what, const char *word, const char *adv
     return -EINVAL;
 }
 
-int _port(const char *word, chip_text &reply, u32 &slot) {
+// By its number, or by what the core calls it. 0: neither.
+u32 _ifindex(const char *word) {
     u32 ifindex;
-    if (!word_number(word, 10, ~0u, ifindex) || ifindex == 0)
-        return _wrong(reply, "bad IFINDEX", word, "give a number from 1 to 4294967295");
-    slot = chip_slot_of(ifindex);
+    return word_number(word, 10, ~0u - 1, ifindex) ? ifindex : rxtx_follow_ifindex_get(word);
+}
+
+int _port(const char *word, chip_text &reply, u32 &slot) {
+    u32 ifindex = _ifindex(word);
+    slot = ifindex != 0 ? chip_slot_of(ifindex) : CHIP_PORTS;
     if (slot < CHIP_PORTS)
         return 0;
-    _wrong(reply, "no port", word, "add it with 'port IFINDEX DEVICE'; 'show ports' lists them");
+    _wrong(reply, "no port", word, "open it with 'port PORT DEVICE'; 'show ports' lists them");
     return -ENODEV;
 }
 
-int _vid(const char *word, chip_text &reply, u32 lowest, u32 &vid) {
-    if (word_number(word, 10, CHIP_VID_LAST, vid) && vid >= lowest)
+int _vids(const char *word, chip_text &reply, word_set &vids) {
+    if (word_ranges(word, 1, CHIP_VID_LAST, vids))
         return 0;
-    return _wrong(reply, "bad VID", word,
-                  lowest == 0 ? "give a number from 0 to 4094" : "give a number from 1 to 4094");
+    return _wrong(reply, "bad VIDS", word, "give numbers from 1 to 4094, such as 10,20-30");
 }
 
 int _choice(const char *word, chip_text &reply, const char *yes, const char *no, bool &choice) {
@@ -58,18 +58,19 @@ int _choice(const char *word, chip_text &reply, const char *yes, const char *no,
     return -EINVAL;
 }
 
-int _address(const chip_words &words, chip_text &reply, bool group, u64 &key) {
+// What is said of an address, in each of its VLANs.
+struct chip_address {
     u8 mac[6];
-    u32 vid;
-    if (!word_mac(words.word[1], mac))
+    word_set vids;
+};
+
+int _address(const chip_words &words, chip_text &reply, bool group, chip_address &address) {
+    if (!word_mac(words.word[1], address.mac))
         return _wrong(reply, "bad MAC", words.word[1], "write it as 02:00:00:00:00:01");
-    if ((mac[0] & 1) != group)
+    if ((address.mac[0] & 1) != group)
         return _wrong(reply, "bad MAC", words.word[1],
                       group ? "a group has an odd first byte" : "this is the address of a group");
-    if (int result = _vid(words.word[2], reply, 1, vid))
-        return result;
-    key = fdb_key(mac, vid);
-    return 0;
+    return _vids(words.word[2], reply, address.vids);
 }
 
 // --- helpers ------------------------------------------------------------------------------------
@@ -90,6 +91,25 @@ int _told(int result, chip_text &reply, const chip_words &words) {
     if (result == -ENOENT)
         _wrong(reply, "not told", words.word[1], "'show fdb' lists what there is");
     return result;
+}
+
+// Ends at the first that fails.
+template <typename Tell>
+int _in_each_vlan(const chip_address &address, chip_text &reply, const chip_words &words,
+                  Tell tell) {
+    int result = 0;
+    for (u32 vid = 1; vid <= CHIP_VID_LAST && result == 0; vid++)
+        if (address.vids.holds(vid))
+            result = tell(fdb_key(address.mac, vid));
+    return _told(result, reply, words);
+}
+
+template <typename Test>
+bool _is_so_in_all(const word_set &vids, Test is_so) {
+    for (u32 vid = 1; vid <= CHIP_VID_LAST; vid++)
+        if (vids.holds(vid) && !is_so(vid))
+            return false;
+    return true;
 }
 
 // What the core says of a port that it knows stands: a word that says the same is heard, one that
@@ -123,12 +143,15 @@ u64 _group_ports(u64 key) {
 
 int _check_new_port(const chip_words &words, chip_text &reply, u32 &ifindex) {
     const char *device = words.word[2];
-    if (!word_number(words.word[1], 10, ~0u - 1, ifindex) || ifindex == 0)
-        return _wrong(reply, "bad IFINDEX", words.word[1], "give a number from 1 to 4294967294");
+    ifindex = _ifindex(words.word[1]);
+    if (ifindex == 0) {
+        _wrong(reply, "no port", words.word[1], "tell the switch of it first, or give its ifindex");
+        return -ENODEV;
+    }
     if (device[CHIP_NAME - 1] != '\0')
         return _wrong(reply, "bad DEVICE", device, "a device name has at most 15 characters");
     if (chip_slot_of(ifindex) < CHIP_PORTS) {
-        _wrong(reply, "port in use", words.word[1], "take it away first with 'noport IFINDEX'");
+        _wrong(reply, "port in use", words.word[1], "take it away first with 'noport PORT'");
         return -EEXIST;
     }
     for (u64 left = chip.present; left; left &= left - 1)
@@ -215,46 +238,60 @@ int _trusted(const chip_words &words, chip_text &reply) {
 
 // --- VLANs --------------------------------------------------------------------------------------
 
-int _vlan(const chip_words &words, chip_text &reply) {
-    u32 slot, vid;
-    bool tagged;
+void _join(u32 slot, u32 vid, bool tagged) {
+    chip.untagged[vid] = _with(chip.untagged[vid], slot, !tagged);
+    chip.members[vid] |= chip_bit(slot);
+}
+
+void _leave(u32 slot, u32 vid) {
+    chip.members[vid] = _with(chip.members[vid], slot, false);
+    chip.untagged[vid] = _with(chip.untagged[vid], slot, false);
+    fdb_drop_member(slot, vid);
+}
+
+// Runs the change in each of the VLANs, or says whether they are so already.
+template <typename Test, typename Change>
+int _say_of_vlans(const chip_words &words, chip_text &reply, Test is_so, Change change) {
+    u32 slot;
+    word_set vids;
     if (int result = _port(words.word[1], reply, slot))
         return result;
-    if (int result = _vid(words.word[2], reply, 1, vid))
+    if (int result = _vids(words.word[2], reply, vids))
         return result;
-    if (int result = _choice(words.word[3], reply, "tagged", "untagged", tagged))
-        return result;
-    u64 bit = chip_bit(slot);
     return _say(
-        slot, reply,
-        [=] { return (chip.members[vid] & bit) && !(chip.untagged[vid] & bit) == tagged; },
-        [=] {
-            chip.untagged[vid] = _with(chip.untagged[vid], slot, !tagged);
-            chip.members[vid] |= bit;
+        slot, reply, [&] { return _is_so_in_all(vids, [&](u32 vid) { return is_so(slot, vid); }); },
+        [&] {
+            for (u32 vid = 1; vid <= CHIP_VID_LAST; vid++)
+                if (vids.holds(vid))
+                    change(slot, vid);
         });
 }
 
+int _vlan(const chip_words &words, chip_text &reply) {
+    bool tagged;
+    if (int result = _choice(words.word[3], reply, "tagged", "untagged", tagged))
+        return result;
+    return _say_of_vlans(
+        words, reply,
+        [=](u32 slot, u32 vid) {
+            u64 bit = chip_bit(slot);
+            return (chip.members[vid] & bit) && !(chip.untagged[vid] & bit) == tagged;
+        },
+        [=](u32 slot, u32 vid) { _join(slot, vid, tagged); });
+}
+
 int _novlan(const chip_words &words, chip_text &reply) {
-    u32 slot, vid;
-    if (int result = _port(words.word[1], reply, slot))
-        return result;
-    if (int result = _vid(words.word[2], reply, 1, vid))
-        return result;
-    return _say(
-        slot, reply, [=] { return !(chip.members[vid] & chip_bit(slot)); },
-        [=] {
-            chip.members[vid] = _with(chip.members[vid], slot, false);
-            chip.untagged[vid] = _with(chip.untagged[vid], slot, false);
-            fdb_drop_member(slot, vid);
-        });
+    return _say_of_vlans(
+        words, reply, [](u32 slot, u32 vid) { return !(chip.members[vid] & chip_bit(slot)); },
+        _leave);
 }
 
 int _pvid(const chip_words &words, chip_text &reply) {
     u32 slot, vid;
     if (int result = _port(words.word[1], reply, slot))
         return result;
-    if (int result = _vid(words.word[2], reply, 0, vid))
-        return result;
+    if (!word_number(words.word[2], 10, CHIP_VID_LAST, vid))
+        return _wrong(reply, "bad VID", words.word[2], "give a number from 0 to 4094");
     u32 &pvid = chip.ports[slot].pvid;
     return _say(
         slot, reply, [&] { return pvid == vid; }, [&] { pvid = vid; });
@@ -262,62 +299,77 @@ int _pvid(const chip_words &words, chip_text &reply) {
 
 // --- addresses ----------------------------------------------------------------------------------
 
-int _mac(const chip_words &words, chip_text &reply) {
-    u64 key;
-    if (int result = _address(words, reply, false, key))
+int _tell_address(const chip_words &words, chip_text &reply, fdb_kind kind) {
+    chip_address address;
+    if (int result = _address(words, reply, false, address))
         return result;
-    return _told(fdb_tell(key, FDB_OWN, 0), reply, words);
+    u64 ports = 0;
+    if (kind == FDB_STATIC) {
+        u32 slot;
+        if (int result = _port(words.word[3], reply, slot))
+            return result;
+        ports = chip_bit(slot);
+    }
+    return _in_each_vlan(address, reply, words,
+                         [=](u64 key) { return fdb_tell(key, kind, ports); });
+}
+
+int _forget_address(const chip_words &words, chip_text &reply, fdb_kind kind) {
+    chip_address address;
+    if (int result = _address(words, reply, false, address))
+        return result;
+    return _in_each_vlan(address, reply, words, [=](u64 key) { return fdb_forget(key, kind); });
+}
+
+int _mac(const chip_words &words, chip_text &reply) {
+    return _tell_address(words, reply, FDB_OWN);
 }
 
 int _nomac(const chip_words &words, chip_text &reply) {
-    u64 key;
-    if (int result = _address(words, reply, false, key))
-        return result;
-    return _told(fdb_forget(key, FDB_OWN), reply, words);
+    return _forget_address(words, reply, FDB_OWN);
 }
 
 int _static(const chip_words &words, chip_text &reply) {
-    u64 key;
-    u32 slot;
-    if (int result = _address(words, reply, false, key))
-        return result;
-    if (int result = _port(words.word[3], reply, slot))
-        return result;
-    return _told(fdb_tell(key, FDB_STATIC, chip_bit(slot)), reply, words);
+    return _tell_address(words, reply, FDB_STATIC);
 }
 
 int _nostatic(const chip_words &words, chip_text &reply) {
-    u64 key;
-    if (int result = _address(words, reply, false, key))
-        return result;
-    return _told(fdb_forget(key, FDB_STATIC), reply, words);
+    return _forget_address(words, reply, FDB_STATIC);
 }
 
 int _group(const chip_words &words, chip_text &reply) {
-    u64 key;
+    chip_address address;
     u32 slot;
-    if (int result = _address(words, reply, true, key))
+    if (int result = _address(words, reply, true, address))
         return result;
     if (int result = _port(words.word[3], reply, slot))
         return result;
-    return _told(fdb_tell(key, FDB_GROUP, _group_ports(key) | chip_bit(slot)), reply, words);
+    return _in_each_vlan(address, reply, words, [=](u64 key) {
+        return fdb_tell(key, FDB_GROUP, _group_ports(key) | chip_bit(slot));
+    });
+}
+
+int _leave_group(u64 key, u64 leaving) {
+    u64 ports = _group_ports(key);
+    if (!(ports & leaving))
+        return -ENOENT;
+    ports &= ~leaving;
+    return ports != 0 ? fdb_tell(key, FDB_GROUP, ports) : fdb_forget(key, FDB_GROUP);
 }
 
 int _nogroup(const chip_words &words, chip_text &reply) {
-    u64 key, ports = 0;
-    u32 slot;
-    if (int result = _address(words, reply, true, key))
+    chip_address address;
+    u64 leaving = ~u64{0};
+    if (int result = _address(words, reply, true, address))
         return result;
     if (words.count == 4) {
+        u32 slot;
         if (int result = _port(words.word[3], reply, slot))
             return result;
-        ports = _group_ports(key);
-        if (!(ports & chip_bit(slot)))
-            return _told(-ENOENT, reply, words);
-        ports &= ~chip_bit(slot);
+        leaving = chip_bit(slot);
     }
-    return _told(ports != 0 ? fdb_tell(key, FDB_GROUP, ports) : fdb_forget(key, FDB_GROUP), reply,
-                 words);
+    return _in_each_vlan(address, reply, words,
+                         [=](u64 key) { return _leave_group(key, leaving); });
 }
 
 int _fdb(const chip_words &words, chip_text &reply) {
@@ -401,7 +453,7 @@ int _trap(const chip_words &words, chip_text &reply) {
 
 struct chip_view {
     const char *name;
-    void (*show)(chip_text &text);
+    void (*show)(chip_text &text, const char *name);
 };
 
 constexpr chip_view _views[] = {
@@ -409,66 +461,83 @@ constexpr chip_view _views[] = {
     {"traps", show_traps},       {"fdb", show_addresses},
 };
 
-int _show(const chip_words &words, chip_text &reply) {
-    bool shown = false;
+void _show_all(chip_text &reply) {
+    object_begin(reply);
+    for (const chip_view &view : _views)
+        view.show(reply, view.name);
+    object_end(reply);
+}
+
+int _show_one(const char *name, chip_text &reply) {
     for (const chip_view &view : _views) {
-        if (words.count == 2 && !word_is(words.word[1], view.name))
+        if (!word_is(name, view.name))
             continue;
-        view.show(reply);
-        shown = true;
-    }
-    if (shown)
+        view.show(reply, nullptr);
         return 0;
-    return _wrong(reply, "nothing called", words.word[1],
+    }
+    return _wrong(reply, "nothing called", name,
                   "say settings, ports, vlans, traps, fdb, or 'show' alone for all");
 }
 
-int _help(const chip_words &words, chip_text &reply);
-
-constexpr chip_word _words[] = {
-    {"port", "port IFINDEX DEVICE", 3, 3, _add_port},
-    {"noport", "noport IFINDEX", 2, 2, _remove_port},
-    {"link", "link IFINDEX up|down", 3, 3, _link},
-    {"learn", "learn IFINDEX on|off", 3, 3, _learn},
-    {"trusted", "trusted IFINDEX on|off", 3, 3, _trusted},
-    {"vlan", "vlan IFINDEX VID tagged|untagged", 4, 4, _vlan},
-    {"novlan", "novlan IFINDEX VID", 3, 3, _novlan},
-    {"pvid", "pvid IFINDEX VID", 3, 3, _pvid},
-    {"mac", "mac MAC VID", 3, 3, _mac},
-    {"nomac", "nomac MAC VID", 3, 3, _nomac},
-    {"static", "static MAC VID IFINDEX", 4, 4, _static},
-    {"nostatic", "nostatic MAC VID", 3, 3, _nostatic},
-    {"group", "group MAC VID IFINDEX", 4, 4, _group},
-    {"nogroup", "nogroup MAC VID [IFINDEX]", 3, 4, _nogroup},
-    {"fdb", "fdb flush", 2, 2, _fdb},
-    {"age", "age SECONDS", 2, 2, _age},
-    {"flood", "flood hardware|software", 2, 2, _flood},
-    {"trap", "trap NAME on|off|only|copy", 3, 3, _trap},
-    {"filter", "filter TYPE...", 2, 1 + CHIP_FILTER_TYPES, _filter},
-    {"sflow", "sflow RATE", 2, 2, _sflow},
-    {"show", "show [settings|ports|vlans|traps|fdb]", 1, 2, _show},
-    {"help", "help", 1, 1, _help},
-};
-
-int _help(const chip_words &, chip_text &reply) {
-    for (const chip_word &word : _words) {
-        text_put(reply, "%s", word.usage);
-        text_end_line(reply);
-    }
+int _show(const chip_words &words, chip_text &reply) {
+    if (words.count == 2)
+        return _show_one(words.word[1], reply);
+    _show_all(reply);
     return 0;
 }
+
+int _help(const chip_words &, chip_text &reply) {
+    rows_begin(reply, nullptr);
+    for (const chip_word &word : CHIP_WORDS) {
+        row_begin(reply, word.name);
+        if (reply.json)
+            row_word(reply, "word", word.name);
+        if (reply.json || word.arguments[0] != '\0')
+            row_word(reply, "arguments", word.arguments, BARE);
+        if (!reply.json)
+            text_put(reply, ":");
+        row_word(reply, "help", word.help, BARE);
+        row_end(reply);
+    }
+    rows_end(reply);
+    return 0;
+}
+
+// In the order of CHIP_WORDS.
+using chip_run = int (*)(const chip_words &words, chip_text &reply);
+constexpr chip_run _runs[] = {_add_port, _remove_port, _learn,  _trusted, _mac,  _nomac,
+                              _static,   _nostatic,    _group,  _nogroup, _fdb,  _age,
+                              _flood,    _trap,        _filter, _sflow,   _show, _link,
+                              _vlan,     _novlan,      _pvid,   _help};
+static_assert(std::size(_runs) == std::size(CHIP_WORDS));
 
 int _run(const chip_words &words, chip_text &reply) {
     if (words.count == 0)
         return 0; // an empty line
-    for (const chip_word &word : _words) {
+    for (std::size_t i = 0; i < std::size(CHIP_WORDS); i++) {
+        const chip_word &word = CHIP_WORDS[i];
         if (!word_is(words.word[0], word.name))
             continue;
-        if (words.count >= word.words && words.count <= word.words_at_most)
-            return word.run(words, reply);
-        return _wrong(reply, "wrong number of words after", word.name, word.usage);
+        if (words.count >= word.least && words.count <= word.most)
+            return _runs[i](words, reply);
+        text_put(reply, "wrong number of words after '%s': %s %s", word.name, word.name,
+                 word.arguments);
+        text_end_line(reply);
+        return -EINVAL;
     }
     return _wrong(reply, "unknown word", words.word[0], "'help' lists the words");
+}
+
+// JSON that is cut is none.
+int _end_json(chip_text &text, int result) {
+    if (result == 0 && text.used != 0)
+        text_end_line(text);
+    if (!text.full)
+        return result;
+    text_begin(text, text.start, text.size);
+    text_put(text, "too long for one reply: ask for less, or for words");
+    text_end_line(text);
+    return -EMSGSIZE;
 }
 
 } // namespace
@@ -477,10 +546,12 @@ int chip_command(const char *line, char *reply, size_t size) {
     chip_text text;
     chip_words words;
     text_begin(text, reply, size);
-    words_split(words, line);
+    text.json = words_split(words, line);
     chip_commands_begin();
     int result = _run(words, text);
     chip_commands_end();
+    if (text.json)
+        result = _end_json(text, result);
     text_finish(text);
     return result;
 }

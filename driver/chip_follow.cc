@@ -2,9 +2,12 @@
 
 #include "chip_fdb.h"
 #include "chip_reach.h"
+#include "kernel/bytes.h"
 #include "tarn/rxtx_follow.h"
 
 namespace {
+
+static_assert(sizeof(rxtx_follow_port::name) == CHIP_LABEL);
 
 constexpr u32 WORD = 32; // VLANs that are read at once
 
@@ -88,6 +91,7 @@ void _take_port(u32 slot, const rxtx_follow_port &told, const rxtx_follow_port &
     _set(chip.running, bit, told.up && (!in_group || (told.running && above.running)));
     _set(chip.routed, bit, told.routed);
     _set(chip.open, bit, !told.routed && !told.ingress_filter && !above.ingress_filter);
+    memcpy(port.label, told.name, sizeof(port.label));
     port.aggregator = told.aggregator;
     port.routed_vid = told.routed_vid;
     port.own = told.routed ? _address(told.mac) : 0;

@@ -16,6 +16,7 @@ inline constexpr u32 CHIP_VID_LAST = 4094;
 inline constexpr u32 CHIP_INSTANCES = 64; // of spanning tree
 inline constexpr u32 CHIP_TRAPS = 40;     // room; chip_trap.cc has the rows
 inline constexpr u32 CHIP_NAME = 16;
+inline constexpr u32 CHIP_LABEL = 17;
 inline constexpr u32 CHIP_FILTER_TYPES = 4;
 
 // Why a frame of a port ended without leaving and without reaching the CPU, or why a copy was lost.
@@ -43,12 +44,13 @@ struct chip_counters {
 struct chip_port {
     chip_device *device; // null: the slot is free
     u32 ifindex;
-    u32 pvid; // 0: untagged frames are dropped
-    char name[CHIP_NAME];
-    u32 aggregator; // its ifindex; 0: none
-    u64 group;      // all ports of that aggregator, or this port alone
-    u32 routed_vid; // of a routed port
-    u64 own;        // its MAC; 0: none
+    u32 pvid;               // 0: untagged frames are dropped
+    char name[CHIP_NAME];   // of the device
+    char label[CHIP_LABEL]; // what the core calls the port; "": it does not know it
+    u32 aggregator;         // its ifindex; 0: none
+    u64 group;              // all ports of that aggregator, or this port alone
+    u32 routed_vid;         // of a routed port
+    u64 own;                // its MAC; 0: none
     chip_counters count;
 };
 

@@ -27,7 +27,13 @@ int _digit(char at) {
 } // namespace
 
 void text_begin(chip_text &text, char *buffer, std::size_t size) {
-    text = {.start = buffer, .size = size, .used = 0, .line = 0, .full = size <= RESERVED};
+    text = {.start = buffer,
+            .size = size,
+            .used = 0,
+            .line = 0,
+            .full = size <= RESERVED,
+            .json = false,
+            .comma = false};
     if (size != 0)
         buffer[0] = '\0';
 }
@@ -59,7 +65,9 @@ void text_finish(chip_text &text) {
         memcpy(text.start + text.line, CUT, sizeof(CUT));
 }
 
-void words_split(chip_words &words, const char *line) {
+namespace {
+
+void _split(chip_words &words, const char *line) {
     words = {};
     for (;;) {
         while (_is_blank(*line))
@@ -78,6 +86,16 @@ void words_split(chip_words &words, const char *line) {
     }
 }
 
+} // namespace
+
+bool words_split(chip_words &words, const char *line) {
+    while (_is_blank(*line))
+        line++;
+    bool json = line[0] == '-' && line[1] == 'j' && (line[2] == '\0' || _is_blank(line[2]));
+    _split(words, json ? line + 2 : line);
+    return json;
+}
+
 bool word_is(const char *word, const char *expected) {
     return strncmp(word, expected, WORD_BYTES) == 0;
 }
@@ -93,6 +111,36 @@ bool word_number(const char *word, u32 base, u32 highest, u32 &number) {
         number = number * base + digit;
     }
     return number <= highest;
+}
+
+namespace {
+
+// The number at the word, which moves behind it.
+bool _leading_number(const char *&word, u32 highest, u32 &number) {
+    char digits[8] = {};
+    u32 length = 0;
+    while (_digit(*word) < 10 && length < sizeof(digits) - 1)
+        digits[length++] = *word++;
+    return word_number(digits, 10, highest, number);
+}
+
+} // namespace
+
+bool word_ranges(const char *word, u32 lowest, u32 highest, word_set &set) {
+    set = {};
+    do {
+        u32 from, to;
+        if (!_leading_number(word, highest, from))
+            return false;
+        to = from;
+        if (*word == '-' && !_leading_number(++word, highest, to))
+            return false;
+        if (from < lowest || to < from)
+            return false;
+        for (u32 number = from; number <= to; number++)
+            set.bits[number / 64] |= u64{1} << number % 64;
+    } while (*word++ == ',');
+    return word[-1] == '\0';
 }
 
 bool word_mac(const char *word, u8 *mac) {

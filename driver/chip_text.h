@@ -10,6 +10,8 @@ struct chip_text {
     std::size_t used; // whole lines so far and the line being written
     std::size_t line; // where that line begins
     bool full;
+    bool json;  // rows are objects (chip_rows.h)
+    bool comma; // is due before the next item
 };
 
 void text_begin(chip_text &text, char *buffer, std::size_t size);
@@ -27,7 +29,15 @@ struct chip_words {
     char word[WORDS][WORD_BYTES];
 };
 
-void words_split(chip_words &words, const char *line);
+// True: they begin with "-j", which is left out.
+bool words_split(chip_words &words, const char *line);
 bool word_is(const char *word, const char *expected);
 bool word_number(const char *word, u32 base, u32 highest, u32 &number);
 bool word_mac(const char *word, u8 *mac);
+
+// Numbers below 4096, such as 10,20-30.
+struct word_set {
+    u64 bits[64];
+    bool holds(u32 number) const { return bits[number / 64] >> number % 64 & 1; }
+};
+bool word_ranges(const char *word, u32 lowest, u32 highest, word_set &set);

@@ -15,6 +15,7 @@ EXPORT_SYMBOL(tarn_pkt_sdma_counters_get);
 EXPORT_SYMBOL(tarn_stacking_mgmt_queue);
 EXPORT_SYMBOL(rxtx_follow_register);
 EXPORT_SYMBOL(rxtx_follow_port_get);
+EXPORT_SYMBOL(rxtx_follow_ifindex_get);
 EXPORT_SYMBOL(rxtx_follow_vlans_get);
 EXPORT_SYMBOL(rxtx_follow_stp_get);
 EXPORT_SYMBOL(rxtx_follow_vlan_get);

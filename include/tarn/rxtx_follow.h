@@ -65,9 +65,12 @@ struct rxtx_follow_port {
     uint16_t routed_vid;    /* of a routed port: the VLAN that is its own; else 0 */
     uint32_t aggregator;    /* that it is a member of; 0: none */
     uint8_t mac[6];         /* of a routed port: its own address */
+    char name[17];          /* with a zero at its end */
 };
 /* 0, or -ENODEV. */
 int32_t rxtx_follow_port_get(uint32_t ifindex, struct rxtx_follow_port *port);
+/* The ifindex of the port or aggregator of that name, or 0. */
+uint32_t rxtx_follow_ifindex_get(const char *name);
 
 /* A port in the 32 VLANs from `vid & ~31` on: bit `vid & 31`. A member of an aggregator has bits of
  * its own beside those of the aggregator: either makes it a member. */

@@ -15,6 +15,7 @@ constinit rxtx_follow_callbacks _follower{};
 constexpr u32 LAST_VID = 4094;
 
 static_assert(RXTX_FOLLOW_STP_INSTANCES == TARN_STP_INSTANCES);
+static_assert(sizeof(rxtx_follow_port::name) > sizeof(tarn_if::name));
 static_assert(u32{RXTX_FOLLOW_STP_LEARNING} == u32{TARN_STP_LEARNING} &&
               u32{RXTX_FOLLOW_STP_FORWARDING} == u32{TARN_STP_FORWARDING});
 
@@ -83,6 +84,10 @@ tarn_if *_hold_next(u32 *ifindex) {
     }
 }
 
+bool _is_called(const tarn_if *ifp, const char *name) {
+    return ifp->type == TARN_IF_TYPE_SWITCHPORT && strncmp(ifp->name, name, sizeof(ifp->name)) == 0;
+}
+
 void _tell_all() {
     u32 ifindex = 0;
     while (tarn_if *ifp = p_tarn_if_db ? _hold_next(&ifindex) : nullptr) {
@@ -134,10 +139,22 @@ i32 rxtx_follow_port_get(u32 ifindex, rxtx_follow_port *told) {
         told->pvid = read_once(port->default_pvid);
         told->routed_vid = routed ? read_once(port->vid) : u16{0};
         told->aggregator = _ifindex_of_aggregator(port);
+        memcpy(told->name, port->name, sizeof(port->name));
         if (routed)
             _copy_address(told->mac, _own_address(port));
         return 0;
     });
+}
+
+u32 rxtx_follow_ifindex_get(const char *name) {
+    u32 ifindex = 0;
+    while (tarn_if *ifp = p_tarn_if_db ? _hold_next(&ifindex) : nullptr) {
+        bool found = _is_called(ifp, name);
+        tarn_ifmgr_if_ref_put(ifp);
+        if (found)
+            return ifindex;
+    }
+    return 0;
 }
 
 i32 rxtx_follow_vlans_get(u32 ifindex, u32 vid, rxtx_follow_vlans *told) {

@@ -1,5 +1,7 @@
 #include "chip_test.h"
+#include "chip_words.h"
 
+#include <algorithm>
 #include <cstring>
 
 using Words = ChipTest;
@@ -8,7 +10,7 @@ namespace {
 
 constexpr int INVALID = -22, NO_DEVICE = -19, EXISTS = -17, NO_ENTRY = -2, NO_MEMORY = -12;
 
-const std::string NO_PORT = "add it with 'port IFINDEX DEVICE'; 'show ports' lists them\n";
+const std::string NO_PORT = "open it with 'port PORT DEVICE'; 'show ports' lists them\n";
 
 } // namespace
 
@@ -27,54 +29,157 @@ TEST_F(Words, an_unknown_word_is_named) {
 }
 
 TEST_F(Words, a_wrong_number_of_words_shows_how_it_is_used) {
-    EXPECT_EQ(refuse("port 5", INVALID),
-              "wrong number of words after 'port': port IFINDEX DEVICE\n");
+    EXPECT_EQ(refuse("port 5", INVALID), "wrong number of words after 'port': port PORT DEVICE\n");
     EXPECT_EQ(refuse("vlan 101 1 tagged now", INVALID),
-              "wrong number of words after 'vlan': vlan IFINDEX VID tagged|untagged\n");
+              "wrong number of words after 'vlan': vlan PORT VIDS tagged|untagged\n");
     EXPECT_EQ(refuse("vlan 1 2 3 4 5 6 7 8 9", INVALID),
-              "wrong number of words after 'vlan': vlan IFINDEX VID tagged|untagged\n");
+              "wrong number of words after 'vlan': vlan PORT VIDS tagged|untagged\n");
     EXPECT_EQ(refuse("port 5 a-device-name-of-more-than-thirty-two-bytes", INVALID),
-              "wrong number of words after 'port': port IFINDEX DEVICE\n");
+              "wrong number of words after 'port': port PORT DEVICE\n");
 }
 
 TEST_F(Words, help_lists_every_word) {
     std::string help = tell("help");
-    for (const char *word : {"port IFINDEX DEVICE\n",
-                             "noport IFINDEX\n",
-                             "link IFINDEX up|down\n",
-                             "learn IFINDEX on|off\n",
-                             "trusted IFINDEX on|off\n",
-                             "vlan IFINDEX VID tagged|untagged\n",
-                             "novlan IFINDEX VID\n",
-                             "pvid IFINDEX VID\n",
-                             "mac MAC VID\n",
-                             "nomac MAC VID\n",
-                             "static MAC VID IFINDEX\n",
-                             "nostatic MAC VID\n",
-                             "group MAC VID IFINDEX\n",
-                             "nogroup MAC VID [IFINDEX]\n",
-                             "fdb flush\n",
-                             "age SECONDS\n",
-                             "flood hardware|software\n",
-                             "trap NAME on|off|only|copy\n",
-                             "filter TYPE...\n",
-                             "sflow RATE\n",
-                             "show [settings|ports|vlans|traps|fdb]\n",
-                             "help\n"})
-        EXPECT_NE(help.find(word), std::string::npos) << word;
+    for (const chip_word &word : CHIP_WORDS) {
+        std::string usage = word.name;
+        if (*word.arguments != '\0')
+            usage += std::string(" ") + word.arguments;
+        EXPECT_NE(help.find(usage + ": " + word.help + "\n"), std::string::npos) << word.name;
+    }
+    EXPECT_EQ(std::count(help.begin(), help.end(), '\n'), std::ssize(CHIP_WORDS));
+}
+
+// Each by a line that it alone understands.
+TEST_F(Words, each_word_does_its_own) {
+    const std::map<std::string, std::string> lines{{"port", "port 105 p5"},
+                                                   {"noport", "noport 104"},
+                                                   {"learn", "learn 101 off"},
+                                                   {"trusted", "trusted 101 on"},
+                                                   {"mac", "mac 02:00:00:00:00:01 1"},
+                                                   {"nomac", "nomac 02:00:00:00:00:01 1"},
+                                                   {"static", "static 02:00:00:00:00:02 1 101"},
+                                                   {"nostatic", "nostatic 02:00:00:00:00:02 1"},
+                                                   {"group", "group 01:00:5e:01:02:03 1 101"},
+                                                   {"nogroup", "nogroup 01:00:5e:01:02:03 1"},
+                                                   {"fdb", "fdb flush"},
+                                                   {"age", "age 7"},
+                                                   {"flood", "flood software"},
+                                                   {"trap", "trap arp off"},
+                                                   {"filter", "filter 88b5"},
+                                                   {"sflow", "sflow 9"},
+                                                   {"show", "show settings"},
+                                                   {"link", "link 101 down"},
+                                                   {"vlan", "vlan 101 7 tagged"},
+                                                   {"novlan", "novlan 101 7"},
+                                                   {"pvid", "pvid 101 9"},
+                                                   {"help", "help"}};
+    for (const chip_word &word : CHIP_WORDS)
+        tell(lines.at(word.name));
+    EXPECT_EQ(tell("show settings"), "age 7\nflood software\nunknown-multicast on\nsflow 9\nfilter "
+                                     "88b5\n");
+    std::string ports = tell("show ports");
+    EXPECT_NE(ports.find("port 101 p1 link down pvid 9 learn off trusted on"), std::string::npos);
+    EXPECT_EQ(ports.find("port 104"), std::string::npos);
+    EXPECT_NE(ports.find("port 105 p5"), std::string::npos);
+    EXPECT_EQ(tell("show fdb"), "");
+    EXPECT_NE(tell("show traps").find("trap arp off"), std::string::npos);
+    EXPECT_EQ(tell("show vlans").find("vlan 7"), std::string::npos);
+}
+
+TEST_F(Words, a_port_goes_by_its_name_in_the_switch_too) {
+    home.facts.ports[105] = {};
+    std::strcpy(home.facts.ports[105].name, "uplink");
+    EXPECT_EQ(refuse("port nobody p5", NO_DEVICE),
+              "no port 'nobody': tell the switch of it first, or give its ifindex\n");
+    tell("port uplink p5");
+    EXPECT_NE(tell("show ports")
+                  .find("port 105 p5 link down pvid 0 learn on trusted off auth off "
+                        "name uplink rx"),
+              std::string::npos);
+    tell("learn uplink off");
+    tell("static 02:00:00:00:00:0a 1 uplink");
+    EXPECT_EQ(tell("show fdb"), "fdb 02:00:00:00:00:0a 1 static uplink\n");
+    EXPECT_EQ(refuse("port uplink p6", EXISTS),
+              "port in use 'uplink': take it away first with 'noport PORT'\n");
+    tell("noport uplink");
+    EXPECT_EQ(refuse("noport uplink", NO_DEVICE), "no port 'uplink': " + NO_PORT);
+}
+
+TEST_F(Words, vlans_are_said_as_lists_and_ranges) {
+    tell("vlan 101 2,4-6,4094 tagged");
+    tell("vlan 102 5-6 untagged");
+    tell("novlan 101 5,4094");
+    EXPECT_EQ(tell("show vlans"), "vlan 1 101 untagged 102 untagged 103 untagged 104 untagged\n"
+                                  "vlan 2 101 tagged\nvlan 4 101 tagged\nvlan 5 102 untagged\n"
+                                  "vlan 6 101 tagged 102 untagged\n");
+    tell("mac 02:00:00:00:00:01 3-4");
+    tell("static 02:00:00:00:00:02 4 101");
+    std::string fdb = tell("show fdb");
+    EXPECT_NE(fdb.find("fdb 02:00:00:00:00:01 3 own\n"), std::string::npos);
+    EXPECT_NE(fdb.find("fdb 02:00:00:00:00:01 4 own\n"), std::string::npos);
+    refuse("nostatic 02:00:00:00:00:02 4-5", NO_ENTRY);
+    tell("nomac 02:00:00:00:00:01 3-4");
+    EXPECT_EQ(tell("show fdb"), "");
+    tell("group 01:00:5e:01:02:03 1-2 101");
+    tell("group 01:00:5e:01:02:03 2 102");
+    tell("nogroup 01:00:5e:01:02:03 1-2 101");
+    EXPECT_EQ(tell("show fdb"), "fdb 01:00:5e:01:02:03 2 group 102\n");
+    for (const char *bad : {"0", "4095", "1-4095", "0-2", "5-4", "1-", "-1", "1,", ",1", "1,,2",
+                            "1-2-3", "1x", "x", "1-x", "99999999999999999999", "1.5"})
+        EXPECT_EQ(refuse(std::string("vlan 101 ") + bad + " tagged", INVALID),
+                  "bad VIDS '" + std::string(bad) +
+                      "': give numbers from 1 to 4094, such as 10,20-30\n");
+}
+
+TEST_F(Words, everything_is_shown_as_json_too) {
+    tell("filter 88b5 806");
+    tell("static 02:00:00:00:00:0a 1 101");
+    home.facts.ports[102] = {};
+    std::strcpy(home.facts.ports[102].name, "a\"\\\x01\xff");
+    home.facts.ports[102].routed = 1;
+    home.facts.ports[102].routed_vid = 4000;
+    home.follower.port(102);
+    EXPECT_EQ(tell("-j show settings"),
+              "{\"age\":300,\"flood\":\"hardware\",\"unknown-multicast\":\"on\",\"sflow\":0,"
+              "\"filter\":[\"88b5\",\"806\"]}\n");
+    EXPECT_EQ(tell("-j show fdb"), "[\n{\"mac\":\"02:00:00:00:00:0a\",\"vlan\":1,\"kind\":"
+                                   "\"static\",\"ports\":[{\"port\":101}]}]\n");
+    EXPECT_EQ(tell(" -j  show vlans "),
+              "[\n{\"vlan\":1,\"ports\":[{\"port\":101,\"frames\":\"untagged\"},"
+              "{\"port\":103,\"frames\":\"untagged\"},{\"port\":104,\"frames\":\"untagged\"}]},"
+              "\n{\"vlan\":4000,\"ports\":[{\"port\":\"a\\u0022\\u005c\\u0001\\u00ff\","
+              "\"frames\":\"untagged\"}]}]\n");
+    std::string ports = tell("-j show ports");
+    EXPECT_NE(ports.find("{\"port\":101,\"device\":\"p1\",\"link\":\"up\",\"pvid\":1,"
+                         "\"learn\":\"on\",\"trusted\":\"off\",\"auth\":\"off\",\"rx\":0,"
+                         "\"tx\":0,\"learned\":0,\"moved\":0},"),
+              std::string::npos)
+        << ports;
+    EXPECT_NE(ports.find("\"routed\":4000"), std::string::npos) << ports;
+    EXPECT_NE(tell("-j show traps").find("{\"name\":\"arp\",\"does\":\"copy\",\"cpu_code\":23,"),
+              std::string::npos);
+    std::string all = tell("-j show");
+    EXPECT_TRUE(all.starts_with("{\"settings\":{\"age\":300,")) << all;
+    for (const char *view : {"],\"vlans\":[", "],\"traps\":[", "],\"fdb\":[", "},\"ports\":["})
+        EXPECT_NE(all.find(view), std::string::npos) << view;
+    EXPECT_EQ(tell("-j age 300"), "");
+    EXPECT_TRUE(tell("-j help").starts_with(
+        "[\n{\"word\":\"port\",\"arguments\":\"PORT DEVICE\",\"help\":\"opens"));
+}
+
+TEST_F(Words, json_that_does_not_fit_is_refused_and_not_cut) {
+    char reply[200];
+    EXPECT_EQ(chip_command("-j show", reply, sizeof(reply)), -90);
+    EXPECT_STREQ(reply, "too long for one reply: ask for less, or for words\n");
 }
 
 TEST_F(Words, a_port_is_refused_with_a_reason) {
-    EXPECT_EQ(refuse("port 0 p9", INVALID),
-              "bad IFINDEX '0': give a number from 1 to 4294967294\n");
-    EXPECT_EQ(refuse("port 4294967295 p9", INVALID),
-              "bad IFINDEX '4294967295': give a number from 1 to 4294967294\n");
-    EXPECT_EQ(refuse("port 99999999999 p9", INVALID),
-              "bad IFINDEX '99999999999': give a number from 1 to 4294967294\n");
-    EXPECT_EQ(refuse("port 1x p9", INVALID),
-              "bad IFINDEX '1x': give a number from 1 to 4294967294\n");
+    for (const char *port : {"0", "4294967295", "99999999999", "1x"})
+        EXPECT_EQ(refuse(std::string("port ") + port + " p9", NO_DEVICE),
+                  std::string("no port '") + port +
+                      "': tell the switch of it first, or give its ifindex\n");
     EXPECT_EQ(refuse("port 101 p9", EXISTS),
-              "port in use '101': take it away first with 'noport IFINDEX'\n");
+              "port in use '101': take it away first with 'noport PORT'\n");
     EXPECT_EQ(refuse("port 109 p1", EXISTS),
               "device in use 'p1': it is a port already; see 'show ports'\n");
     EXPECT_EQ(refuse("port 109 abcdefghijklmnop", INVALID),
@@ -107,7 +212,7 @@ TEST_F(Words, words_about_a_port_want_one_that_is_there) {
     EXPECT_EQ(refuse("static 02:00:00:00:00:01 1 99", NO_DEVICE), "no port '99': " + NO_PORT);
     EXPECT_EQ(refuse("group 03:00:00:00:00:01 1 99", NO_DEVICE), "no port '99': " + NO_PORT);
     EXPECT_EQ(refuse("nogroup 03:00:00:00:00:01 1 99", NO_DEVICE), "no port '99': " + NO_PORT);
-    EXPECT_EQ(refuse("noport x", INVALID), "bad IFINDEX 'x': give a number from 1 to 4294967295\n");
+    EXPECT_EQ(refuse("noport x", NO_DEVICE), "no port 'x': " + NO_PORT);
 }
 
 TEST_F(Words, a_choice_names_what_can_be_chosen) {
@@ -130,10 +235,6 @@ TEST_F(Words, a_choice_names_what_can_be_chosen) {
 }
 
 TEST_F(Words, numbers_have_their_limits) {
-    EXPECT_EQ(refuse("vlan 101 0 tagged", INVALID), "bad VID '0': give a number from 1 to 4094\n");
-    EXPECT_EQ(refuse("vlan 101 4095 tagged", INVALID),
-              "bad VID '4095': give a number from 1 to 4094\n");
-    EXPECT_EQ(refuse("novlan 101 x", INVALID), "bad VID 'x': give a number from 1 to 4094\n");
     EXPECT_EQ(refuse("pvid 101 4095", INVALID), "bad VID '4095': give a number from 0 to 4094\n");
     tell("pvid 101 0");
     tell("vlan 101 4094 tagged");
@@ -157,7 +258,7 @@ TEST_F(Words, addresses_are_checked) {
     EXPECT_EQ(refuse("group 02:00:00:00:00:01 1 101", INVALID),
               "bad MAC '02:00:00:00:00:01': a group has an odd first byte\n");
     EXPECT_EQ(refuse("mac 02:00:00:00:00:01 0", INVALID),
-              "bad VID '0': give a number from 1 to 4094\n");
+              "bad VIDS '0': give numbers from 1 to 4094, such as 10,20-30\n");
 }
 
 TEST_F(Words, a_told_address_is_taken_away_as_what_it_was_told) {

@@ -30,6 +30,7 @@ protected:
     static void know(u32 ifindex, u32 aggregator = 0) {
         home.facts.ports[ifindex] = up();
         home.facts.ports[ifindex].aggregator = aggregator;
+        std::snprintf(home.facts.ports[ifindex].name, 17, "port%u", ifindex);
         home.facts.port_vlans[{ifindex, 0}].member = 1u << 1;
     }
     static void know_all() {
@@ -204,11 +205,12 @@ TEST_F(ChipFollows, what_it_follows_can_be_seen) {
     home.facts.ports[102].routed_vid = 4000;
     home.follower.port(102);
     std::string ports = tell("show ports");
-    EXPECT_NE(ports.find("port 101 p1 link up pvid 1 learn on trusted off auth off by core rx"),
-              std::string::npos)
+    EXPECT_NE(
+        ports.find("port 101 p1 link up pvid 1 learn on trusted off auth off name port101 rx"),
+        std::string::npos)
         << ports;
-    EXPECT_NE(ports.find(" by core routed 4000 rx"), std::string::npos) << ports;
-    EXPECT_NE(ports.find(" by core lag 4501 rx"), std::string::npos) << ports;
-    EXPECT_EQ(tell("show vlans"), "vlan 1 101 untagged 103 untagged 104 untagged\n"
-                                  "vlan 4000 102 untagged\n");
+    EXPECT_NE(ports.find(" name port102 routed 4000 rx"), std::string::npos) << ports;
+    EXPECT_NE(ports.find(" name port103 lag 4501 rx"), std::string::npos) << ports;
+    EXPECT_EQ(tell("show vlans"), "vlan 1 port101 untagged port103 untagged port104 untagged\n"
+                                  "vlan 4000 port102 untagged\n");
 }

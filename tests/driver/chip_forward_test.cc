@@ -296,7 +296,7 @@ TEST_F(Forwarding, a_device_that_goes_away_closes_its_port) {
     chip_device *device = home.open.at("p2");
     chip_device_gone(device, device->slot);
     EXPECT_EQ(refuse("link 102 up", -19),
-              "no port '102': add it with 'port IFINDEX DEVICE'; 'show ports' lists them\n");
+              "no port '102': open it with 'port PORT DEVICE'; 'show ports' lists them\n");
     chip_device_gone(home.open.at("p3"), 0); // not the one in that place
     tell("link 101 up");
     tell("link 103 up");

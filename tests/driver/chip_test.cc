@@ -33,7 +33,8 @@ ChipTest::~ChipTest() {
 
 std::string ChipTest::tell(const std::string &line) {
     std::string reply(CHIP_REPLY, '\0');
-    EXPECT_EQ(chip_command(line.c_str(), reply.data(), reply.size()), 0) << line << ": " << reply;
+    EXPECT_EQ(chip_command(line.c_str(), reply.data(), reply.size()), 0)
+        << line << ": " << reply.c_str();
     return reply.c_str();
 }
 

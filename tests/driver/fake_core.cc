@@ -53,6 +53,14 @@ i32 rxtx_follow_port_get(u32 ifindex, rxtx_follow_port *port) {
     return find(home.facts.ports, ifindex, port);
 }
 
+u32 rxtx_follow_ifindex_get(const char *name) {
+    std::lock_guard hold(home.lock);
+    for (const auto &[ifindex, port] : home.facts.ports)
+        if (port.name == std::string(name))
+            return ifindex;
+    return 0;
+}
+
 i32 rxtx_follow_vlans_get(u32 ifindex, u32 vid, rxtx_follow_vlans *vlans) {
     return find(home.facts.port_vlans, std::pair(ifindex, vid >> 5), vlans);
 }

@@ -66,7 +66,7 @@ protected:
     static std::string tell(const std::string &line, int result = 0) {
         std::string reply(CHIP_REPLY, '\0');
         EXPECT_EQ(chip_command(line.c_str(), reply.data(), reply.size()), result)
-            << line << ": " << reply;
+            << line << ": " << reply.c_str();
         return reply.c_str();
     }
 

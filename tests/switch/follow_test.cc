@@ -338,6 +338,22 @@ TEST_F(Follow, a_port_that_the_chip_opens_later_is_as_the_core_said) {
     EXPECT_EQ(flood_from(1), "2 4");
 }
 
+TEST_F(Follow, a_port_is_found_by_the_name_that_the_core_knows) {
+    const u8 mac[6] = {2, 0, 0, 0, 1, 9};
+    make_lag();
+    tarn_ifmgr_switchport_create("sixteen-letters!", mac, IFF_UP, 0, 5099, 0);
+    EXPECT_EQ(rxtx_follow_ifindex_get("port2"), 5002u);
+    EXPECT_EQ(rxtx_follow_ifindex_get("lag1"), LAG);
+    EXPECT_EQ(rxtx_follow_ifindex_get("sixteen-letters!"), 5099u);
+    for (const char *nobody : {"port22", "port", "", "vlan1", "sixteen-letters"})
+        EXPECT_EQ(rxtx_follow_ifindex_get(nobody), 0u) << nobody;
+    tell("noport port2");
+    tell("port port2 p2");
+    rxtx_follow_port told;
+    EXPECT_EQ(rxtx_follow_port_get(5099, &told), 0);
+    EXPECT_STREQ(told.name, "sixteen-letters!");
+}
+
 TEST_F(Follow, a_chip_that_starts_later_is_told_everything) {
     stp(3, TARN_STP_BLOCKING);
     chip_stop();

@@ -1,4 +1,5 @@
 // What is wrong, in words; batches; views; help, completion and the manual page.
+#include "chip_words.h"
 #include "tarnctl/cases.h"
 
 #include "client/attributes.h"
@@ -485,6 +486,46 @@ TEST(tarnctl_chip, gets_the_rest_of_the_line) {
     EXPECT_EQ(tarn.line("chip vlan 5001 10 tagged"), DONE);
     EXPECT_EQ(tarn.chip_lines, std::vector<std::string>{"vlan 5001 10 tagged"});
     EXPECT_EQ(tarn.printed, "done\n");
+    EXPECT_EQ(tarn.line("chip show"), DONE);
+    EXPECT_EQ(tarn.chip_lines.back(), "show");
+    tarn.session.json = true;
+    EXPECT_EQ(tarn.line("chip show ports"), DONE);
+    EXPECT_EQ(tarn.chip_lines.back(), "-j show ports");
+}
+
+TEST(tarnctl_chip, has_the_words_of_the_chip) {
+    for (const chip_word &word : CHIP_WORDS) {
+        std::string text = help({"chip", word.name});
+        std::string usage = std::string("tarnctl chip ") + word.name;
+        if (*word.arguments != '\0')
+            usage += std::string(" ") + word.arguments;
+        EXPECT_THAT(text, StartsWith(usage + "\n"));
+        EXPECT_THAT(text, HasSubstr(word.help));
+    }
+    EXPECT_THAT(help({"chip"}), HasSubstr("tarnctl chip mac MAC VIDS\n"));
+    fake::Switch tarn;
+    EXPECT_EQ(tarn.line("chip fly away"), WRONG);
+    EXPECT_THAT(tarn.wrong, StartsWith("unknown word 'fly' after 'chip': say one of port, noport"));
+    EXPECT_TRUE(tarn.chip_lines.empty());
+}
+
+TEST(tarnctl_interfaces, are_said_one_by_one_or_several_at_once) {
+    fake::Switch tarn;
+    EXPECT_EQ(tarn.line("vlan member add 5001,5003,5001 10"), DONE);
+    ASSERT_EQ(tarn.sent.size(), 2u);
+    fake::Switch one, other;
+    one.line("vlan member add 5001 10");
+    other.line("vlan member add 5003 10");
+    auto behind_the_number = [](const fake::Bytes &message) {
+        return fake::Bytes(message.begin() + 16, message.end());
+    };
+    EXPECT_EQ(behind_the_number(tarn.sent[0]), behind_the_number(one.sent[0]));
+    EXPECT_EQ(behind_the_number(tarn.sent[1]), behind_the_number(other.sent[0]));
+    EXPECT_EQ(tarn.line("vlan member add 5001,nobody 10"), WRONG);
+    EXPECT_EQ(tarn.sent.size(), 2u);
+    tarn.replies = {{0}, {0}, {0}, {-22}};
+    EXPECT_EQ(tarn.line("vlan pvid 5001,5002 10"), REFUSED);
+    EXPECT_THAT(tarn.wrong, StartsWith("vlan pvid (interface 5002) (VLAN 10): "));
 }
 
 // --- events

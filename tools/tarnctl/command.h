@@ -17,7 +17,7 @@ enum class Kind {
     fixed,          // no words: a value that the switch wants to see
     flags,          // words that stand for themselves, each a bit of the attribute
     new_name,       // of an interface that is to be
-    interface,      // by name or ifindex
+    interface,      // by name or ifindex; p1,p2: a command for each
     vid,            // 1 to 4094
     vids,           // 10,20-30: a command for each
     vid_ranges,     // 10,20-30: a command for each range; two attributes, the first is `attribute`

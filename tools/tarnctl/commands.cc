@@ -1,5 +1,7 @@
 #include "tarnctl/command.h"
 
+#include "chip_words.h"
+
 #include <tarn/tarnfwd_nl.h>
 
 namespace tarnctl {
@@ -101,7 +103,8 @@ constexpr std::uint32_t WHOLE = 0xFFFFFFFF;
 // ---------------------------------------------------------------
 
 Argument port(std::string_view name = "PORT") {
-    return value(Kind::interface, TARNFWD_ATTR_IFINDEX, name, "a port or an aggregator");
+    return value(Kind::interface, TARNFWD_ATTR_IFINDEX, name,
+                 "a port or an aggregator; several as p1,p2");
 }
 
 Argument any_interface() {
@@ -777,12 +780,31 @@ std::vector<Subcommand> rows_of_views() {
               "Prints what redirects decide about frames, and why, as they do.",
               {perhaps(value(Kind::text, 0, "WHICH",
                              "port NAME, redirect NAME, drops, count N, seconds N"))}),
-        local(
-            "chip", Action::chip,
-            "Says a line to the software chip of tarn-switch, in its own words: 'chip help' lists "
-            "them.",
-            {value(Kind::text, 0, "LINE", "the line")}),
     };
+}
+
+// What stands in brackets may be left out.
+std::vector<Argument> rest_of(const chip_word &word) {
+    std::string_view usage = word.arguments;
+    if (usage.empty())
+        return {};
+    if (word.least > 1)
+        return {value(Kind::text, 0, usage, "as the chip reads it")};
+    return {perhaps(value(Kind::text, 0, usage.substr(1, usage.size() - 2), "one alone"))};
+}
+
+// The software chip of tarn-switch has words of its own.
+std::vector<Subcommand> rows_of_the_chip() {
+    static const std::vector<std::string> words = [] {
+        std::vector<std::string> all;
+        for (const chip_word &word : CHIP_WORDS)
+            all.push_back(std::string("chip ") + word.name);
+        return all;
+    }();
+    std::vector<Subcommand> rows;
+    for (std::size_t i = 0; i < words.size(); i++)
+        rows.push_back(local(words[i], Action::chip, CHIP_WORDS[i].help, rest_of(CHIP_WORDS[i])));
+    return rows;
 }
 
 void append(std::vector<Subcommand> &all, std::vector<Subcommand> rows) {
@@ -799,6 +821,7 @@ std::vector<Subcommand> all_rows() {
     append(all, rows_of_security());
     append(all, rows_of_the_rest());
     append(all, rows_of_views());
+    append(all, rows_of_the_chip());
     return all;
 }
 

@@ -56,8 +56,13 @@ std::uint32_t u32_of(const client::Message &message, std::uint16_t number) {
     return 0;
 }
 
-// Which of several commands it was, by what they differ in.
-std::string which(const client::Message &message) {
+bool differ_in_interface(const std::vector<client::Message> &messages) {
+    return std::any_of(messages.begin(), messages.end(), [&](const client::Message &one) {
+        return u32_of(one, TARNFWD_ATTR_IFINDEX) != u32_of(messages[0], TARNFWD_ATTR_IFINDEX);
+    });
+}
+
+std::string vlan_or_instance(const client::Message &message) {
     std::uint32_t vid = u32_of(message, TARNFWD_ATTR_VID_START);
     std::uint32_t end = u32_of(message, TARNFWD_ATTR_VID_END);
     if (end > vid + 1)
@@ -70,6 +75,17 @@ std::string which(const client::Message &message) {
     if (message.command() == TARNFWD_CMD_STP_SET_PORT_STATE)
         return fmt::format(" (instance {})", u32_of(message, TARNFWD_ATTR_STP_INSTANCE));
     return vid != 0 ? fmt::format(" (VLAN {})", vid) : "";
+}
+
+// Which of several commands it was, by what they differ in.
+std::string which(const std::vector<client::Message> &messages, const client::Message &message) {
+    if (messages.size() == 1)
+        return "";
+    std::string what = vlan_or_instance(message);
+    if (what.empty() ||
+        (message.command() != TARNFWD_CMD_IF_DELETE_SVI && differ_in_interface(messages)))
+        what = fmt::format(" (interface {})", u32_of(message, TARNFWD_ATTR_IFINDEX)) + what;
+    return what;
 }
 
 void remember(Session &session, const client::Message &message) {
@@ -103,9 +119,8 @@ void send(Session &session, const Parsed &parsed) {
         if (answer.error == 0)
             remember(session, message);
         else if (refused.empty())
-            refused =
-                fmt::format("{}{}: {}", parsed.row->words,
-                            planned.messages.size() > 1 ? which(message) : "", refusal(answer));
+            refused = fmt::format("{}{}: {}", parsed.row->words, which(planned.messages, message),
+                                  refusal(answer));
     }
     if (!planned.refused.empty())
         throw Refused(fmt::format("{}: {}", parsed.row->words, planned.refused[0]));
@@ -223,19 +238,23 @@ std::string trace_order(Session &session, const std::string &which) {
     return order;
 }
 
-// Tells a line to the chip. A port that it has open on that device is left.
-void chip(Session &session, const std::string &line) {
+// Tells a line to the chip, whose own words stand behind "chip" in the row. A port that it has open
+// on that device is left.
+void chip(Session &session, const Parsed &parsed) {
+    std::string line(parsed.row->words.substr(std::string_view("chip ").size()));
+    for (const std::string &value : parsed.values)
+        line += value.empty() ? "" : " " + value;
     auto fields = fields_of(line);
     if (fields.size() == 3 && fields[0] == "port") {
         Standing standing(session);
         const Chip *told = standing.chip();
-        for (const ChipPort &port : told ? told->ports : std::vector<ChipPort>{})
-            if (fmt::format("{}", port.ifindex) == fields[1] && port.device == fields[2])
-                return note(session, fmt::format("chip: port {} is already on {}", port.ifindex,
-                                                 port.device));
+        const ChipPort *port = told ? told->port(told->ifindex_of(fields[1])) : nullptr;
+        if (port && port->device == fields[2])
+            return note(session,
+                        fmt::format("chip: port {} is already on {}", port->ifindex, port->device));
     }
     session.told++;
-    session.print(session.chip(line));
+    session.print(session.chip(session.json ? "-j " + line : line));
 }
 
 void perform(Session &session, const Parsed &parsed) {
@@ -265,7 +284,7 @@ void perform(Session &session, const Parsed &parsed) {
     case Action::trace:
         return session.follow(trace_order(session, parsed.values[0]));
     case Action::chip:
-        return chip(session, parsed.values[0]);
+        return chip(session, parsed);
     }
 }
 

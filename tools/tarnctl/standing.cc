@@ -16,13 +16,15 @@ std::uint32_t unsigned_of(const std::string &text) {
     return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
 }
 
-// "port 5001 veth1 link up pvid 10 learn on ... by core rx 3 tx 4": words, each with its value; "by
-// core" says that the core knows the port.
+// "port 5001 veth1 link up pvid 10 learn on ... name p1 rx 3 tx 4": words, each with its value; a
+// port that the switch does not know has no name.
 ChipPort parse_port(const std::vector<std::string> &fields) {
     ChipPort port{.ifindex = unsigned_of(fields[1]), .device = fields[2]};
     for (std::size_t at = 3; at + 1 < fields.size(); at += 2) {
         const std::string &word = fields[at], &value = fields[at + 1];
-        if (word == "link")
+        if (word == "name")
+            port.name = value;
+        else if (word == "link")
             port.up = value == "up";
         else if (word == "pvid")
             port.pvid = unsigned_of(value);
@@ -36,10 +38,10 @@ ChipPort parse_port(const std::vector<std::string> &fields) {
     return port;
 }
 
-ChipAddress parse_address(const std::vector<std::string> &fields) {
+ChipAddress parse_address(const Chip &chip, const std::vector<std::string> &fields) {
     ChipAddress address{fields[1], unsigned_of(fields[2]), fields[3], {}};
     for (std::size_t at = 4; at < fields.size(); at++)
-        address.ports.push_back(unsigned_of(fields[at]));
+        address.ports.push_back(chip.ifindex_of(fields[at]));
     return address;
 }
 
@@ -84,6 +86,14 @@ const ChipPort *Chip::port(std::uint32_t ifindex) const {
     return found == ports.end() ? nullptr : &*found;
 }
 
+std::uint32_t Chip::ifindex_of(const std::string &name_or_number) const {
+    for (const ChipPort &one : ports)
+        if (one.name == name_or_number)
+            return one.ifindex;
+    return unsigned_of(name_or_number);
+}
+
+// Ports come first: what follows calls them by their names.
 Chip parse_chip(const std::string &text) {
     Chip chip;
     for (const std::string &line : lines_of(text)) {
@@ -91,10 +101,10 @@ Chip parse_chip(const std::string &text) {
         if (fields.size() >= 3 && fields[0] == "port")
             chip.ports.push_back(parse_port(fields));
         else if (fields.size() >= 4 && fields[0] == "fdb")
-            chip.addresses.push_back(parse_address(fields));
+            chip.addresses.push_back(parse_address(chip, fields));
         else if (fields.size() >= 2 && fields[0] == "vlan")
             for (std::size_t at = 2; at + 1 < fields.size(); at += 2)
-                chip.vlans[unsigned_of(fields[1])][unsigned_of(fields[at])] =
+                chip.vlans[unsigned_of(fields[1])][chip.ifindex_of(fields[at])] =
                     fields[at + 1] == "tagged";
     }
     return chip;

@@ -38,6 +38,7 @@ std::vector<Interface> parse_ifdb(const std::string &text);
 struct ChipPort {
     std::uint32_t ifindex;
     std::string device;
+    std::string name = {}; // in the switch, which may not know it
     bool up = false;
     std::uint32_t pvid = 0, lag = 0, routed = 0;
     std::vector<std::pair<std::string, std::uint64_t>> counts = {}; // "rx", "drop-vlan", ...
@@ -57,6 +58,7 @@ struct Chip {
     std::vector<ChipAddress> addresses = {};
 
     const ChipPort *port(std::uint32_t ifindex) const;
+    std::uint32_t ifindex_of(const std::string &name_or_number) const;
 };
 
 // What `show ports`, `show vlans` and `show fdb` of the chip print; what is none of it is passed

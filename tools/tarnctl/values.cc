@@ -134,6 +134,17 @@ std::uint32_t ifindex_of(const std::string &text, const Resolver &resolver) {
     return ifindex;
 }
 
+// p1,p2,5003 in that order, each once.
+std::vector<std::uint32_t> ifindexes_of(const std::string &text, const Resolver &resolver) {
+    std::vector<std::uint32_t> all;
+    for (const std::string &name : split(text, ',')) {
+        std::uint32_t ifindex = ifindex_of(name, resolver);
+        if (std::find(all.begin(), all.end(), ifindex) == all.end())
+            all.push_back(ifindex);
+    }
+    return all;
+}
+
 std::string name_of(const std::string &text) {
     bool wrong = text.empty() || text == "." || text == ".." || text.size() > NAME_MAX_LENGTH ||
                  text.find_first_of("/ \t\n:") != std::string::npos || number_of(text);
@@ -307,7 +318,7 @@ std::vector<Parts> read(const Argument &argument, const std::string &text,
     case Kind::new_name:
         return {{{attribute, terminated(name_of(text))}}};
     case Kind::interface:
-        return {{number_part(attribute, ifindex_of(text, resolver))}};
+        return each(attribute, ifindexes_of(text, resolver));
     case Kind::vid:
         return {{number_part(attribute, number_between(text, FIRST_VID, LAST_VID))}};
     case Kind::vids:
