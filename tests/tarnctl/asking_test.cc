@@ -179,9 +179,9 @@ TEST(tarnctl_asking, a_member_is_tagged_anew_by_who_means_it) {
     tarn.tell(std::string(PORTS) + DEVICES);
     tarn.session.replace = true;
     tarn.tell("vlan member add p1 10,20-22\n");
-    EXPECT_THAT(tarn.state(), HasSubstr("vlan 20 5001 untagged\n"));
+    EXPECT_THAT(tarn.state(), HasSubstr("vlan 20 p1 untagged\n"));
     tarn.tell("vlan member add p1 10 tagged\n");
-    EXPECT_THAT(tarn.state(), HasSubstr("vlan 10 5001 tagged\n"));
+    EXPECT_THAT(tarn.state(), HasSubstr("vlan 10 p1 tagged\n"));
 }
 
 TEST(tarnctl_asking, already_is_an_object_in_json) {
