@@ -733,6 +733,100 @@ TEST_F(Replay, the_projects_own_capture_shows_every_kind_of_frame) {
     EXPECT_EQ(run_tool(TARN_MAKE_DEMO, "").status, 2);
 }
 
+// --- one made-up frame
+// ------------------------------------------------------------------------------------
+
+TEST_F(Replay, one_frame_goes_through_chip_and_core) {
+    struct Row {
+        const char *what, *frame;
+        std::vector<std::string> says;
+    };
+    const Row rows[] = {
+        {"a protocol of the link",
+         "01:80:c2:00:00:02 02:00:00:00:00:99 88 09 01",
+         {"15 bytes on port1: 02:00:00:00:00:99 -> 01:80:c2:00:00:02  type 0x8809 slow protocols\n",
+          "chip: to the CPU by the trap 'lacp' (code 1, queue 7)\n", "core: on port1, VLAN 1\n",
+          "      slot 18 lacp                 stop, replicate to the stack, post to user space; "
+          "reason 3: given to the LACP daemon\n",
+          "  => nowhere\n"}},
+        {"a station that nobody knows",
+         "0200000000550200000000990800",
+         {"chip: forwarded in hardware; the CPU does not see it\n",
+          "chip: its source is learned on port1\n", "  => out of port2, 14 bytes, untagged\n",
+          "  => out of port4, 14 bytes, untagged\n"}},
+        {"the switch itself, on a VLAN",
+         "020000000001 020000000099 81000014 8863",
+         {"tag VID 20 priority 0\n", "chip: to the CPU by the trap 'own-other'",
+          "core: on port1, VLAN 20\n", "  => to the IP stack on vlan20, 14 bytes\n"}},
+        {"a runt",
+         "0102",
+         {"chip: dropped, runt: no whole Ethernet header, or no whole tag\n", "  => nowhere\n"}},
+        {"a source that is a group",
+         "020000000001 010000000099 0800",
+         {"chip: dropped, source: the source is a group address\n"}},
+    };
+    for (const Row &row : rows) {
+        Result result = run_tool(TARN_REPLAY, std::string("--frame '") + row.frame + "'");
+        EXPECT_EQ(result.status, 0) << row.what << result.errors;
+        for (const std::string &text : row.says)
+            EXPECT_THAT(result.output, HasSubstr(text)) << row.what;
+    }
+}
+
+TEST_F(Replay, one_frame_is_told_in_json_too) {
+    Result result = run_tool(TARN_REPLAY, "--json --frame 0180c20000020200000000998809");
+    json told = json::parse(result.output);
+    EXPECT_EQ(told["chip"]["traps"][0]["trap"], "lacp");
+    EXPECT_EQ(told["core"][0]["redirect"], "lacp");
+    EXPECT_EQ(told["core"][0]["words"], "given to the LACP daemon");
+    EXPECT_FALSE(told["core"][0].contains("frame"));
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--json --frame 0180c20000020200000000998809").output,
+              result.output);
+    told = json::parse(run_tool(TARN_REPLAY, "--json --frame 0200000000550200000000990800").output);
+    EXPECT_EQ(told["sent"], json::parse(R"([{"port":"port2","len":14,"vid":0},)"
+                                        R"({"port":"port3","len":14,"vid":0},)"
+                                        R"({"port":"port4","len":14,"vid":0}])"));
+}
+
+// Lines for the chip are good, too: a live switch is made by the same words.
+TEST_F(Replay, one_frame_meets_the_switch_of_a_batch) {
+    fs::path config = batch("link add port left ifindex 5001 mac 02:00:00:00:01:01 up running\n"
+                            "link add port right ifindex 5002 mac 02:00:00:00:01:02 up running\n"
+                            "vlan add 10\n"
+                            "vlan member add left 10\n"
+                            "vlan member add right 10 tagged\n"
+                            "vlan pvid left 10\n"
+                            "stp state left forwarding instance all\n"
+                            "stp state right forwarding instance all\n"
+                            "chip port 5001 veth1\n"
+                            "chip trap arp off\n");
+    const std::string arp = " --frame 'ffffffffffff 020000000099 0806'";
+    Result result = run_tool(TARN_REPLAY, "--config " + config.string() + arp);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_THAT(result.output, AllOf(HasSubstr("14 bytes on left: "), HasSubstr("trap 'broadcast'"),
+                                     HasSubstr("  => out of right, 18 bytes, tag VID 10\n")));
+    result = run_tool(TARN_REPLAY, "--port right --config " + config.string() + arp);
+    EXPECT_THAT(result.output, HasSubstr("chip: dropped, untagged: it has no tag, and the port no "
+                                         "PVID\n"));
+    result = run_tool(TARN_REPLAY, "--port middle --config " + config.string() + arp);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.errors, HasSubstr("tarn-replay: there is no port 'middle'\n"));
+    // A capture meets it as well.
+    EXPECT_EQ(replay_json(file(pcap({frame(zero, 1)})), "--config " + config.string())[0]["port"],
+              "left");
+}
+
+TEST_F(Replay, what_is_no_frame_is_refused) {
+    for (const char *wrong : {"0", "123", "01zz", "x"}) {
+        Result result = run_tool(TARN_REPLAY, std::string("--frame ") + wrong);
+        EXPECT_EQ(result.status, 2) << wrong;
+        EXPECT_THAT(result.errors, HasSubstr("is no byte of a frame: write two hexadecimal"));
+    }
+    EXPECT_THAT(run_tool(TARN_REPLAY, "--frame :").errors, HasSubstr("a frame has 1 to 10240"));
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--frame 01 " + file(pcap({})).string()).status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--port port1 " + file(pcap({})).string()).status, 2);
+}
+
 // --- time
 // --------------------------------------------------------------------------------------------
 

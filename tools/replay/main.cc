@@ -32,6 +32,13 @@ int run(int argc, char **argv) {
     app.add_option("--frames", options.frames,
                    "tell only of these, such as 7 or 3,10-20,100-; limits count the others, too")
         ->type_name("NUMBERS");
+    auto *frame = app.add_option("--frame", options.frame,
+                                 "one frame in place of files, in hexadecimal digits: tells where "
+                                 "it would go, through chip and core");
+    frame->type_name("HEX")->excludes(file);
+    app.add_option("--port", options.port, "where it comes in; else by the first port")
+        ->type_name("NAME")
+        ->needs(frame);
     app.add_option("--config", options.config,
                    "makes the switch by a batch of tarnctl instead; interface k of the capture is "
                    "the port with ifindex 5000 + k")
@@ -60,7 +67,7 @@ int run(int argc, char **argv) {
     app.add_flag("--debug", options.debug_log, "turn the core's frame log on, and show it");
     try {
         app.parse(argc, argv);
-        if (!list && file->count() == 0)
+        if (!list && options.frame.empty() && file->count() == 0)
             throw CLI::RequiredError("FILE");
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : USAGE_ERROR;

@@ -1,5 +1,6 @@
 #include "replay/replay.h"
 
+#include "chip.h"
 #include "config/config.h"
 #include "control.h"
 #include "kernel/skb.h"
@@ -7,6 +8,7 @@
 #include "pkt/frame.h"
 #include "pkt/pkt_debug.h"
 #include "plain_switch/plain_switch.h"
+#include "replay/one.h"
 #include "replay/select.h"
 
 #include <algorithm>
@@ -66,7 +68,7 @@ void build_switch(std::set<u32> vids, std::size_t ports) {
 
 // The switch of the file; its complaint stands for itself.
 bool configured(const std::string &config) {
-    std::string wrong = config::apply(config);
+    std::string wrong = config::apply(config, say_to_chip);
     if (!wrong.empty())
         fmt::print(stderr, "tarn-replay: {}\n", wrong);
     return wrong.empty();
@@ -266,15 +268,20 @@ int replay(const Options &options) try {
         return 1;
     if (!set_redirects(options.enable, true) || !set_redirects(options.disable, false))
         return 2;
-    trace_start();
+    const bool has_config = !options.config.empty();
+    if (has_config || !options.frame.empty())
+        chip_start();
+    if (has_config && !configured(options.config))
+        return 2;
     if (options.debug_log)
         tarn_pkt_debug = TARN_PKT_DEBUG_RX;
+    if (!options.frame.empty())
+        return explain_frame(options, has_config);
+    trace_start();
     sinks_start();
     std::vector<Input> inputs;
     if (!read_files(options, inputs))
         return 1;
-    if (!options.config.empty() && !configured(options.config))
-        return 2;
     sinks_take();
     userlevel::log_take();
     auto before = userlevel::take_snapshot();

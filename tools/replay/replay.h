@@ -16,6 +16,8 @@ struct Options {
     std::vector<std::string> files;
     std::string filter; // what is offered, as pcap-filter(7) has it; empty: all
     std::string frames; // what is told; empty: all
+    std::string frame;  // in hexadecimal digits, in place of files
+    std::string port;   // where it comes in; empty: the first
     std::string colour = "auto";
     std::string config; // words of tarnctl that make the switch; empty: the plainest one
     std::vector<std::string> enable, disable; // names of redirects
