@@ -9,9 +9,16 @@
 #pragma once
 
 #include "chip.h"
+#include "kernel/types.h"
+
+#include <span>
 
 int chip_home_start(); // 0 or -errno
 void chip_home_stop();
+
+// From now on what leaves by a port goes there, and not to its device. For a copy of the process,
+// in which nothing else runs.
+void chip_home_send_to(void (*end)(u32 slot, std::span<const u8> frame));
 
 // A device whose port cannot be opened (-EBUSY) is a port of that process, or (0) of one that is
 // not known here.

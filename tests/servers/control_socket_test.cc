@@ -20,8 +20,8 @@ TEST_F(ControlSocket, a_line_may_come_in_parts_and_end_with_its_client) {
     EXPECT_EQ(client.read_all(), "words\nok\n");
 }
 
-TEST_F(ControlSocket, a_line_is_no_longer_than_4096) {
-    std::string words(4096 - 5, 'w');
+TEST_F(ControlSocket, a_line_is_no_longer_than_32768) {
+    std::string words(32768 - 5, 'w');
     EXPECT_EQ(ask("echo " + words + "too much\n"), words + "\nok\n");
 }
 

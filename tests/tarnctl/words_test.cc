@@ -41,7 +41,8 @@ constexpr WrongLine WRONG_LINES[] = {
      "unknown word 'lnik'; did you mean 'link'? Say one of link, fib, vlan, vxlan, pvlan, lag, "
      "stp, mirror, "
      "neigh, arp, igmp, multicast, mroute, auth, dhcp, ryke, udld, vornappsd, fdb, "
-     "stack, show, redirect, counters, debug, openflow, proc, monitor, sockets, trace, chip"},
+     "stack, show, redirect, counters, debug, openflow, proc, monitor, sockets, trace, "
+     "explain, chip"},
     {"vlan member", "a word is missing after 'vlan member': say one of add, del"},
     {"vlan member ad",
      "unknown word 'ad' after 'vlan member'; did you mean 'add'? Say one of add, del"},
@@ -459,6 +460,22 @@ TEST(tarnctl_trace, says_what_is_wanted) {
     EXPECT_EQ(tarn.traces,
               (std::vector<std::string>{"trace", "trace port p1 redirect arp drops count 2",
                                         "trace json port p1 drops"}));
+}
+
+TEST(tarnctl_explain, says_the_frame_to_the_switch) {
+    fake::Switch tarn;
+    std::vector<std::string> said;
+    tarn.session.explain = [&](const std::string &order) {
+        said.push_back(order);
+        return "lacp\n";
+    };
+    EXPECT_EQ(tarn.line("explain p1 0180c2 000002"), DONE);
+    EXPECT_EQ(tarn.printed, "lacp\n");
+    tarn.session.json = true;
+    EXPECT_EQ(tarn.line("explain 5001 0180c2"), DONE);
+    EXPECT_EQ(said,
+              (std::vector<std::string>{"explain p1 0180c2 000002", "explain json 5001 0180c2"}));
+    EXPECT_EQ(tarn.line("explain p1"), WRONG);
 }
 
 TEST(tarnctl_sockets, are_shown_as_they_are_and_as_json) {

@@ -94,7 +94,10 @@ tarnctl::Session Own::session(std::function<void(const std::string &text)> print
                 [](const std::string &) {
                     throw tarnctl::ProcError("a trace is for a switch that runs");
                 },
-            .print = std::move(print)};
+            .print = std::move(print),
+            .explain = [](const std::string &) -> std::string {
+                throw tarnctl::ProcError("a frame is explained by a switch that runs");
+            }};
 }
 
 std::string apply(const std::string &file, const Chip &chip) {

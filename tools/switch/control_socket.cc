@@ -18,7 +18,7 @@ namespace live {
 
 namespace {
 
-constexpr std::size_t LINE_MAX_LENGTH = 4096;
+constexpr std::size_t LINE_MAX_LENGTH = 32768; // a jumbo frame in words
 constexpr std::size_t TRACE_AT_ONCE = 65536;
 constexpr timeval PATIENCE{.tv_sec = 5, .tv_usec = 0};
 

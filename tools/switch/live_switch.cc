@@ -16,6 +16,7 @@
 #include "netlink.h"
 #include "pkt/pkt_debug.h"
 #include "pkt/pkt_redirect.h"
+#include "switch/explain_frame.h"
 #include "userlevel/chip_home.h"
 #include "vlan/vlan_member.h"
 
@@ -309,6 +310,8 @@ std::string command(const std::string &line, bool *ok) {
     *ok = true;
     if (line.starts_with("chip "))
         return say_to_chip(line.substr(5), ok);
+    if (line.starts_with("explain "))
+        return explain_frame(line.substr(8), ok);
     if (line == "show counters")
         return show_counters(REDIRECT_COUNTERS_RX);
     if (line == "show counters modify_rx")
@@ -326,7 +329,8 @@ std::string command(const std::string &line, bool *ok) {
     *ok = false;
     return "unknown word '" + line +
            "': say 'show interfaces', 'show sockets', 'show counters [modify_rx|modify_tx]', "
-           "'proc read NAME', 'proc write NAME TEXT', 'trace [drops] ...' or 'chip WORDS...' "
+           "'proc read NAME', 'proc write NAME TEXT', 'trace [drops] ...', 'explain PORT HEX' or "
+           "'chip WORDS...' "
            "('chip help' lists those)\n";
 }
 

@@ -69,6 +69,7 @@ enum class Action {
     monitor,
     sockets,
     trace,
+    explain,
     chip,
 };
 

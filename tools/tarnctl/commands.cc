@@ -780,6 +780,11 @@ std::vector<Subcommand> rows_of_views() {
               "Prints what redirects decide about frames, and why, as they do.",
               {perhaps(value(Kind::text, 0, "WHICH",
                              "port NAME, redirect NAME, drops, count N, seconds N"))}),
+        local("explain", Action::explain,
+              "Tells where a frame would go, through chip and core, and why, without sending it.",
+              {value(Kind::word, 0, "PORT", "where it comes in, by name or ifindex"),
+               value(Kind::text, 0, "HEX",
+                     "the frame, two hexadecimal digits a byte, without its checksum")}),
     };
 }
 
@@ -863,6 +868,7 @@ const std::vector<Topic> &topics() {
         {"monitor", "events as they come"},
         {"sockets", "daemons on the sockets of protocols"},
         {"trace", "decisions about frames as they are made"},
+        {"explain", "where a frame would go"},
         {"chip", "the software chip of tarn-switch"},
     };
     return all;

@@ -75,6 +75,14 @@ void follow(const std::string &control, const std::string &line) {
         throw ProcError(wrong.substr(0, wrong.find_last_not_of('\n') + 1));
 }
 
+std::string explain_frame(const std::string &control, const std::string &order) {
+    if (is_kernel(control))
+        throw ProcError("a kernel is not copied to try a frame on it. 'tarn-replay --frame HEX "
+                        "--config FILE' tells it of a switch that the same words make, 'tarnctl "
+                        "trace' of frames as they come");
+    return control_ask(control_path(control), order);
+}
+
 Session session_of(Ends &ends) {
     return {.client = [&ends]() -> client::Client & {
                 if (!ends.client)
@@ -95,6 +103,10 @@ Session session_of(Ends &ends) {
             .sockets = [&ends] { return sockets(ends.settings.control); },
             .follow = [&ends](const std::string &order) { follow(ends.settings.control, order); },
             .print = print,
+            .explain =
+                [&ends](const std::string &order) {
+                    return explain_frame(ends.settings.control, order);
+                },
             .json = ends.settings.json};
 }
 

@@ -283,6 +283,9 @@ void perform(Session &session, const Parsed &parsed) {
         return session.print(session.json ? table_json(session.sockets()) : session.sockets());
     case Action::trace:
         return session.follow(trace_order(session, parsed.values[0]));
+    case Action::explain:
+        return session.print(session.explain(fmt::format(
+            "explain {}{} {}", session.json ? "json " : "", parsed.values[0], parsed.values[1])));
     case Action::chip:
         return chip(session, parsed);
     }

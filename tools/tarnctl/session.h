@@ -23,6 +23,7 @@ struct Session {
     std::function<std::string()> sockets;                 // the list, as the switch prints it
     std::function<void(const std::string &order)> follow; // prints the trace
     std::function<void(const std::string &text)> print;
+    std::function<std::string(const std::string &order)> explain = {}; // of a frame
     bool json = false;
     bool replace = false; // takes away what stands and contradicts
     // What a line found to be so already, and how many commands went to the switch.
