@@ -408,6 +408,20 @@ TEST_F(Bind, one_that_waits_for_its_end_is_nobodys_layer_3) {
     remember();
 }
 
+TEST_F(Bind, one_on_top_that_waits_for_its_end_is_nobodys_layer_3) {
+    tarn_if *eth = ethernet(78, "eth9"), *port = port_with(77);
+    bind(eth, port);
+    _tarn_ifmgr_if_hold(eth);
+    tarn_ifmgr_delete_interface(eth);
+    tarn_ifmgr_if_ref_put_later(eth);
+    EXPECT_EQ(tarn_ifmgr_get_matching_L3_port(port, 1), nullptr);
+    EXPECT_EQ(refcount_read(&eth->refcnt), 0);
+    EXPECT_THAT(log(), IsEmpty());
+    settle();
+    log(); // it had no device
+    remember();
+}
+
 TEST_F(Bind, a_frame_belongs_to_its_own_vlan_and_not_to_the_first_above_its_port) {
     tarn_if *v10 = vlan(10);
     EXPECT_EQ(l3_port(port1(), 1), vlan1());

@@ -623,4 +623,48 @@ TEST_F(Resend, the_frame_goes_on_in_the_chain) {
     EXPECT_EQ(last().stop_reasons[6], 1u);
 }
 
+// Who is told of the port that the frame came in by, and who of the aggregator that it is part of.
+class OnAggregator : public Chain {
+protected:
+    void SetUp() override {
+        aggregator = add_aggregator_over(port1(), 4501);
+        add_port(2);
+    }
+    tarn_if *aggregator = nullptr;
+};
+
+TEST_F(OnAggregator, copies_leave_out_the_aggregator) {
+    decide(48, REDIRECT_FLOOD_L2 | REDIRECT_RESEND_L2);
+    receive(Frame());
+    ASSERT_EQ(calls().floods.size(), 2u);
+    EXPECT_EQ(calls().floods[0].port, aggregator);
+    EXPECT_EQ(calls().floods[1].port, aggregator);
+}
+
+TEST_F(OnAggregator, a_copy_may_go_where_the_aggregator_may_send) {
+    decide(48, REDIRECT_RESEND_L2);
+    tarn_ifmgr_list_node upstream{.ifp = aggregator, .next = nullptr};
+    vlan1()->upstream_ifs = &upstream;
+    receive(Frame(), {.port_word = 5002});
+    EXPECT_THAT(calls().order, ElementsAre("xmit"));
+    upstream.ifp = port1();
+    receive(Frame(), {.port_word = 5002});
+    EXPECT_THAT(calls().order, ElementsAre("xmit")) << "the port is none of its VLAN's";
+    vlan1()->upstream_ifs = nullptr;
+}
+
+TEST_F(OnAggregator, daemons_and_the_stack_are_told_the_port) {
+    tarn_post_info told{};
+    decide(48, REDIRECT_STACK_REPLICATE | REDIRECT_POST_USERSPACE | REDIRECT_STOP);
+    probe(48).post = [&](sk_buff *skb, tarn_post_info &info) {
+        told = info;
+        return skb;
+    };
+    receive(Frame());
+    ASSERT_EQ(calls().replicated.size(), 1u);
+    EXPECT_EQ(calls().replicated[0].rx_port, port1());
+    EXPECT_EQ(told.rx_port, port1());
+    EXPECT_EQ(told.l2_ifindex, 4501u);
+}
+
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "ifmgr/tarn_ifmgr_bind.h"
 #include "pkt/pkt_candidates.h"
+#include "vlan/vlan_bits.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -342,6 +343,33 @@ TEST_F(Receive, a_vlan_may_waive_the_membership_test) {
     add_vlan(2)->if_flags |= TARN_IF_F_NO_VLAN_MEMBER_CHECK;
     EXPECT_EQ(classify(Frame(), {.vid = 2}).vlan_member_ok, 1);
     EXPECT_EQ(classify(Frame(), {.vid = 3}).vlan_member_ok, 0); // no interface to waive it
+}
+
+TEST_F(Receive, of_an_aggregator_the_port_itself_is_looked_at) {
+    tarn_if *aggregator = add_aggregator_over(port1(), 4501), *shown = nullptr;
+    modify([&](tarn_rx_modify &, const tarn_rx_meta &, tarn_if *ifp, sk_buff *) { shown = ifp; });
+    for (u32 vid : {1u, 2u})
+        vlan_bit_write(aggregator->vlan_member_bmp, vid, vid == 2);
+    vlan_bit_write(aggregator->vlan_disabled_bmp, 1, true);
+    aggregator->ingress_filter = 1;
+    aggregator->openflow = 1;
+    aggregator->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    port1()->openflow = 0;
+    tarn_pkt_info info = classify(Frame(), {.vid = 2});
+    EXPECT_EQ(shown, port1());
+    EXPECT_EQ(info.rx_port, port1());
+    EXPECT_EQ(info.l2_port, aggregator);
+    EXPECT_EQ(info.vlan_member_ok, 0);
+    info = classify(Frame(), {.vid = 1});
+    EXPECT_EQ(info.vlan_member_ok, 1);
+    EXPECT_EQ(info.vlan_port_disabled, 0);
+    EXPECT_EQ(info.ingress_filter, 0);
+    EXPECT_EQ(info.vlan_if, vlan1());
+    port1()->ingress_filter = 1;
+    vlan_bit_write(port1()->vlan_disabled_bmp, 1, true);
+    info = classify(Frame(), {.vid = 1});
+    EXPECT_EQ(info.vlan_port_disabled, 1);
+    EXPECT_EQ(info.ingress_filter, 1);
 }
 
 TEST_F(Receive, the_vlan_interface_is_the_layer_3_interface) {

@@ -344,6 +344,19 @@ TEST_F(Send, testd_sends_out_of_the_device_where_there_is_one) {
     EXPECT_EQ(vlan1()->netdev->references, references);
 }
 
+TEST_F(Send, testd_holds_the_device_while_it_sends_out_of_it) {
+    EXPECT_EQ(netdev_set_flags_by_name("vlan1", IFF_UP), 0);
+    const net_device *device = vlan1()->netdev;
+    i32 before = device->references, meanwhile = 0;
+    driver().answer = [&](const fake_driver::Sent &) {
+        meanwhile = device->references;
+        return 0u;
+    };
+    EXPECT_EQ(send(open(TARN_AF_TESTD), vlan_name(301), plain()), 60);
+    driver().answer = nullptr;
+    EXPECT_EQ(meanwhile, before + 1);
+}
+
 TEST_F(Send, testd_takes_any_answer_of_a_device_but_an_error) {
     net_device *device = configure([] { return userlevel::netdev_create("eth7"); });
     add_ethernet("eth7", 700)->flags = TARN_IF_LINK;
