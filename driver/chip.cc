@@ -46,10 +46,12 @@ void chip_reset_port(u32 slot) {
     u64 bit = chip_bit(slot);
     port.pvid = port.aggregator = port.routed_vid = 0;
     port.own = 0;
+    port.mirror = 0;
     port.label[0] = '\0';
     chip.known &= ~bit;
     chip.open &= ~bit;
     chip.routed &= ~bit;
+    chip.mirrored &= ~bit;
     chip.up |= bit;
     chip.running |= bit;
     for (u32 vid = 0; vid < CHIP_VLANS; vid++) {

@@ -1,6 +1,7 @@
 #include "chip_egress.h"
 
 #include "chip_frame.h"
+#include "chip_reach.h"
 #include "kernel/bytes.h"
 #include "kernel/memory.h"
 #include "port.h"
@@ -73,9 +74,22 @@ void _send_changed(const chip_egress &egress, u64 ports, sk_buff *skb, bool has_
     _drop(egress, ports);
 }
 
-} // namespace
+// Of its own: who watches has its tag by what it is itself.
+void _send_copy(const chip_egress &egress, u32 slot, const sk_buff *skb, bool has_tag) {
+    u64 port = chip_bit(slot);
+    bool changes = ((egress.copies_tagged & port) != 0) != has_tag;
+    sk_buff *copy = skb_copy(skb, GFP_ATOMIC);
+    if (changes)
+        _send_changed(egress, port, copy, has_tag);
+    else if (copy)
+        _send_one(egress, slot, copy);
+    else
+        _drop(egress, port);
+}
 
-void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
+void _gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
+    egress.copies = 0;
+    egress.copies_tagged = 0;
     egress.ports = ports & chip.up;
     egress.tagged = egress.ports & ~chip.untagged[vid];
     egress.tag_tci = (cos & 7) << 13 | vid;
@@ -86,13 +100,37 @@ void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
     }
 }
 
+// Who watches may be watched in turn. Deeper than this is a ring.
+void _gather_copies(chip_egress &egress, u32 slot, u32 vid) {
+    constexpr u32 DEPTH = 8;
+    for (u32 depth = 0; depth < DEPTH && egress.copies < CHIP_PORTS; depth++) {
+        slot = reach_mirror(slot, vid);
+        if (slot == CHIP_PORTS)
+            return;
+        egress.device[slot] = chip.ports[slot].device;
+        chip_port_get(egress.device[slot]);
+        egress.copy_slot[egress.copies++] = static_cast<u8>(slot);
+        egress.copies_tagged |= chip_bit(slot) & ~chip.untagged[vid];
+    }
+}
+
+} // namespace
+
+void egress_gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
+    _gather(egress, ports, vid, cos);
+    for (u64 left = egress.ports & chip.mirrored; left; left &= left - 1)
+        _gather_copies(egress, chip_first(left), vid);
+}
+
 void egress_gather_ports(chip_egress &egress, u64 ports, bool tagged, u32 vid, u32 cos) {
-    egress_gather(egress, ports, 0, cos);
+    _gather(egress, ports, 0, cos);
     egress.tagged = tagged ? egress.ports : 0;
     egress.tag_tci |= vid;
 }
 
 void egress_send(chip_egress &egress, sk_buff *skb, bool has_tag) {
+    for (u32 i = 0; i < egress.copies; i++)
+        _send_copy(egress, egress.copy_slot[i], skb, has_tag);
     u64 as_it_is = has_tag ? egress.tagged : egress.ports & ~egress.tagged;
     u64 changed = egress.ports & ~as_it_is;
     if (changed != 0)

@@ -92,6 +92,8 @@ void _take_port(u32 slot, const rxtx_follow_port &told, const rxtx_follow_port &
     _set(chip.routed, bit, told.routed);
     _set(chip.open, bit, !told.routed && !told.ingress_filter && !above.ingress_filter);
     memcpy(port.label, told.name, sizeof(port.label));
+    port.mirror = told.mirror != 0 ? told.mirror : above.mirror;
+    _set(chip.mirrored, bit, port.mirror != 0);
     port.aggregator = told.aggregator;
     port.routed_vid = told.routed_vid;
     port.own = told.routed ? _address(told.mac) : 0;

@@ -209,6 +209,7 @@ void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {
     frame.slot = slot;
     chip_verdict verdict;
     verdict.egress.ports = 0;
+    verdict.egress.copies = 0;
     verdict.flags = 0;
     verdict.sampled = verdict.new_address = verdict.moved_address = false;
 

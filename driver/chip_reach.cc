@@ -97,6 +97,13 @@ u64 reach_named(u32 ifindex) {
     return ports;
 }
 
+// A watcher need not be a member of the VLAN: it shows what left elsewhere.
+u32 reach_mirror(u32 slot, u32 vid) {
+    u64 may = chip.known & chip.running & chip.forwards[chip.vlans[vid].instance];
+    u64 ports = reach_named(chip.ports[slot].mirror) & may;
+    return ports != 0 ? chip_first(ports) : CHIP_PORTS;
+}
+
 u32 reach_learns_at(u32 slot) {
     return chip_first(chip.ports[slot].group);
 }

@@ -24,6 +24,9 @@ u64 reach_named(u32 ifindex);
 // Where addresses of the port's side are learned: one port stands for its aggregator.
 u32 reach_learns_at(u32 slot);
 
+// The port that has a copy of what leaves by this one, of those that may send; CHIP_PORTS: none.
+u32 reach_mirror(u32 slot, u32 vid);
+
 // Whether the address is the switch's own for frames of the VLAN on the port (CHIP_PORTS: of none).
 bool reach_is_own(const u8 *mac, u32 vid, u32 slot);
 

@@ -46,6 +46,8 @@ void _port(chip_text &text, u32 slot) {
         row_number(text, "lag", port.aggregator);
     if (chip.routed & chip_bit(slot))
         row_number(text, "routed", port.routed_vid);
+    if (port.mirror != 0)
+        row_number(text, "mirror", port.mirror);
     row_number(text, "rx", read_once(port.count.rx));
     row_number(text, "tx", read_once(port.count.tx));
     row_number(text, "learned", read_once(port.count.learned));

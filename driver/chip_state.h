@@ -51,6 +51,7 @@ struct chip_port {
     u64 group;              // all ports of that aggregator, or this port alone
     u32 routed_vid;         // of a routed port
     u64 own;                // its MAC; 0: none
+    u32 mirror;             // ifindex of who has a copy of what leaves here; 0: nobody
     chip_counters count;
 };
 
@@ -76,6 +77,7 @@ struct chip_state {
     u64 running; // not down, and of an aggregator only members that may carry frames
     u64 open;    // take in frames of VLANs that they are no members of
     u64 routed;
+    u64 mirrored; // somebody has a copy of what leaves there
     u64 disabled[CHIP_VLANS];
     u64 learns[CHIP_INSTANCES], forwards[CHIP_INSTANCES];
     chip_vlan vlans[CHIP_VLANS];

@@ -65,6 +65,7 @@ struct rxtx_follow_port {
     uint16_t routed_vid;    /* of a routed port: the VLAN that is its own; else 0 */
     uint32_t aggregator;    /* that it is a member of; 0: none */
     uint8_t mac[6];         /* of a routed port: its own address */
+    uint32_t mirror;        /* a port or aggregator that has a copy of what leaves here; 0: none */
     char name[17];          /* with a zero at its end */
 };
 /* 0, or -ENODEV. */

@@ -132,6 +132,7 @@ i32 tarn_ifmgr_set_portmirror(u32 target, u32 source, u32 direction, u32 vid) {
             if (to == from || read_once(to->mirror_ifindex) != 0)
                 return -EINVAL;
             write_once(from->mirror_ifindex, to->ifindex);
+            tarn_follow(from);
             return 0;
         });
     });
@@ -142,6 +143,7 @@ i32 tarn_ifmgr_unset_portmirror(u32, u32 source, u32 direction, u32 vid) {
         return 0;
     return _on_index(source, -EINVAL, [](tarn_if *from) {
         write_once(from->mirror_ifindex, 0);
+        tarn_follow(from);
         return 0;
     });
 }

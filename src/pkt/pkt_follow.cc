@@ -139,6 +139,7 @@ i32 rxtx_follow_port_get(u32 ifindex, rxtx_follow_port *told) {
         told->pvid = read_once(port->default_pvid);
         told->routed_vid = routed ? read_once(port->vid) : u16{0};
         told->aggregator = _ifindex_of_aggregator(port);
+        told->mirror = read_once(port->mirror_ifindex);
         memcpy(told->name, port->name, sizeof(port->name));
         if (routed)
             _copy_address(told->mac, _own_address(port));

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr int STEPS = 40000;
-constexpr u32 LAGS = 2, FIRST_LAG = 4501, VLANS = 3, INSTANCES = 2, ROUTED_VID = 4000;
+constexpr u32 LAGS = 2, FIRST_LAG = 4501, VLANS = 3, INSTANCES = 2, ROUTED_VID = 4000, SENT = 0x2;
 
 struct Held {
     tarn_if *ifp;
@@ -147,7 +147,7 @@ protected:
 
     void change_something() {
         u32 ifindex = any_of_all(), vid = 1 + below(VLANS);
-        switch (below(14)) {
+        switch (below(15)) {
         case 0:
             return set_flags(ifindex);
         case 1:
@@ -167,7 +167,8 @@ protected:
             tarn_ifmgr_stp_vlan_inst_add(below(INSTANCES), vid);
             return;
         case 8:
-            tarn_ifmgr_aggregator_port_attach(FIRST_LAG + below(LAGS), any_port());
+            if (has_lags)
+                tarn_ifmgr_aggregator_port_attach(FIRST_LAG + below(LAGS), any_port());
             return;
         case 9:
             return detach(any_port());
@@ -182,12 +183,24 @@ protected:
             else
                 remove(TARN_IF_VLAN_BASE + vid);
             return;
+        case 13:
+            return has_mirrors ? change_mirrors() : void();
         default:
-            if (u32 lag = FIRST_LAG + below(LAGS); below(3) != 0)
+            if (u32 lag = FIRST_LAG + below(LAGS); !has_lags)
+                return;
+            else if (below(3) != 0)
                 add_lag(lag);
             else
                 remove(lag);
         }
+    }
+
+    void change_mirrors() {
+        u32 source = any_of_all();
+        if (mostly())
+            tarn_ifmgr_set_portmirror(any_of_all(), source, SENT, 0);
+        else
+            tarn_ifmgr_unset_portmirror(0, source, SENT, 0);
     }
 
     void change_the_chip() {
@@ -222,6 +235,45 @@ protected:
         for (const auto &[ifindex, members] : out)
             groups.insert(members);
         return groups;
+    }
+
+    // How many copies of the frame each port sends, with those for who watches.
+    std::array<u32, PORTS + 1> with_copies(const std::set<std::set<u32>> &groups, u32 vid) {
+        std::array<u32, PORTS + 1> counts{};
+        Held vlan(TARN_IF_VLAN_BASE + vid);
+        for (const std::set<u32> &members : groups) {
+            u32 at = *members.begin();
+            counts[at]++;
+            for (u32 depth = 0; depth < 8; depth++) {
+                u32 target = Held(5000 + at).ifp->mirror_ifindex;
+                Port watcher(target);
+                bool sends = watcher.known && watcher.runs &&
+                             (watcher.routed || watcher.stp[vlan.ifp->stp_instance] == 3);
+                if (!sends)
+                    break;
+                at = target - 5000;
+                counts[at]++;
+            }
+        }
+        return counts;
+    }
+
+    void watch_one(int step) {
+        u32 from = 1 + below(PORTS), tag = below(VLANS + 2);
+        Frame frame = Frame().from("02:00:00:00:07:07").to(BROADCAST);
+        if (tag != 0)
+            frame.tag(static_cast<u16>(tag));
+        frame.type(0x88B5).padded(64);
+        auto expected = with_copies(expect(from, tag), tag != 0 ? tag : Port(5000 + from).pvid);
+        home.sent.clear();
+        receive(from, frame);
+        for (u32 k = 1; k <= PORTS; k++) {
+            std::size_t copies = sent(k).size();
+            watched += copies > 1;
+            ASSERT_EQ(copies, expected[k])
+                << "step " << step << " in by " << from << " out by " << k << "\n"
+                << describe();
+        }
     }
 
     static std::string describe() {
@@ -280,7 +332,8 @@ protected:
     }
 
     std::mt19937 random{20261121};
-    std::size_t flooded = 0;
+    std::size_t flooded = 0, watched = 0;
+    bool has_lags = true, has_mirrors = false;
 };
 
 TEST_F(FollowRandom, nothing_passes_but_what_the_core_lets_pass) {
@@ -301,6 +354,26 @@ TEST_F(FollowRandom, nothing_passes_but_what_the_core_lets_pass) {
     records_stay();
 }
 
+TEST_F(FollowRandom, who_watches_sees_what_leaves_and_no_more) {
+    has_lags = false;
+    has_mirrors = true;
+    for (u32 vid = 2; vid <= VLANS; vid++)
+        plain_switch::add_vlan(vid);
+    for (int step = 0; step < STEPS && !HasFatalFailure(); step++) {
+        if (below(8) == 0)
+            change_something();
+        if (below(32) == 0)
+            make_useful(any_port());
+        if (below(200) == 0)
+            change_the_chip();
+        if (below(3) == 0)
+            userlevel::work_run();
+        watch_one(step);
+    }
+    EXPECT_GT(watched, STEPS / 50u);
+    records_stay();
+}
+
 // What a driver would know that reads again when it is told, and at no other time.
 struct Reader {
     struct Read {
@@ -309,14 +382,15 @@ struct Reader {
         rxtx_follow_vlans vlans{};
         std::array<i32, INSTANCES> stp{};
         std::string text() const {
-            char line[200];
+            char line[300];
             std::snprintf(
                 line, sizeof(line),
-                "%d up %u running %u filter %u routed %u pvid %u vid %u aggregator %u mac %u "
+                "%d up %u running %u filter %u routed %u pvid %u vid %u aggregator %u mirror %u "
+                "name %s mac %u "
                 "members %x tagged %x disabled %x stp %d %d",
                 result, port.up, port.running, port.ingress_filter, port.routed, port.pvid,
-                port.routed_vid, port.aggregator, port.mac[5], vlans.member, vlans.tagged,
-                vlans.disabled, stp[0], stp[1]);
+                port.routed_vid, port.aggregator, port.mirror, port.name, port.mac[5], vlans.member,
+                vlans.tagged, vlans.disabled, stp[0], stp[1]);
             return line;
         }
     };
@@ -366,6 +440,7 @@ TEST_F(FollowRandom, every_change_of_what_can_be_read_is_told) {
         .port_vlans = [](u32 ifindex, u32, u32) { reader.port_vlans(ifindex); },
         .port_stp = [](u32 ifindex, u32 instance) { reader.port_stp(ifindex, instance); },
         .vlan = [](u32 vid) { reader.vlans[vid] = Reader::read_vlan(vid); }};
+    has_mirrors = true;
     chip_stop();
     rxtx_follow_register(&callbacks);
     EXPECT_EQ(reader.ports.size(), PORTS);

@@ -338,6 +338,92 @@ TEST_F(Follow, a_port_that_the_chip_opens_later_is_as_the_core_said) {
     EXPECT_EQ(flood_from(1), "2 4");
 }
 
+constexpr u32 SENT = 0x2; // direction of a mirror
+
+TEST_F(Follow, what_the_chip_sends_on_a_mirrored_port_is_copied) {
+    const Bytes frame = Frame().to(BROADCAST).padded();
+    const Bytes tagged = Frame().to(BROADCAST).tag(1).padded(64);
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5004, 5002, SENT, 0), 0);
+    receive(1, frame);
+    EXPECT_THAT(sent(2), ::testing::ElementsAre(frame));
+    EXPECT_THAT(sent(4), ::testing::ElementsAre(tagged, tagged)) << "its own, and the copy";
+    home.sent.clear();
+    receive(2, Frame().from(HOST).to(BROADCAST).padded());
+    home.sent.clear();
+    receive(1, Frame().to(HOST).padded());
+    EXPECT_EQ(senders(), "2 4");
+    receive(2, Frame().from(HOST).to(OTHER).padded());
+    EXPECT_EQ(senders(), "1 3 4") << "what comes in is not watched";
+    EXPECT_EQ(tarn_ifmgr_unset_portmirror(5004, 5002, SENT, 0), 0);
+    receive(1, Frame().to(HOST).padded());
+    EXPECT_EQ(senders(), "2");
+}
+
+TEST_F(Follow, a_frame_that_the_core_sends_is_copied_once) {
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5003, 5002, SENT, 0), 0);
+    sk_buff *skb = userlevel::frame_make(Bytes(Frame().to(HOST).padded()));
+    EXPECT_EQ(tarn_start_xmit(ports_[2], vlan_, skb, 0, 0, 1, false), 0u);
+    EXPECT_EQ(senders(), "2 3") << "to a port that it names, by the core";
+    receive(2, Frame().from(HOST).to(BROADCAST).padded());
+    home.sent.clear();
+    userlevel::netdev_transmit(vlan_->netdev, Frame().to(HOST).padded().build(), 0);
+    EXPECT_EQ(senders(), "2 3") << "to the port where it goes, by the chip";
+    skb = userlevel::frame_make(Bytes(Frame().to(BROADCAST).padded()));
+    EXPECT_EQ(tarn_flood_except_port(ports_[1], 1, nullptr, skb, 0, 0, 1), 0u);
+    EXPECT_EQ(senders(), "2 3 3 4");
+}
+
+TEST_F(Follow, who_watches_need_not_be_in_the_vlan_and_has_its_own_tags) {
+    tarn_vlan_delete_vlan_from_port(5003, 1);
+    tarn_vlan_add_vlan_to_port(5003, 2, 1);
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5003, 5004, SENT, 0), 0);
+    receive(1, Frame().to(BROADCAST).padded());
+    EXPECT_THAT(sent(3), ::testing::ElementsAre(Bytes(Frame().to(BROADCAST).padded())));
+    EXPECT_EQ(senders(), "2 4");
+    stp(3, TARN_STP_BLOCKING);
+    EXPECT_EQ(flood_from(1), "2 4") << "which spanning tree does not let it";
+    stp(3, TARN_STP_FORWARDING);
+    set_flags(5003, IFF_BROADCAST);
+    EXPECT_EQ(flood_from(1), "2 4");
+    set_flags(5003, PORT_FLAGS);
+    EXPECT_EQ(flood_from(1), "2 3 4");
+    remove(5003);
+    EXPECT_EQ(flood_from(1), "2 4") << "the core knows of no such port";
+}
+
+TEST_F(Follow, mirrors_may_stand_in_a_row_and_end_even_in_a_ring) {
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5003, 5002, SENT, 0), 0);
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5004, 5003, SENT, 0), 0);
+    receive(2, Frame().from(HOST).to(BROADCAST).padded());
+    home.sent.clear();
+    receive(1, Frame().to(HOST).padded());
+    EXPECT_EQ(senders(), "2 3 4");
+    write_once(ports_[4]->mirror_ifindex, 5003u);      // which the command refuses
+    tarn_ifmgr_set_hwaddr(5004, 6, ports_[4]->hwaddr); // so that it is told
+    receive(1, Frame().to(HOST).padded());
+    EXPECT_EQ(sent(2).size(), 1u);
+    EXPECT_EQ(sent(3).size() + sent(4).size(), 8u);
+}
+
+TEST_F(Follow, an_aggregator_is_watched_at_all_its_members_and_watches_by_one) {
+    make_lag();
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(5001, LAG, SENT, 0), 0);
+    for (char last : {'1', '2', '3', '4', '5', '6', '7', '8'}) {
+        receive(4, Frame()
+                       .from("02:00:00:00:07:0" + std::string(1, last))
+                       .to(BROADCAST)
+                       .tag(1)
+                       .padded(64));
+        EXPECT_EQ(sent(1).size(), 2u) << "its own, and the copy";
+        home.sent.clear();
+    }
+    EXPECT_EQ(tarn_ifmgr_unset_portmirror(5001, LAG, SENT, 0), 0);
+    EXPECT_EQ(tarn_ifmgr_set_portmirror(LAG, 5001, SENT, 0), 0);
+    receive(4, Frame().from(HOST).to(BROADCAST).tag(1).padded(64));
+    EXPECT_EQ(sent(1).size(), 1u);
+    EXPECT_EQ(sent(2).size() + sent(3).size(), 2u);
+}
+
 TEST_F(Follow, a_port_is_found_by_the_name_that_the_core_knows) {
     const u8 mac[6] = {2, 0, 0, 0, 1, 9};
     make_lag();
