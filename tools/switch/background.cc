@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,19 +56,20 @@ std::string go_to_background(const std::string &log) {
     close(ends[0]);
     ready_end = ends[1];
     setsid();
+    std::signal(SIGPIPE, SIG_IGN); // of the first process, where that has gone
     return "";
 }
 
-void is_ready() {
+bool is_ready() {
     std::fflush(nullptr);
     dup2(nothing, STDIN_FILENO);
     dup2(log_file, STDOUT_FILENO);
     dup2(log_file, STDERR_FILENO);
     close(nothing);
     close(log_file);
-    if (write(ready_end, "", 1) != 1)
-        std::perror("tarn-switch: who waits for it has gone");
+    bool is_awaited = write(ready_end, "", 1) == 1;
     close(ready_end);
+    return is_awaited;
 }
 
 } // namespace live

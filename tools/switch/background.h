@@ -10,7 +10,7 @@ namespace live {
 // when that is ready, or ends as that does. "" or what failed, in words.
 std::string go_to_background(const std::string &log);
 
-// What is said from now on goes to the log, or nowhere.
-void is_ready();
+// What is said from now on goes to the log, or nowhere. False when nobody waits for it any more.
+bool is_ready();
 
 } // namespace live

@@ -77,12 +77,11 @@ int run(const live::Options &options) {
     sigset_t signals = block_signals();
     if (std::string wrong = begin(options); !wrong.empty())
         end(fail(wrong));
-    if (options.daemon) {
-        live::is_ready();
-    } else {
+    if (!options.daemon)
         std::puts("running");
-        std::fflush(stdout);
-    }
+    else if (!live::is_ready())
+        end(fail("nobody waits for it any more"));
+    std::fflush(stdout);
     int signal;
     sigwait(&signals, &signal);
     end(0);
