@@ -121,7 +121,10 @@ TEST_F(Arp, is_checked_against_the_leases_when_told_so) {
     answers().arp_check = 0;
     EXPECT_EQ(reason_for(arp(2)), 12u);
     EXPECT_EQ(reason_for(arp(2, HOST, 2)), 12u);
-    ASSERT_EQ(answers().arp_checks.size(), 3u);
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    EXPECT_EQ(reason_for(arp(2)), 12u);
+    ASSERT_EQ(answers().arp_checks.size(), 4u);
+    EXPECT_EQ(answers().arp_checks[3].vid, 0u); // of a routed port
     EXPECT_EQ(answers().arp_checks[0].port, port1());
     EXPECT_EQ(answers().arp_checks[0].vid, 1u);
     EXPECT_EQ(answers().arp_checks[0].arp_offset, 14u);

@@ -79,6 +79,15 @@ TEST_F(Mcdrop, a_group_that_the_chip_floods_ends_here) {
     EXPECT_EQ(reason_for(Frame().to(GROUP_MAC).ipv4({.destination = {239, 1, 2, 4}})), 0u);
 }
 
+// Of a routed port it is 0, whatever VID the frame came with.
+TEST_F(Mcdrop, such_a_group_is_of_the_receive_vid) {
+    EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 1, GROUP), 0);
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    EXPECT_EQ(reason_for(ipv4()), 0u);
+    EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 0, GROUP), 0);
+    EXPECT_EQ(reason_for(ipv4()), 2u);
+}
+
 // Of other frames the words that would be a group are not: they read zero, or are of IPv6.
 TEST_F(Mcdrop, only_ipv4_has_such_groups) {
     EXPECT_EQ(tarn_mcdrop_flooding_group_add(0, 1, 0), 0);

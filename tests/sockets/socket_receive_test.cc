@@ -415,6 +415,17 @@ TEST_F(ReceiveSockets, ryke_reads_the_whole_frame_with_its_tag) {
     EXPECT_EQ(Bytes(reading.address.begin() + 12, reading.address.begin() + 14), (Bytes{0x81, 0}));
 }
 
+TEST_F(ReceiveSockets, of_a_routed_port_daemons_are_told_vid_0) {
+    struct socket *lldp = open(TARN_AF_LLDP), *ryke = open(TARN_AF_RYKE);
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    receive(Frame().to("01:80:c2:00:00:0e").type(0x88CC).padded());
+    receive(RYKE);
+    EXPECT_EQ(address_of(read(lldp)).vid, 0);
+    Reading reading = read(ryke);
+    EXPECT_EQ(address_of(reading).vid, 0);
+    EXPECT_EQ(reading.data, Frame().to("00:e0:2b:00:00:04").tag(0).type(0x88B7).padded(64).build());
+}
+
 TEST_F(ReceiveSockets, ryke_makes_room_for_the_tag) {
     struct socket *ryke = open(TARN_AF_RYKE);
     for (u32 headroom : {0u, 3u, 4u, 39u, 40u}) {
@@ -492,6 +503,11 @@ TEST_F(ReceiveSockets, ldf_notes_its_vlan_for_test_tools) {
     receive(own);
     EXPECT_EQ(tarn_ppdi_last.vid_valid, 1);
     EXPECT_EQ(tarn_ppdi_last.vid, 1u);
+    tarn_ppdi_last = {};
+    port1()->if_flags |= TARN_IF_F_L3_SWITCHPORT;
+    std::copy_n(vlan1()->hwaddr, 6, port1()->hwaddr);
+    receive(own);
+    EXPECT_EQ(tarn_ppdi_last.vid, 1u) << "that of a routed port, too";
     tarn_packet_post_debug_enable = 0;
     EXPECT_TRUE(has_frame(ldf));
 }
