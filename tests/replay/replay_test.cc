@@ -824,6 +824,8 @@ TEST_F(Replay, what_is_no_frame_is_refused) {
     }
     EXPECT_THAT(run_tool(TARN_REPLAY, "--frame :").errors, HasSubstr("a frame has 1 to 10240"));
     EXPECT_EQ(run_tool(TARN_REPLAY, "--frame 01 " + file(pcap({})).string()).status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--frame 01 --code 3").status, 2);
+    EXPECT_EQ(run_tool(TARN_REPLAY, "--frame 01 --filter arp").status, 2);
     EXPECT_EQ(run_tool(TARN_REPLAY, "--port port1 " + file(pcap({})).string()).status, 2);
 }
 

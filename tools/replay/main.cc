@@ -8,15 +8,20 @@
 
 namespace {
 
+// What is about captures. With what a single frame comes to the CPU, and why, the chip says.
+constexpr const char *OF_CAPTURES[] = {"--filter", "--frames",   "--code",  "--flags",
+                                       "--extra",  "--rx-flags", "--queue", "--dates"};
+
 constexpr int USAGE_ERROR = 2;
 
 int run(int argc, char **argv) {
     replay::Options options;
     bool list = false;
     CLI::App app{"Offers each frame of a capture to the switch and tells what became of it.\n\n"
-                 "Interface k of the file is port<k>. A frame's VLAN is that of its tag, else 1.\n"
-                 "Every port is an untagged member of every VLAN that the file shows.\n"
-                 "The switch's clock goes by the times of the frames."};
+                 "Interface k of a file is port<k>. A frame's VLAN is that of its tag, else 1.\n"
+                 "Every port is an untagged member of every VLAN that the files show.\n"
+                 "The switch's clock goes by the times of the frames.\n"
+                 "A capture is read to its end before the first frame is offered."};
     app.name("tarn-replay");
     app.set_version_flag("--version,-V", "tarn-replay " TARN_VERSION);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
@@ -32,13 +37,6 @@ int run(int argc, char **argv) {
     app.add_option("--frames", options.frames,
                    "tell only of these, such as 7 or 3,10-20,100-; limits count the others, too")
         ->type_name("NUMBERS");
-    auto *frame = app.add_option("--frame", options.frame,
-                                 "one frame in place of files, in hexadecimal digits: tells where "
-                                 "it would go, through chip and core");
-    frame->type_name("HEX")->excludes(file);
-    app.add_option("--port", options.port, "where it comes in; else by the first port")
-        ->type_name("NAME")
-        ->needs(frame);
     app.add_option("--config", options.config,
                    "makes the switch by a batch of tarnctl instead; interface k of the capture is "
                    "the port with ifindex 5000 + k")
@@ -65,8 +63,18 @@ int run(int argc, char **argv) {
     app.add_flag("--verbose,-v", options.verbose, "also the redirects that were asked and said no");
     app.add_flag("--explain", options.explain, "why: the rule that decided, and its numbers");
     app.add_flag("--debug", options.debug_log, "turn the core's frame log on, and show it");
+    auto *frame = app.add_option("--frame", options.frame,
+                                 "one frame in place of files, in hexadecimal digits: tells where "
+                                 "it would go, through chip and core");
+    frame->type_name("HEX")->excludes(file);
+    app.add_option("--port", options.port, "where it comes in; else by the first port")
+        ->type_name("NAME")
+        ->needs(frame);
     try {
         app.parse(argc, argv);
+        for (const char *option : OF_CAPTURES)
+            if (frame->count() != 0 && app.count(option) != 0)
+                throw CLI::ExcludesError("--frame", option);
         if (!list && options.frame.empty() && file->count() == 0)
             throw CLI::RequiredError("FILE");
     } catch (const CLI::ParseError &error) {
