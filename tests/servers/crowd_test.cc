@@ -195,31 +195,51 @@ TEST_F(CrowdThreads, beyond_the_last_descriptor_waits_for_one) {
 
 // A descriptor that a client had is somebody else's when it is given back: nothing that was meant
 // for the client gets there.
-TEST_F(CrowdThreads, that_goes_while_events_come_leaves_nothing_to_others) {
-    std::atomic<bool> done = false;
-    std::thread frames([&] {
-        while (!done)
-            tell_events(1);
-    });
-    std::thread others([&] {
-        while (!done) {
-            int pair[2];
-            EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-            std::this_thread::yield();
-            char byte;
-            for (int end : pair)
-                EXPECT_EQ(recv(end, &byte, 1, MSG_DONTWAIT), -1);
-            for (int end : pair)
-                ::close(end);
-        }
-    });
-    for (int i = 0; i < CROWD; i++) {
-        NetlinkEnd one(netlink);
-        EXPECT_EQ(one.option(NETLINK_ADD_MEMBERSHIP, inside.group), 0);
+class Leavers : public CrowdThreads {
+protected:
+    // Clients come and go beside what is told them, and others take the descriptors.
+    template <typename Tell, typename ComeAndGo>
+    static void leave_nothing_to_others(Tell tell, ComeAndGo come_and_go) {
+        std::atomic<bool> done = false;
+        std::thread frames([&] {
+            while (!done)
+                tell();
+        });
+        std::thread others([&] {
+            while (!done) {
+                int pair[2];
+                EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
+                std::this_thread::yield();
+                char byte;
+                for (int end : pair)
+                    EXPECT_EQ(recv(end, &byte, 1, MSG_DONTWAIT), -1);
+                for (int end : pair)
+                    ::close(end);
+            }
+        });
+        for (int i = 0; i < CROWD; i++)
+            come_and_go();
+        done = true;
+        frames.join();
+        others.join();
     }
-    done = true;
-    frames.join();
-    others.join();
+};
+using LeaverThreads = Leavers;
+
+TEST_F(LeaverThreads, of_the_control_family_are_told_of_no_event_any_more) {
+    leave_nothing_to_others([] { tell_events(1); },
+                            [&] {
+                                NetlinkEnd one(netlink);
+                                EXPECT_EQ(one.option(NETLINK_ADD_MEMBERSHIP, inside.group), 0);
+                            });
+}
+
+TEST_F(LeaverThreads, of_protocol_sockets_are_told_of_no_frame_any_more) {
+    leave_nothing_to_others([] { deliver(1); },
+                            [&] {
+                                CarriedEnd(sockets).call_and_go(
+                                    {.call = TARN_CARRIER_OPEN, .a = TARN_AF_LACP, .b = SOCK_RAW});
+                            });
 }
 
 } // namespace
