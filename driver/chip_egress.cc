@@ -46,8 +46,12 @@ void _drop(const chip_egress &egress, u64 ports) {
     }
 }
 
+int _send(chip_device *device, sk_buff *skb, const chip_work *work) {
+    return work ? chip_port_send_unfinished(device, skb, work) : chip_port_send(device, skb);
+}
+
 void _send_one(const chip_egress &egress, u32 slot, sk_buff *skb) {
-    if (chip_port_send(egress.device[slot], skb) == 0)
+    if (_send(egress.device[slot], skb, egress.work) == 0)
         count_in(chip.ports[slot].count.tx, 1);
     else
         chip_count_drop(slot, CHIP_DROP_SEND);
@@ -90,6 +94,7 @@ void _send_copy(const chip_egress &egress, u32 slot, const sk_buff *skb, bool ha
 void _gather(chip_egress &egress, u64 ports, u32 vid, u32 cos) {
     egress.copies = 0;
     egress.copies_tagged = 0;
+    egress.work = nullptr;
     egress.ports = ports & chip.up;
     egress.tagged = egress.ports & ~chip.untagged[vid];
     egress.tag_tci = (cos & 7) << 13 | vid;

@@ -3,6 +3,7 @@
 
 #include "chip_state.h"
 
+struct chip_work;
 struct sk_buff;
 
 // Ports to send to, with references: gathered under the chip's lock, used without it.
@@ -14,6 +15,7 @@ struct chip_egress {
     u32 copies;                      // to ports that watch others, one for each that is watched
     u8 copy_slot[CHIP_PORTS];
     u64 copies_tagged;
+    const chip_work *work; // left on the frame; null: none
 };
 
 // Of these ports, those that are up, tagged as members of the VLAN; and of mirrored ones a copy to

@@ -130,25 +130,38 @@ u64 _wanted(const chip_frame &frame, u64 all, bool flood_groups) {
     return flood_groups || frame_is_to_link(frame) ? all : 0;
 }
 
+struct chip_delivery {
+    u32 slot, ifindex, vid;
+    u32 row, flags;
+};
+
 // Hands the frame over to the core.
-void _deliver(const chip_frame &frame, const chip_verdict &verdict, sk_buff *skb, u32 row,
-              u32 flags) {
-    if (!skb)
-        return chip_count_drop(frame.slot, CHIP_DROP_MEMORY);
-    const chip_trap &trap = trap_row(row);
-    count_in(chip.trap_hits[row], 1);
+void _deliver_one(void *context, sk_buff *skb) {
+    const chip_delivery &to = *static_cast<const chip_delivery *>(context);
+    const chip_trap &trap = trap_row(to.row);
+    count_in(chip.trap_hits[to.row], 1);
     tarn_rx_meta meta{};
     meta.debug = 1;
     meta.queue = trap.queue;
     meta.code = trap.code;
     meta.cpu_code = trap.cpu_code;
-    meta.flags = trap.flags | flags;
+    meta.flags = trap.flags | to.flags;
     meta.flood_except[0] = ~0u;          // no exception
     memset(skb_cb(skb), 0, SKB_CB_SIZE); // the last word counts as the port the frame is bound to
-    if (rxtx_hw_packet_recv(skb, verdict.ifindex, frame.vid, &meta) == 0)
+    if (rxtx_hw_packet_recv(skb, to.ifindex, to.vid, &meta) == 0)
         return;
-    chip_count_drop(frame.slot, CHIP_DROP_CPU);
+    chip_count_drop(to.slot, CHIP_DROP_CPU);
     kfree_skb(skb);
+}
+
+void _deliver(const chip_frame &frame, const chip_verdict &verdict, sk_buff *skb, u32 row,
+              u32 flags) {
+    if (!skb)
+        return chip_count_drop(frame.slot, CHIP_DROP_MEMORY);
+    chip_delivery to{frame.slot, verdict.ifindex, frame.vid, row, flags};
+    if (verdict.egress.work)
+        return chip_port_finish(skb, verdict.egress.work, _deliver_one, &to);
+    _deliver_one(&to, skb);
 }
 
 // Reports end in the core by themselves, so each is a copy of its own beside what else becomes of
@@ -201,6 +214,11 @@ u64 forward_ports(const chip_frame &frame, u64 from, bool flood_groups) {
 }
 
 void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {
+    chip_receive_unfinished(device, slot, skb, nullptr);
+}
+
+void chip_receive_unfinished(chip_device *device, uint32_t slot, sk_buff *skb,
+                             const chip_work *work) {
     if (slot >= CHIP_PORTS)
         return kfree_skb(skb);
     chip_frame frame{};
@@ -221,6 +239,7 @@ void chip_receive(chip_device *device, uint32_t slot, sk_buff *skb) {
         _decide(frame, verdict);
     }
     read_unlock_bh(&chip.lock);
+    verdict.egress.work = work;
 
     if (known && verdict.drop != CHIP_DROPS)
         chip_count_drop(slot, verdict.drop);

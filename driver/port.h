@@ -26,6 +26,13 @@ struct chip_device;
 struct net_device;
 struct sk_buff;
 
+/*
+ * What the sender of a frame left to its hardware: to fill in a checksum, to cut a large frame. The chip
+ * hands it from port to port as it came, since the far side would cut it again; the CPU has whole frames.
+ * The home's own record; a tag may be put in or taken off meanwhile, which shows by the frame's length.
+ */
+struct chip_work;
+
 /* --- of the home --------------------------------------------------------------------------------- */
 
 /*
@@ -43,6 +50,13 @@ void chip_port_put(struct chip_device *device);
 
 /* Sends one frame, which is gone afterwards: 0, or a negative errno when the device refused it. */
 int chip_port_send(struct chip_device *device, struct sk_buff *skb);
+
+/* The same with work that was left over. */
+int chip_port_send_unfinished(struct chip_device *device, struct sk_buff *skb, const struct chip_work *work);
+
+/* Does the work: `take` has the frame, or each of those that it is cut into. */
+void chip_port_finish(struct sk_buff *skb, const struct chip_work *work,
+                      void (*take)(void *context, struct sk_buff *skb), void *context);
 
 /* Frames that arrived and were lost before chip_receive(): no room for them, no memory, too long. Does
  * not sleep. */
@@ -64,6 +78,10 @@ void chip_commands_end(void);
  * meantime are dropped.
  */
 void chip_receive(struct chip_device *device, uint32_t slot, struct sk_buff *skb);
+
+/* The same of a frame on which work is left: longer than a frame may be, its checksum not filled in. */
+void chip_receive_unfinished(struct chip_device *device, uint32_t slot, struct sk_buff *skb,
+                             const struct chip_work *work);
 
 /* About once a second, in process context: forgets addresses that have grown old. */
 void chip_tick(void);

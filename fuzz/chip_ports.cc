@@ -49,6 +49,15 @@ unsigned long chip_port_lost(chip_device *) {
     return 0;
 }
 
+int chip_port_send_unfinished(chip_device *device, sk_buff *skb, const chip_work *) {
+    return chip_port_send(device, skb);
+}
+
+void chip_port_finish(sk_buff *skb, const chip_work *, void (*take)(void *context, sk_buff *skb),
+                      void *context) {
+    take(context, skb);
+}
+
 int chip_port_send(chip_device *, sk_buff *skb) {
     consume_skb(skb);
     return 0;

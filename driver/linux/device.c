@@ -167,6 +167,19 @@ int chip_port_send(struct chip_device *device, struct sk_buff *skb)
 	return net_xmit_eval(result) == 0 ? 0 : -ENOBUFS;
 }
 
+/* Work that is left travels in the frame itself, and the thread does it before the chip has the frame. */
+int chip_port_send_unfinished(struct chip_device *device, struct sk_buff *skb,
+			      const struct chip_work *work)
+{
+	return chip_port_send(device, skb);
+}
+
+void chip_port_finish(struct sk_buff *skb, const struct chip_work *work,
+		      void (*take)(void *context, struct sk_buff *skb), void *context)
+{
+	take(context, skb);
+}
+
 /* --- opening and closing -------------------------------------------------------------------------- */
 
 static void detach(struct chip_device *device)

@@ -62,10 +62,12 @@ void let_go(const std::vector<chip_device *> &held) {
 // True when frames may be left.
 bool receive_some(chip_device *device) {
     for (int i = 0; i < FRAMES_IN_A_ROW; i++) {
-        sk_buff *skb = ring_next(device->packets);
+        chip_work work;
+        sk_buff *skb = ring_next(device->packets, work);
         if (!skb)
             return false;
-        chip_receive(device, device->slot, skb);
+        chip_receive_unfinished(device, device->slot, skb,
+                                work_is_left(work.told) ? &work : nullptr);
     }
     return true;
 }
@@ -195,18 +197,32 @@ void chip_home_send_to(void (*end)(u32 slot, std::span<const u8> frame)) {
     other_end = end;
 }
 
+namespace {
+
+int send_with(chip_device *device, sk_buff *skb, const device_work &work) {
+    int result = ring_send(device->packets, {skb_data(skb), skb_len(skb)}, work);
+    if (result == 0)
+        consume_skb(skb);
+    else
+        kfree_skb(skb);
+    return result;
+}
+
+} // namespace
+
 int chip_port_send(chip_device *device, sk_buff *skb) {
     if (other_end) [[unlikely]] {
         other_end(device->slot, {skb_data(skb), skb_len(skb)});
         consume_skb(skb);
         return 0;
     }
-    int result = ring_send(device->packets, {skb_data(skb), skb_len(skb)});
-    if (result == 0)
-        consume_skb(skb);
-    else
-        kfree_skb(skb);
-    return result;
+    return send_with(device, skb, {});
+}
+
+int chip_port_send_unfinished(chip_device *device, sk_buff *skb, const chip_work *work) {
+    device_work now = work_now(*work, skb_len(skb));
+    now.flags &= WORK_CHECKSUM; // what else was told of it is no work
+    return send_with(device, skb, now);
 }
 
 unsigned long chip_port_lost(chip_device *device) {

@@ -1,11 +1,9 @@
 #include "ring.h"
 
-#include "checksum.h"
 #include "kernel/memory.h"
 #include "kernel/skb.h"
 
 #include <arpa/inet.h>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <linux/if_ether.h>
@@ -22,23 +20,15 @@ namespace {
 
 // A place for each frame and not blocks of many: a block is handed over when it is full or when a
 // timer of some milliseconds runs out, and a switch may not wait for either.
-constexpr u32 FRAME_BYTES = 10240; // a header and 9216 + 4
+constexpr u32 FRAME_BYTES =
+    2048; // a header and what most frames have; longer ones are queued whole
 constexpr u32 BLOCK_BYTES = 1 << 20;
 constexpr u32 BLOCKS = 4;
 constexpr u32 FRAMES_OF_BLOCK = BLOCK_BYTES / FRAME_BYTES;
 constexpr u32 FRAMES = FRAMES_OF_BLOCK * BLOCKS;
-constexpr u32 LARGEST = 65536 + 256; // that a device may leave to hardware to cut
-constexpr u32 LARGEST_SEGMENT = 9216;
-constexpr int QUEUE_BYTES = 16 << 20;
+constexpr u32 LONGEST = 9216 + 14 + 2 * 4; // of what is not to be cut
+constexpr int QUEUE_BYTES = 32 << 20;
 constexpr u32 TAG_AT = 12, TAG_BYTES = 4;
-
-// What a device was to do to a frame, before each frame on this socket (struct virtio_net_hdr,
-// whose header is not C++).
-struct device_work {
-    u8 flags, gso_type;
-    u16 header_length, gso_size, csum_start, csum_offset;
-};
-constexpr u8 GSO_NONE = 0, GSO_TCPV4 = 1, GSO_TCPV6 = 4, GSO_UDP_L4 = 5, GSO_ECN = 0x80;
 
 template <typename T>
 bool set_option(int socket, int option, const T &value) {
@@ -50,6 +40,12 @@ bool is_ethernet(int socket, const char *name) {
     std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
     return ioctl(socket, SIOCGIFHWADDR, &request) == 0 &&
            request.ifr_hwaddr.sa_family == ARPHRD_ETHER;
+}
+
+// As root; else large frames have less room.
+void make_room(int socket, int forced, int asked) {
+    if (setsockopt(socket, SOL_SOCKET, forced, &QUEUE_BYTES, sizeof(QUEUE_BYTES)) != 0)
+        setsockopt(socket, SOL_SOCKET, asked, &QUEUE_BYTES, sizeof(QUEUE_BYTES));
 }
 
 // The ring is set up before the socket is bound: no frame arrives by another way.
@@ -69,9 +65,8 @@ bool set_up(ring &ring, u32 ifindex) {
         !set_option(ring.socket, PACKET_RX_RING, request) ||
         !set_option(ring.socket, PACKET_ADD_MEMBERSHIP, promiscuous))
         return false;
-    // As root; else frames to be cut have less room.
-    if (setsockopt(ring.socket, SOL_SOCKET, SO_RCVBUFFORCE, &QUEUE_BYTES, sizeof(QUEUE_BYTES)) != 0)
-        setsockopt(ring.socket, SOL_SOCKET, SO_RCVBUF, &QUEUE_BYTES, sizeof(QUEUE_BYTES));
+    make_room(ring.socket, SO_RCVBUFFORCE, SO_RCVBUF);
+    make_room(ring.socket, SO_SNDBUFFORCE, SO_SNDBUF);
     void *memory = mmap(nullptr, std::size_t{BLOCK_BYTES} * BLOCKS, PROT_READ | PROT_WRITE,
                         MAP_SHARED, ring.socket, 0);
     if (memory == MAP_FAILED)
@@ -89,101 +84,63 @@ tpacket2_hdr *header_at(const ring &ring, u32 frame) {
     return reinterpret_cast<tpacket2_hdr *>(block + frame % FRAMES_OF_BLOCK * FRAME_BYTES);
 }
 
-// The tag that the kernel took off stands in the header.
-void put_frame(sk_buff *skb, const tpacket2_hdr &header, std::span<const u8> bytes) {
-    bool tagged = (header.tp_status & TP_STATUS_VLAN_VALID) && bytes.size() >= TAG_AT;
-    std::span<const u8> before = bytes.first(tagged ? TAG_AT : bytes.size());
-    std::span<const u8> after = bytes.subspan(before.size());
-    std::memcpy(skb_put(skb, static_cast<u32>(before.size())), before.data(), before.size());
-    if (!tagged)
-        return;
+bool has_tag_apart(const tpacket2_hdr &header) {
+    return (header.tp_status & TP_STATUS_VLAN_VALID) && header.tp_len >= TAG_AT;
+}
+
+// The tag that the kernel took off stands in the header, and goes back to its place. What is behind
+// it moves.
+void put_tag(u8 *at, const tpacket2_hdr &header, device_work &work) {
     u16 type = header.tp_status & TP_STATUS_VLAN_TPID_VALID ? header.tp_vlan_tpid : u16{0x8100};
     u16 tag[] = {htons(type), htons(header.tp_vlan_tci)};
-    std::memcpy(skb_put(skb, TAG_BYTES), tag, TAG_BYTES);
-    std::memcpy(skb_put(skb, static_cast<u32>(after.size())), after.data(), after.size());
+    std::memcpy(at, tag, TAG_BYTES);
+    work.csum_start = static_cast<u16>(work.csum_start + TAG_BYTES);
+    work.header_length = static_cast<u16>(work.header_length + TAG_BYTES);
 }
 
-sk_buff *make_frame(ring &ring, const tpacket2_hdr &header, std::span<const u8> bytes) {
-    sk_buff *skb =
-        __netdev_alloc_skb(nullptr, static_cast<u32>(bytes.size()) + TAG_BYTES, GFP_KERNEL);
-    if (skb)
-        put_frame(skb, header, bytes);
-    else
-        ring.lost++;
-    return skb;
+// What did not fit into the ring was queued whole, with the work before it.
+bool read_whole(const ring &ring, device_work &work, std::span<u8> before, std::span<u8> after) {
+    iovec parts[] = {
+        {&work, sizeof(work)}, {before.data(), before.size()}, {after.data(), after.size()}};
+    return readv(ring.socket, parts, 3) ==
+           static_cast<ssize_t>(sizeof(work) + before.size() + after.size());
 }
 
-// What did not fit into the ring was queued whole, with what the hardware was to do before it.
-bool take_whole(const ring &ring, std::vector<u8> &bytes, device_work &work) {
-    bytes.resize(LARGEST);
-    iovec parts[] = {{&work, sizeof(work)}, {bytes.data(), bytes.size()}};
-    ssize_t got = readv(ring.socket, parts, 2);
-    bytes.resize(got < static_cast<ssize_t>(sizeof(work))
-                     ? 0
-                     : static_cast<std::size_t>(got) - sizeof(work));
-    return !bytes.empty();
-}
-
-// A frame that is cut has its tag put in first, so that each of its segments has it.
-void begin_cutting(ring &ring, const tpacket2_hdr &header, const device_work &work) {
-    u32 l4 = work.csum_start;
-    if ((header.tp_status & TP_STATUS_VLAN_VALID) && ring.large.bytes.size() >= TAG_AT) {
-        u16 type = header.tp_status & TP_STATUS_VLAN_TPID_VALID ? header.tp_vlan_tpid : u16{0x8100};
-        u16 tag[] = {htons(type), htons(header.tp_vlan_tci)};
-        const u8 *bytes = reinterpret_cast<const u8 *>(tag);
-        ring.large.bytes.insert(ring.large.bytes.begin() + TAG_AT, bytes, bytes + TAG_BYTES);
-        l4 += TAG_BYTES;
-    }
-    u8 kind = work.gso_type & static_cast<u8>(~GSO_ECN);
-    bool tcp = kind == GSO_TCPV4 || kind == GSO_TCPV6;
-    bool known = tcp || kind == GSO_UDP_L4;
-    if (!known || work.gso_size > LARGEST_SEGMENT ||
-        !large_frame_begin(ring.large, l4, work.gso_size, !tcp)) {
-        ring.large.bytes.clear();
-        ring.lost++;
-    }
-}
-
-sk_buff *next_segment(ring &ring) {
-    std::array<u8, FRAME_BYTES> bytes;
-    while (u32 length = large_frame_next(ring.large, bytes)) {
-        sk_buff *skb = __netdev_alloc_skb(nullptr, length, GFP_KERNEL);
-        if (skb) {
-            std::memcpy(skb_put(skb, length), bytes.data(), length);
-            return skb;
-        }
-        ring.lost++;
-    }
-    return nullptr;
-}
-
-// Leaves the frame in ring.large if that works.
-void take_large(ring &ring, const tpacket2_hdr &header, std::span<const u8> bytes,
-                device_work work) {
-    bool whole = header.tp_snaplen == header.tp_len;
-    if (whole)
-        ring.large.bytes.assign(bytes.begin(), bytes.end());
-    else if (header.tp_status & TP_STATUS_COPY)
-        whole = take_whole(ring, ring.large.bytes, work);
-    if (whole && work.gso_type != GSO_NONE)
-        return begin_cutting(ring, header, work);
-    ring.large.bytes.clear();
-    ring.lost++;
-}
-
-// One place of the ring: its frame, or null when there is none, or it is to be cut.
-sk_buff *take_frame(ring &ring, const tpacket2_hdr &header) {
+bool read_place(const tpacket2_hdr &header, device_work &work, std::span<u8> before,
+                std::span<u8> after) {
     const u8 *bytes = reinterpret_cast<const u8 *>(&header) + header.tp_mac;
-    device_work work;
     std::memcpy(&work, bytes - sizeof(work), sizeof(work));
-    if (header.tp_snaplen < header.tp_len || work.gso_type != GSO_NONE) {
-        take_large(ring, header, {bytes, header.tp_snaplen}, work);
+    std::memcpy(before.data(), bytes, before.size());
+    std::memcpy(after.data(), bytes + before.size(), after.size());
+    return true;
+}
+
+// The frame of a place, from there or, when it is long, from the queue.
+bool read_frame(const ring &ring, const tpacket2_hdr &header, u8 *to, device_work &work) {
+    u32 tag = has_tag_apart(header) ? TAG_BYTES : 0;
+    std::span<u8> before{to, tag != 0 ? TAG_AT : header.tp_len};
+    std::span<u8> after{to + before.size() + tag, header.tp_len - before.size()};
+    bool whole = header.tp_snaplen >= header.tp_len  ? read_place(header, work, before, after)
+                 : header.tp_status & TP_STATUS_COPY ? read_whole(ring, work, before, after)
+                                                     : false;
+    if (whole && tag != 0)
+        put_tag(to + TAG_AT, header, work);
+    return whole;
+}
+
+// Null: it is lost.
+sk_buff *take_frame(const ring &ring, const tpacket2_hdr &header, chip_work &work) {
+    work.length = header.tp_len + (has_tag_apart(header) ? TAG_BYTES : 0);
+    sk_buff *skb = __netdev_alloc_skb(nullptr, work.length, GFP_KERNEL);
+    if (!skb)
         return nullptr;
-    }
-    sk_buff *skb = make_frame(ring, header, {bytes, header.tp_snaplen});
-    if (skb && (header.tp_status & TP_STATUS_CSUMNOTREADY))
-        checksum_fill(skb_data(skb), skb_len(skb));
-    return skb;
+    u8 *to = static_cast<u8 *>(skb_put(skb, work.length));
+    bool sound = read_frame(ring, header, to, work.told) && work_is_sound(skb, work) &&
+                 (work.told.gso_type != 0 || work.length <= LONGEST);
+    if (sound)
+        return skb;
+    kfree_skb(skb);
+    return nullptr;
 }
 
 } // namespace
@@ -233,24 +190,22 @@ unsigned long ring_lost(ring &ring) {
     return ring.lost;
 }
 
-sk_buff *ring_next(ring &ring) {
+sk_buff *ring_next(ring &ring, chip_work &work) {
     for (;;) {
-        if (sk_buff *skb = next_segment(ring))
-            return skb;
         tpacket2_hdr *header = header_at(ring, ring.next);
         if (!(__atomic_load_n(&header->tp_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER))
             return nullptr;
-        sk_buff *skb = take_frame(ring, *header);
+        sk_buff *skb = take_frame(ring, *header, work);
         __atomic_store_n(&header->tp_status, u32{TP_STATUS_KERNEL}, __ATOMIC_RELEASE);
         ring.next = (ring.next + 1) % FRAMES;
         if (skb)
             return skb;
+        ring.lost++;
     }
 }
 
-int ring_send(const ring &ring, std::span<const u8> frame) {
-    device_work nothing_to_do{};
-    iovec parts[] = {{&nothing_to_do, sizeof(nothing_to_do)},
+int ring_send(const ring &ring, std::span<const u8> frame, const device_work &work) {
+    iovec parts[] = {{const_cast<device_work *>(&work), sizeof(work)},
                      {const_cast<u8 *>(frame.data()), frame.size()}};
     msghdr message{};
     message.msg_iov = parts;

@@ -1,13 +1,12 @@
 // A packet socket on one device, with a ring of received frames that the kernel shares with us.
 //
 //   in     the device's name
-//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again;
-//          frames that were left to hardware to cut are cut, partial checksums filled in
-//   out    frames as socket buffers
+//   does   promiscuous, frames that others sent only, any 802.1Q tag at offset 12 again
+//   out    frames as socket buffers, with what their sender left to hardware
 #pragma once
 
 #include "kernel/types.h"
-#include "segment.h"
+#include "work.h"
 
 #include <atomic>
 #include <span>
@@ -17,8 +16,7 @@ struct sk_buff;
 struct ring {
     int socket = -1;
     u8 *memory = nullptr;
-    u32 next = 0;      // frame of the ring that the kernel fills next
-    large_frame large; // being cut
+    u32 next = 0; // frame of the ring that the kernel fills next
     std::atomic<unsigned long> lost{0};
 };
 
@@ -32,7 +30,7 @@ bool ring_is_alive(const ring &ring);
 // From any thread.
 unsigned long ring_lost(ring &ring);
 
-// The next frame, or null when there is none yet.
-sk_buff *ring_next(ring &ring);
+// The next frame, and the work that is left on it; null when there is none yet.
+sk_buff *ring_next(ring &ring, chip_work &work);
 
-int ring_send(const ring &ring, std::span<const u8> frame); // 0 or -errno
+int ring_send(const ring &ring, std::span<const u8> frame, const device_work &work); // 0 or -errno

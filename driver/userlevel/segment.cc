@@ -55,7 +55,7 @@ bool large_frame_begin(large_frame &large, u32 l4, u32 segment_bytes, bool udp) 
     large.segment_bytes = segment_bytes;
     large.udp = udp;
     large.l3 = ETH_HEADER;
-    const std::vector<u8> &bytes = large.bytes;
+    std::span<const u8> bytes = large.bytes;
     while (large.l3 + 20 < bytes.size() &&
            (word(&bytes[large.l3 - 2]) == 0x8100 || word(&bytes[large.l3 - 2]) == 0x88A8))
         large.l3 += VLAN_TAG;
@@ -63,7 +63,7 @@ bool large_frame_begin(large_frame &large, u32 l4, u32 segment_bytes, bool udp) 
     bool sound = segment_bytes != 0 && l4 >= large.l3 + IPV4_HEADER && bytes.size() > l4 + 20 &&
                  headers_of(large) < bytes.size() && headers_of(large) >= l4 + smallest_header;
     if (!sound)
-        large.bytes.clear();
+        large.bytes = {};
     return sound;
 }
 
@@ -75,7 +75,7 @@ u32 large_frame_next(large_frame &large, std::span<u8> to) {
     u32 part = std::min(large.segment_bytes, payload - large.done);
     u32 length = headers + part;
     if (part == 0 || length > to.size()) {
-        large.bytes.clear();
+        large.bytes = {};
         return 0;
     }
     std::memcpy(to.data(), large.bytes.data(), headers);

@@ -5,12 +5,12 @@
 #include "kernel/types.h"
 
 #include <span>
-#include <vector>
 
 struct large_frame {
-    std::vector<u8> bytes; // Ethernet, IP and TCP or UDP headers, and the payload of all segments
-    u32 l4 = 0;            // offset of the TCP or UDP header; the IP header stands right after the
-                           // Ethernet header and any tags, which `l3` tells
+    std::span<const u8>
+        bytes;  // Ethernet, IP and TCP or UDP headers, and the payload of all segments
+    u32 l4 = 0; // offset of the TCP or UDP header; the IP header stands right after the
+                // Ethernet header and any tags, which `l3` tells
     u32 l3 = 0;
     u32 segment_bytes = 0; // payload of one
     bool udp = false;

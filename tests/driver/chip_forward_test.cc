@@ -301,3 +301,54 @@ TEST_F(Forwarding, a_device_that_goes_away_closes_its_port) {
     tell("link 101 up");
     tell("link 103 up");
 }
+
+// Work that a sender left to its hardware goes with the frame from port to port, and is done for
+// the CPU.
+namespace {
+
+class Unfinished : public ChipTest {
+protected:
+    Unfinished() { home.unfinished.clear(); }
+
+    static void receive_unfinished(u32 ifindex, const Bytes &frame) {
+        chip_device *device = home.open.at(device_of(ifindex));
+        chip_receive_unfinished(device, device->slot, userlevel::frame_make(frame), WORK);
+    }
+
+    // The fake home only hands it on.
+    static inline const auto *WORK = reinterpret_cast<const chip_work *>(&home);
+};
+
+} // namespace
+
+TEST_F(Unfinished, work_passes_from_port_to_port) {
+    tell("vlan 102 1 tagged");
+    receive(102, Frame().from("02:00:00:00:00:0a").tag(1).padded(64));
+    home.sent.clear();
+    receive_unfinished(101, Frame().to("02:00:00:00:00:0a").padded());
+    EXPECT_EQ(ports_that_sent(), "102");
+    EXPECT_EQ(home.unfinished, std::vector{WORK});
+    EXPECT_EQ(traps(), "");
+}
+
+TEST_F(Unfinished, the_cpu_has_it_done) {
+    tell("mac 02:00:00:00:00:01 1");
+    receive_unfinished(101, Frame().to("02:00:00:00:00:01").padded());
+    EXPECT_EQ(traps(), "own-other own-other") << "the pieces of the fake home";
+    EXPECT_EQ(hits("own-other"), 2u);
+    receive_unfinished(101, Frame().to("ff:ff:ff:ff:ff:ff").padded());
+    EXPECT_EQ(ports_that_sent(), "102 103 104");
+    EXPECT_EQ(home.unfinished.size(), 3u);
+    EXPECT_EQ(traps(), "broadcast broadcast");
+}
+
+TEST_F(Unfinished, what_others_send_has_none) {
+    receive_unfinished(101, Frame().to("ff:ff:ff:ff:ff:ff").padded());
+    home.unfinished.clear();
+    receive(101, Frame().to("ff:ff:ff:ff:ff:ff").padded());
+    transmit(102, 1, false, Frame().padded());
+    transmit(0, 1, false, Frame().padded());
+    flood(101, 1, Frame().padded());
+    EXPECT_EQ(home.unfinished.size(), 0u);
+    EXPECT_GT(ports_that_sent().size(), 10u);
+}

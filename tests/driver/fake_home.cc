@@ -1,5 +1,6 @@
 #include "fake_home.h"
 
+#include "kernel/memory.h"
 #include "kernel/netdev.h"
 #include "kernel/skb.h"
 #include "port.h"
@@ -43,6 +44,21 @@ void chip_port_put(chip_device *device) {
         return;
     home.alive--;
     delete device;
+}
+
+int chip_port_send_unfinished(chip_device *device, sk_buff *skb, const chip_work *work) {
+    {
+        std::lock_guard hold(home.lock);
+        home.unfinished.push_back(work);
+    }
+    return chip_port_send(device, skb);
+}
+
+// Two pieces for each.
+void chip_port_finish(sk_buff *skb, const chip_work *, void (*take)(void *context, sk_buff *skb),
+                      void *context) {
+    take(context, skb_copy(skb, GFP_ATOMIC));
+    take(context, skb);
 }
 
 int chip_port_send(chip_device *device, sk_buff *skb) {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <set>
 
+struct chip_work;
 struct net_device;
 
 struct chip_device {
@@ -43,6 +44,7 @@ struct FakeHome {
     std::set<std::string> missing;  // devices that cannot be opened
     std::set<std::string> refusing; // devices that take no frame
     std::map<std::string, unsigned long> lost;
+    std::vector<const chip_work *> unfinished; // work that was left on what was sent
     u32 core_result = 0;
     int alive = 0; // devices with a reference
     rxtx_hw_callbacks callbacks{};

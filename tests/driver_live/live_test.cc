@@ -7,6 +7,7 @@
 #include "kernel/skb.h"
 #include "tarn/rxtx_follow.h"
 #include "tarn/rxtx_hw.h"
+#include "userlevel/work.h"
 
 #include <arpa/inet.h>
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <mutex>
 #include <net/if.h>
@@ -97,6 +99,9 @@ void rxtx_hw_register(rxtx_hw_callbacks given) {
 void rxtx_follow_register(const rxtx_follow_callbacks *) {}
 i32 rxtx_follow_port_get(u32, rxtx_follow_port *) {
     return -ENODEV;
+}
+u32 rxtx_follow_ifindex_get(const char *) {
+    return 0;
 }
 i32 rxtx_follow_vlans_get(u32, u32, rxtx_follow_vlans *) {
     return -ENODEV;
@@ -300,8 +305,139 @@ TEST_F(Live, the_core_sends_out_of_a_port_and_a_tagged_answer_is_trapped_with_it
     EXPECT_EQ(result_of(echo), 0);
 }
 
+namespace {
+
+int packet_socket(const char *device) {
+    int one = 1, made = ::socket(AF_PACKET, SOCK_RAW, 0);
+    setsockopt(made, SOL_PACKET, PACKET_VNET_HDR, &one, sizeof(one));
+    setsockopt(made, SOL_PACKET, PACKET_AUXDATA, &one, sizeof(one));
+    setsockopt(made, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one));
+    timeval limit{.tv_sec = 2, .tv_usec = 0};
+    setsockopt(made, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    sockaddr_ll at{};
+    at.sll_family = AF_PACKET;
+    at.sll_protocol = htons(ETH_P_ALL);
+    at.sll_ifindex = static_cast<int>(if_nametoindex(device));
+    EXPECT_EQ(bind(made, reinterpret_cast<sockaddr *>(&at), sizeof(at)), 0);
+    return made;
+}
+
+// A TCP segment as a stack leaves it to its hardware to cut, behind what is to be done.
+std::vector<u8> large_segment(u32 payload) {
+    const device_work work{.flags = 1,
+                           .gso_type = 1,
+                           .header_length = 54,
+                           .gso_size = 1448,
+                           .csum_start = 34,
+                           .csum_offset = 16};
+    u32 total = 40 + payload;
+    std::vector<u8> frame(sizeof(work) + 14 + total, 0x5A);
+    std::memcpy(frame.data(), &work, sizeof(work));
+    const u8 headers[] = {2,
+                          0,
+                          0,
+                          0,
+                          0,
+                          2,
+                          2,
+                          0,
+                          0,
+                          0,
+                          0,
+                          1,
+                          8,
+                          0,
+                          0x45,
+                          0,
+                          static_cast<u8>(total >> 8),
+                          static_cast<u8>(total),
+                          0,
+                          1,
+                          0x40,
+                          0,
+                          64,
+                          6,
+                          0,
+                          0,
+                          10,
+                          0,
+                          0,
+                          1,
+                          10,
+                          0,
+                          0,
+                          2,
+                          0,
+                          80,
+                          0,
+                          81,
+                          0,
+                          0,
+                          0,
+                          1,
+                          0,
+                          0,
+                          0,
+                          1,
+                          0x50,
+                          0x10,
+                          1,
+                          0,
+                          0,
+                          0,
+                          0,
+                          0};
+    std::memcpy(frame.data() + sizeof(work), headers, sizeof(headers));
+    return frame;
+}
+
+} // namespace
+
+// Segmentation is left to the far side, whatever becomes of the tag on the way.
+TEST_F(Live, a_large_frame_passes_uncut) {
+    ASSERT_EQ(
+        run("ip link add p1 type veth peer name h1 && ip link add p2 type veth peer name h2 && "
+            "for d in p1 p2 h1 h2; do ip link set $d up; done"),
+        0);
+    for (const char *line :
+         {"port 101 p1", "port 102 p2", "vlan 101 5 untagged", "pvid 101 5", "vlan 102 5 tagged"})
+        tell(line);
+    int from = packet_socket("h1"), to = packet_socket("h2");
+    const std::vector<u8> large = large_segment(20000);
+    ASSERT_EQ(send(from, large.data(), large.size(), 0), static_cast<ssize_t>(large.size()));
+    std::vector<u8> got(70000);
+    device_work work{};
+    u32 tci = 0;
+    while (true) {
+        std::array<u8, 256> extra;
+        iovec into{got.data(), got.size()};
+        msghdr message{};
+        message.msg_iov = &into;
+        message.msg_iovlen = 1;
+        message.msg_control = extra.data();
+        message.msg_controllen = extra.size();
+        ssize_t length = recvmsg(to, &message, 0);
+        ASSERT_GT(length, 0) << "nothing came";
+        std::memcpy(&work, got.data(), sizeof(work));
+        if (work.gso_type == 0) // the machine's own
+            continue;
+        EXPECT_EQ(length, static_cast<ssize_t>(large.size())) << "its tag stands apart";
+        tpacket_auxdata apart;
+        std::memcpy(&apart, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof(apart));
+        tci = apart.tp_vlan_tci;
+        break;
+    }
+    EXPECT_EQ(work.gso_type, 1);
+    EXPECT_EQ(work.gso_size, 1448);
+    EXPECT_EQ(tci, 5u);
+    EXPECT_TRUE(std::equal(large.begin() + sizeof(work) + 60, large.end(),
+                           got.begin() + sizeof(work) + 60));
+    close(from);
+    close(to);
+}
+
 TEST_F(Live, frames_that_the_ring_has_no_room_for_are_counted) {
-    constexpr int MORE_THAN_FIT = 2000;
+    constexpr int MORE_THAN_FIT = 6000;
     ASSERT_EQ(
         run("ip link add p1 type veth peer name h1 && ip link set p1 up && ip link set h1 up"), 0);
     tell("port 101 p1");

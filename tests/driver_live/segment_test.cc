@@ -1,7 +1,11 @@
 // Cutting and checksums, byte by byte.
 #include "checksum.h"
+#include "kernel/memory.h"
+#include "kernel/skb.h"
 #include "segment.h"
+#include "work.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace {
@@ -175,4 +179,82 @@ TEST(Checksums, fragments_and_frames_cut_short_stay_as_they_are) {
             checksum_fill(part.data(), part.size());
             EXPECT_EQ(part, same) << length;
         }
+}
+
+namespace {
+
+sk_buff *make(const Bytes &bytes) {
+    sk_buff *skb = __netdev_alloc_skb(nullptr, static_cast<unsigned>(bytes.size()), GFP_KERNEL);
+    std::memcpy(skb_put(skb, static_cast<unsigned>(bytes.size())), bytes.data(), bytes.size());
+    return skb;
+}
+
+void keep(void *into, sk_buff *skb) {
+    static_cast<std::vector<Bytes> *>(into)->emplace_back(skb_data(skb),
+                                                          skb_data(skb) + skb_len(skb));
+    consume_skb(skb);
+}
+
+chip_work tcp_work(u32 length) {
+    return {{.flags = 1,
+             .gso_type = 1,
+             .header_length = 54,
+             .gso_size = 1000,
+             .csum_start = 34,
+             .csum_offset = 16},
+            length};
+}
+
+} // namespace
+
+TEST(Work, is_done_as_cutting_does_it) {
+    const Bytes whole = tcp4(2500);
+    sk_buff *skb = make(whole);
+    chip_work work = tcp_work(skb_len(skb));
+    EXPECT_TRUE(work_is_sound(skb, work));
+    std::vector<Bytes> pieces;
+    chip_port_finish(skb, &work, keep, &pieces);
+    EXPECT_EQ(pieces, cut(whole, 34, 1000, false));
+    EXPECT_EQ(pieces.size(), 3u);
+}
+
+TEST(Work, moves_with_a_tag_that_comes) {
+    const Bytes whole = tcp4(2500, true);
+    sk_buff *skb = make(whole);
+    chip_work work = tcp_work(skb_len(skb) - 4);
+    EXPECT_EQ(work_now(work, skb_len(skb)).csum_start, 38);
+    EXPECT_EQ(work_now(work, skb_len(skb)).header_length, 58);
+    std::vector<Bytes> pieces;
+    chip_port_finish(skb, &work, keep, &pieces);
+    EXPECT_EQ(pieces, cut(whole, 38, 1000, false));
+}
+
+TEST(Work, may_be_a_checksum_alone) {
+    Bytes whole = tcp4(100);
+    sk_buff *skb = make(whole);
+    chip_work work = tcp_work(skb_len(skb));
+    work.told.gso_type = 0;
+    EXPECT_TRUE(work_is_left(work.told));
+    std::vector<Bytes> pieces;
+    chip_port_finish(skb, &work, keep, &pieces);
+    checksum_fill(whole.data(), whole.size());
+    EXPECT_EQ(pieces, std::vector<Bytes>{whole});
+    work.told.flags = 2; // "it is right", which leaves nothing
+    EXPECT_FALSE(work_is_left(work.told));
+}
+
+TEST(Work, that_nobody_could_do_is_not_taken) {
+    sk_buff *skb = make(tcp4(2500));
+    chip_work work = tcp_work(skb_len(skb));
+    for (u8 kind : {2, 3, 6}) {
+        work.told.gso_type = kind;
+        EXPECT_FALSE(work_is_sound(skb, work)) << u32{kind};
+    }
+    work = tcp_work(skb_len(skb));
+    work.told.gso_size = 9217;
+    EXPECT_FALSE(work_is_sound(skb, work));
+    work = tcp_work(skb_len(skb));
+    work.told.csum_start = 30000;
+    EXPECT_FALSE(work_is_sound(skb, work));
+    consume_skb(skb);
 }

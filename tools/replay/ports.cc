@@ -36,6 +36,15 @@ int chip_port_send(chip_device *device, sk_buff *skb) {
     return 0;
 }
 
+int chip_port_send_unfinished(chip_device *device, sk_buff *skb, const chip_work *) {
+    return chip_port_send(device, skb);
+}
+
+void chip_port_finish(sk_buff *skb, const chip_work *, void (*take)(void *context, sk_buff *skb),
+                      void *context) {
+    take(context, skb);
+}
+
 unsigned long chip_port_lost(chip_device *) {
     return 0;
 }
