@@ -113,7 +113,7 @@ static void it_prints_what_was_asked_for(void)
 	a_trace("a port and a redirect",
 		WORDS("trace", "--port", "if5001", "--redirect", "ipv4", "--count", "1"), 1, "if5001 vid 1 ");
 	a_trace("JSON", WORDS("-j", "trace", "--drops", "--count", "1"), 1, "\"redirect\":\"ipv4\"");
-	a_trace("another port", WORDS("trace", "--port", "if9", "--seconds", "1"), 0, "");
+	a_trace("another port", WORDS("trace", "--port", "if5002", "--seconds", "1"), 0, "");
 	a_trace("another redirect", WORDS("trace", "--redirect", "arp", "--seconds", "1"), 0, "");
 }
 
@@ -134,6 +134,7 @@ int main(void)
 		return 0;
 	}
 	lab_setup();
+	CHECK(lab_command("port 5002 if5002 02:00:00:00:50:02") == 0, "there is another port");
 	CHECK(net_up(NET_HERE, "vlan1", 1) == 0, "vlan1 goes up");
 	net_pause(300);
 	mkdir("/sys", 0755);
