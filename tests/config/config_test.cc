@@ -71,7 +71,7 @@ TEST_F(tarnctl_switch, the_manual_s_example_builds_an_aggregator_and_takes_it_aw
     auto blocks = examples();
     ASSERT_EQ(blocks.size(), 2u);
     EXPECT_EQ(apply(blocks[0]), "");
-    EXPECT_THAT(printed, HasSubstr("ports: port2 port1\n"));
+    EXPECT_THAT(printed, HasSubstr("port2,port1\n"));
     EXPECT_THAT(printed, HasSubstr("00: Blocking\n"));
     EXPECT_THAT(ifdb(), HasSubstr("vlan20"));
     EXPECT_EQ(apply(blocks[1]), "");
@@ -82,7 +82,7 @@ TEST_F(tarnctl_switch, the_manual_s_example_builds_an_aggregator_and_takes_it_aw
 TEST_F(tarnctl_switch, stops_at_the_line_that_it_refuses) {
     std::string wrong = apply("vlan add 10\nlink routed 4711 10\nvlan add 11\n");
     EXPECT_THAT(wrong, HasSubstr("config:2: link routed: "));
-    EXPECT_THAT(wrong, HasSubstr("there is no interface 4711; there are: vlan10"));
+    EXPECT_THAT(wrong, HasSubstr("there is no interface 4711; there are: VLANs 10"));
     EXPECT_THAT(ifdb(), HasSubstr("vlan10"));
     EXPECT_THAT(ifdb(), testing::Not(HasSubstr("vlan11")));
 }

@@ -20,7 +20,8 @@ namespace real {
 
 inline bool make_devices() {
     return (unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) &&
-           std::system("ip link add dev1 type veth peer name dev2 >/dev/null 2>&1") == 0;
+           std::system("ip link add dev1 type veth peer name dev2 >/dev/null 2>&1 && "
+                       "ip link add dev3 type veth peer name dev4 >/dev/null 2>&1") == 0;
 }
 
 inline std::string say_to_chip(const std::string &line, bool &ok) {

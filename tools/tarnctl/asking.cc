@@ -132,8 +132,8 @@ private:
             if (is_vlan)
                 refuse(no_vlan({ifindex - VLAN_IFINDEX_BASE}));
             else
-                refuse(fmt::format("there is no interface {}; {}", ifindex,
-                                   all_names([](const Interface &) { return true; })));
+                refuse(fmt::format("there is no interface {}; there are: {}", ifindex,
+                                   standing_.names()));
             return false;
         }
         return true;

@@ -62,6 +62,7 @@ struct Argument {
 enum class Action {
     message, // a command of the family
     show,    // a file of the proc tree
+    facts,   // the switch as a whole: `file` says what of it (show.h)
     set,     // a line written to one
     redirect,
     proc_read,

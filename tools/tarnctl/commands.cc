@@ -329,6 +329,15 @@ Subcommand show_port(std::string_view words, std::string_view file, std::string_
     return local(words, Action::show, help, {name_of_port()}, file);
 }
 
+Argument shown_name() {
+    return perhaps(value(Kind::word, 0, "PORT", "one of them alone"));
+}
+
+Subcommand facts(std::string_view words, std::string_view what, std::string_view help,
+                 std::vector<Argument> arguments = {}) {
+    return local(words, Action::facts, help, std::move(arguments), what);
+}
+
 Subcommand set(std::string_view words, std::string_view file, std::string_view help,
                std::vector<Argument> arguments, std::string_view written) {
     return local(words, Action::set, help, std::move(arguments), file, written);
@@ -377,7 +386,7 @@ std::vector<Subcommand> rows_of_interfaces() {
         message("link routed", TARNFWD_CMD_PORT_SET_L3,
                 "Makes a port a routed one with that VLAN, or with 0 a switch port again.",
                 {port(), vid_or_0("the VLAN, or 0")}, "link routed port1 100"),
-        show("link show", "ifdb", "Shows every interface of the switch."),
+        facts("link show", "interfaces", "The same as 'show interfaces'.", {shown_name()}),
         message("fib bind", TARNFWD_CMD_IF_BIND_FIB, "Makes a layer 3 interface one of a FIB.",
                 {any_interface(), fib()}, "fib bind vlan10 1"),
         message("fib unbind", TARNFWD_CMD_IF_UNBIND_FIB,
@@ -724,7 +733,21 @@ std::vector<Subcommand> rows_of_the_rest() {
 
 std::vector<Subcommand> rows_of_views() {
     return {
-        show("show interfaces", "ifdb", "Shows every interface of the switch."),
+        facts("show interfaces", "interfaces",
+              "Shows every interface: its state, its device with its speed, its VLANs, spanning "
+              "tree and aggregator. In brackets: VLANs of which it is not told whether it is "
+              "tagged there. With --statistics: frames, rates and drops.",
+              {shown_name()}),
+        facts("show vlans", "vlans", "Shows every VLAN with its ports and options."),
+        facts("show fdb", "fdb", "Shows the addresses of the software chip.",
+              {maybe("vlan", number(0, "VID", 1, 4094, "those of one VLAN")),
+               maybe("port", value(Kind::word, 0, "PORT", "those on one port"))}),
+        facts("show lag", "lag", "Shows the aggregators with their ports."),
+        facts("show stp", "stp", "Shows which port is in which spanning tree state, and where.",
+              {shown_name()}),
+        facts("show running", "running",
+              "Shows the batch that would make this switch again: what it is told by tarnctl, as "
+              "far as it tells. 'tarnctl --batch' runs it."),
         show("show counters", "pktcounts", "Shows what each redirect did with received frames."),
         show("show counters rx-modify", "rxmodifycounts",
              "Shows what the hooks saw that change received frames."),
@@ -770,9 +793,12 @@ std::vector<Subcommand> rows_of_views() {
         local("proc write", Action::proc_write, "Writes a line to a file of the proc tree.",
               {value(Kind::word, 0, "FILE", "its path, such as pktdebug"),
                value(Kind::text, 0, "TEXT", "the line")}),
-        local("monitor", Action::monitor, "Prints the events of the switch, one line each.",
-              {otherwise("0", "count",
-                         number(0, "EVENTS", 0, WHOLE, "ends after so many; 0: never"))}),
+        local(
+            "monitor", Action::monitor,
+            "Prints the events of the switch, and what changes of its links, VLANs, spanning tree "
+            "and configuration, one line each with its time. Changes are looked for every second.",
+            {otherwise("0", "count",
+                       number(0, "EVENTS", 0, WHOLE, "ends after so many; 0: never"))}),
         local(
             "sockets", Action::sockets,
             "Shows who listens on the sockets of protocols, what waits there, and what was lost."),

@@ -3,6 +3,7 @@
 #include "tarnctl/help.h"
 #include "tarnctl/options.h"
 #include "tarnctl/session.h"
+#include "tarnctl/table.h"
 #include "tarnctl/views.h"
 
 #include <cerrno>
@@ -172,6 +173,10 @@ int run(const Words &words) {
     ends.settings = read_options(words);
     session.json = ends.settings.json;
     session.replace = ends.settings.replace;
+    session.statistics = ends.settings.statistics;
+    session.brief = ends.settings.brief;
+    session.colours = ends.settings.colours;
+    session.width = terminal_width();
     if (ends.settings.version) {
         print("tarnctl " TARN_VERSION "\n");
         return DONE;

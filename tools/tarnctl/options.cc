@@ -49,6 +49,12 @@ void set(Settings &settings, const Option &option, const std::string &value) {
         settings.json = true;
     else if (option.word == "--force")
         settings.force = true;
+    else if (option.word == "--statistics")
+        settings.statistics = true;
+    else if (option.word == "--brief")
+        settings.brief = true;
+    else if (option.word == "--color")
+        settings.colours = true;
     else if (option.word == "--replace")
         settings.replace = true;
     else if (option.word == "--version")
@@ -72,6 +78,10 @@ void set(Settings &settings, const Option &option, const std::string &value) {
 const std::vector<Option> &options() {
     static const std::vector<Option> all{
         {"--json", "-j", "", "shows as JSON"},
+        {"--brief", "-b", "", "shows the least: state and ports; of 'show running' no comments"},
+        {"--statistics", "-s", "",
+         "'show interfaces' counts frames and drops, and measures rates for a second"},
+        {"--color", "-c", "", "shows names, addresses and states in colour"},
         {"--batch", "", "FILE", "runs the lines of a file; - is the standard input"},
         {"--force", "", "", "goes on with a batch behind a line that fails"},
         {"--replace", "", "",

@@ -20,6 +20,7 @@ std::string option_label(const Option &option);
 
 struct Settings {
     bool json = false, force = false, help = false, replace = false, version = false;
+    bool statistics = false, brief = false, colours = false;
     int wait = 0; // seconds
     std::string socket, proc, control, batch;
     Words words;

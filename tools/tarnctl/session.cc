@@ -4,10 +4,12 @@
 #include "tarnctl/asking.h"
 #include "tarnctl/events.h"
 #include "tarnctl/help.h"
+#include "tarnctl/show.h"
 #include "tarnctl/text.h"
 #include "tarnctl/views.h"
 
 #include <algorithm>
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <net/if.h>
 #include <nlohmann/json.hpp>
@@ -17,6 +19,8 @@
 namespace tarnctl {
 
 namespace {
+
+constexpr int LOOK_EVERY = 1000; // milliseconds
 
 // What the switch answered, in words; the words were right.
 struct Refused : std::runtime_error {
@@ -128,16 +132,23 @@ void send(Session &session, const Parsed &parsed) {
         throw Refused(refused);
 }
 
-// ": did you mean", and what there is.
+// With what may be meant, and what there is.
 std::string no_such(const std::string &kind, const std::string &name,
-                    const std::vector<std::string> &known) {
-    return fmt::format("there is no {} '{}'{}; there are: {}", kind, name,
-                       did_you_mean(name, known), fmt::join(known, " "));
+                    const std::vector<std::string> &known, const std::string &there) {
+    std::string meant = did_you_mean(name, known);
+    return fmt::format("there is no {} '{}'{} are: {}", kind, name,
+                       meant.empty() ? "; there" : meant + " There", there);
+}
+
+std::string no_interface(Session &session, const std::string &name,
+                         const std::vector<std::string> &known) {
+    return no_such("interface", name, known, Standing(session).names());
 }
 
 void must_know_redirect(const Redirects &redirects, const std::string &name) {
     if (!redirects.knows(name))
-        throw Refused(no_such("redirect", name, redirects.all()));
+        throw Refused(no_such("redirect", name, redirects.all(),
+                              fmt::format("{}", fmt::join(redirects.all(), " "))));
 }
 
 std::vector<std::string> names_listed(Session &session) {
@@ -151,7 +162,7 @@ std::vector<std::string> names_listed(Session &session) {
 void must_know_interface(Session &session, const std::string &name) {
     auto known = names_listed(session);
     if (!known.empty() && std::find(known.begin(), known.end(), name) == known.end())
-        throw Refused(no_such("interface", name, known));
+        throw Refused(no_interface(session, name, known));
 }
 
 // A file of a port: of one that there is, and of a kind that has it.
@@ -192,21 +203,77 @@ void redirects(Session &session, const Parsed &parsed) {
     session.print(show_redirects(read_redirects(session.proc()), session.json));
 }
 
+// The time of day; in JSON, seconds since 1970.
+std::string clock_text() {
+    auto now = std::chrono::system_clock::now();
+    auto whole = std::chrono::floor<std::chrono::seconds>(now);
+    auto thousandths = std::chrono::duration_cast<std::chrono::milliseconds>(now - whole).count();
+    return fmt::format("{:%H:%M:%S}.{:03}",
+                       fmt::localtime(std::chrono::system_clock::to_time_t(whole)), thousandths);
+}
+
+double clock_seconds() {
+    auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<double>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count()) /
+           1000;
+}
+
+std::string change_text(const Session &session, const Change &change) {
+    if (session.json)
+        return nlohmann::ordered_json{{"event", "change"},
+                                      {"time", clock_seconds()},
+                                      {"what", change.fact},
+                                      {"now", change.now},
+                                      {"before", change.before}}
+                   .dump() +
+               "\n";
+    if (change.before.empty() || change.now.empty())
+        return fmt::format("{} {} {} {}\n", clock_text(), change.now.empty() ? "gone" : "new",
+                           change.fact, change.now.empty() ? change.before : change.now);
+    return fmt::format("{} changed {} {}, was {}\n", clock_text(), change.fact, change.now,
+                       change.before);
+}
+
+std::string event_text(const Session &session, const client::Event &event, const Names &names) {
+    if (!session.json)
+        return clock_text() + " " + event_line(event, names);
+    auto object = nlohmann::ordered_json::parse(event_json(event, names));
+    object["time"] = clock_seconds();
+    return object.dump() + "\n";
+}
+
+// Events as they come, changes as they are found: the family has no events of its own for them.
 void monitor(Session &session, const Parsed &parsed) {
     client::Client &client = session.client();
     client.listen();
     std::map<std::uint32_t, std::string> names;
     for (const auto &[name, ifindex] : listed(session))
         names[ifindex] = name;
-    unsigned long count = std::stoul(parsed.values[0], nullptr, 0);
-    for (unsigned long seen = 0; count == 0 || seen < count;) {
-        auto event = client.next_event(-1);
+    unsigned long count = std::stoul(parsed.values[0], nullptr, 0), seen = 0;
+    auto is_over = [&] { return count != 0 && seen >= count; };
+    Facts before = facts_of(session);
+    auto looked = std::chrono::steady_clock::now();
+    while (!is_over()) {
+        auto event = client.next_event(LOOK_EVERY);
         if (client.has_lost_events())
             session.print(session.json ? "{\"event\":\"lost\"}\n" : "events were lost\n");
-        if (!event)
+        if (event) {
+            session.print(event_text(session, *event, names));
+            seen++;
+        }
+        if (std::chrono::steady_clock::now() - looked < std::chrono::milliseconds(LOOK_EVERY))
             continue;
-        session.print(session.json ? event_json(*event, names) : event_line(*event, names));
-        seen++;
+        Facts now = facts_of(session);
+        looked = std::chrono::steady_clock::now();
+        if (now.empty()) // it cannot be asked, or not now
+            continue;
+        for (const Change &change : changes(before, now)) {
+            if (is_over())
+                break;
+            session.print(change_text(session, change));
+            seen++;
+        }
+        before = std::move(now);
     }
 }
 
@@ -266,6 +333,12 @@ void perform(Session &session, const Parsed &parsed) {
         must_have(session, row, parsed.values);
         std::string file = filled(row.file, parsed.values);
         return session.print(show_view(row.file, session.proc().read(file), session.json));
+    }
+    case Action::facts: {
+        bool is_port = !row.arguments.empty() && row.arguments.back().kind == Kind::word;
+        if (is_port && !parsed.values.back().empty())
+            must_know_interface(session, parsed.values.back());
+        return session.print(show_facts(session, std::string(row.file), parsed.values));
     }
     case Action::set:
         must_have(session, row, parsed.values);
@@ -330,7 +403,7 @@ std::uint32_t resolve(Session &session, const std::string &name) {
         return ifindex;
     if (std::uint32_t ifindex = if_nametoindex(name.c_str()); ifindex != 0 || all.empty())
         return ifindex;
-    throw WordError(no_such("interface", name, names_listed(session)));
+    throw WordError(no_interface(session, name, names_listed(session)));
 }
 
 Status run_words(Session &session, const Words &words, std::string &wrong) {

@@ -5,6 +5,7 @@
 #include "tarnctl/parse.h"
 #include "tarnctl/proc.h"
 
+#include <chrono>
 #include <functional>
 #include <istream>
 #include <map>
@@ -26,6 +27,9 @@ struct Session {
     std::function<std::string(const std::string &order)> explain = {}; // of a frame
     bool json = false;
     bool replace = false; // takes away what stands and contradicts
+    bool statistics = false, brief = false, colours = false; // of `show`
+    std::size_t width = 0;                                   // of the terminal; 0: there is none
+    std::chrono::milliseconds rate_time{1000};               // for which rates are measured
     // What a line found to be so already, and how many commands went to the switch.
     std::size_t already = 0, told = 0;
     std::map<std::string, std::uint32_t> names = {}; // declared in this session

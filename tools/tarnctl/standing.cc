@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <tuple>
 
 namespace tarnctl {
 
@@ -26,6 +27,10 @@ ChipPort parse_port(const std::vector<std::string> &fields) {
             port.name = value;
         else if (word == "link")
             port.up = value == "up";
+        else if (word == "learn")
+            port.learns = value == "on";
+        else if (word == "trusted")
+            port.is_trusted = value == "on";
         else if (word == "pvid")
             port.pvid = unsigned_of(value);
         else if (word == "lag")
@@ -107,6 +112,11 @@ Chip parse_chip(const std::string &text) {
                 chip.vlans[unsigned_of(fields[1])][chip.ifindex_of(fields[at])] =
                     fields[at + 1] == "tagged";
     }
+    // The table's own order is another in each process.
+    std::sort(chip.addresses.begin(), chip.addresses.end(),
+              [](const ChipAddress &one, const ChipAddress &other) {
+                  return std::tie(one.vid, one.mac) < std::tie(other.vid, other.mac);
+              });
     return chip;
 }
 
@@ -164,6 +174,16 @@ std::set<std::uint32_t> Standing::vids() {
         if (one.vid() != 0)
             all.insert(one.vid());
     return all;
+}
+
+std::string Standing::names() {
+    std::string text;
+    for (const Interface &one : interfaces())
+        if (one.vid() == 0)
+            text += (text.empty() ? "" : " ") + one.name;
+    if (auto all = vids(); !all.empty())
+        text += fmt::format("{}VLANs {}", text.empty() ? "" : " ", ranges(all));
+    return text;
 }
 
 const Chip *Standing::chip() {

@@ -39,7 +39,7 @@ struct ChipPort {
     std::uint32_t ifindex;
     std::string device;
     std::string name = {}; // in the switch, which may not know it
-    bool up = false;
+    bool up = false, learns = true, is_trusted = false;
     std::uint32_t pvid = 0, lag = 0, routed = 0;
     std::vector<std::pair<std::string, std::uint64_t>> counts = {}; // "rx", "drop-vlan", ...
 };
@@ -80,6 +80,8 @@ public:
     // The aggregator that it is a member of; null for none.
     const Interface *lag_of(const Interface &port);
     std::set<std::uint32_t> vids();
+    // "p1 p2 lag1 VLANs 10,20-30"
+    std::string names();
 
     // Null where there is none to ask.
     const Chip *chip();

@@ -15,11 +15,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-struct FlagWord {
-    unsigned long flag;
-    std::string_view word;
-};
-
 constexpr FlagWord IFF_WORDS[] = {{0x1, "up"},         {0x2, "broadcast"},   {0x8, "loopback"},
                                   {0x40, "running"},   {0x80, "noarp"},      {0x100, "promisc"},
                                   {0x200, "allmulti"}, {0x1000, "multicast"}};
@@ -45,36 +40,6 @@ std::vector<std::string> words_of_flags(unsigned long flags, const FlagWord (&ta
         if (flags & row.flag)
             words.emplace_back(row.word);
     return words;
-}
-
-json interfaces_json(const std::string &text) {
-    json all = json::array();
-    for (const Interface &one : parse_ifdb(text))
-        all.push_back({{"name", one.name},
-                       {"ifindex", one.ifindex},
-                       {"flags", words_of_flags(one.flags, IFF_WORDS)},
-                       {"raw_flags", one.flags},
-                       {"running_ports", one.running},
-                       {"references", one.references},
-                       {"is", words_of_flags(one.if_flags, IF_FLAG_WORDS)},
-                       {"if_flags", one.if_flags},
-                       {"ports", one.children}});
-    return all;
-}
-
-std::string interfaces_text(const std::string &text) {
-    std::string shown;
-    for (const Interface &one : parse_ifdb(text)) {
-        shown += fmt::format("{:<15} ifindex {:<6} <{}> running ports {}, references {}", one.name,
-                             one.ifindex, fmt::join(words_of_flags(one.flags, IFF_WORDS), ","),
-                             one.running, one.references);
-        if (auto words = words_of_flags(one.if_flags, IF_FLAG_WORDS); !words.empty())
-            shown += fmt::format(", {}", fmt::join(words, ", "));
-        shown += "\n";
-        if (!one.children.empty())
-            shown += fmt::format("    ports: {}\n", fmt::join(one.children, " "));
-    }
-    return shown;
 }
 
 // --- the others
@@ -201,14 +166,14 @@ struct ViewRow {
 };
 
 constexpr ViewRow VIEWS[] = {
-    {"ifdb", interfaces_json, interfaces_text}, {"pktcounts", counters_json, nullptr},
-    {"rxmodifycounts", counters_json, nullptr}, {"txmodifycounts", counters_json, nullptr},
-    {"refcounts", refcounts_json, nullptr},     {"meminfo", memory_json, nullptr},
-    {"subnetvlan", subnets_json, nullptr},      {"arpsecdb", leases_json, nullptr},
-    {"arpseccnt", arpsec_json, nullptr},        {"authglobal", pairs_json, nullptr},
-    {"pktdebugpostinfo", word_json, nullptr},   {"{}/bridge", bridge_json, nullptr},
-    {"{}/auth", pairs_json, nullptr},           {"{}/members", lines_json, nullptr},
-    {"{}/openflow", word_json, nullptr},        {"{}/disablevlans", word_json, nullptr},
+    {"pktcounts", counters_json, nullptr},      {"rxmodifycounts", counters_json, nullptr},
+    {"txmodifycounts", counters_json, nullptr}, {"refcounts", refcounts_json, nullptr},
+    {"meminfo", memory_json, nullptr},          {"subnetvlan", subnets_json, nullptr},
+    {"arpsecdb", leases_json, nullptr},         {"arpseccnt", arpsec_json, nullptr},
+    {"authglobal", pairs_json, nullptr},        {"pktdebugpostinfo", word_json, nullptr},
+    {"{}/bridge", bridge_json, nullptr},        {"{}/auth", pairs_json, nullptr},
+    {"{}/members", lines_json, nullptr},        {"{}/openflow", word_json, nullptr},
+    {"{}/disablevlans", word_json, nullptr},
 };
 
 // Bytes of frames may stand in a view: what is no UTF-8 is replaced.
@@ -250,6 +215,26 @@ std::string table_json(const std::string &table) {
         all.push_back(row);
     }
     return all.dump(2) + "\n";
+}
+
+nlohmann::ordered_json interface_record(const Interface &one) {
+    return {{"name", one.name},
+            {"ifindex", one.ifindex},
+            {"flags", words_of_flags(one.flags, IFF_WORDS)},
+            {"raw_flags", one.flags},
+            {"running_ports", one.running},
+            {"references", one.references},
+            {"is", words_of_flags(one.if_flags, IF_FLAG_WORDS)},
+            {"if_flags", one.if_flags},
+            {"ports", one.children}};
+}
+
+std::span<const FlagWord> flag_words() {
+    return IFF_WORDS;
+}
+
+std::span<const FlagWord> vlan_flag_words() {
+    return IF_FLAG_WORDS;
 }
 
 std::map<std::string, std::uint32_t> interfaces_of(const std::string &ifdb) {
