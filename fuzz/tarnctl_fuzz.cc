@@ -33,7 +33,9 @@ void must_be_whole(client::View message) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     Input input = split_input(data, size);
     fake::Switch tarn;
-    tarn.proc.files["ifdb"] = std::string(input.answer.begin(), input.answer.end());
+    const std::string told(input.answer.begin(), input.answer.end());
+    tarn.proc.files["ifdb"] = (size % 4 < 2 ? "Interface \n" : "") + told; // can be asked, or not
+    tarn.session.chip = [&told](const std::string &) { return told; };
     tarn.session.json = size % 2;
     tarn.client = std::make_unique<client::Client>(
         client::in_process([&](client::View message) -> client::Bytes {

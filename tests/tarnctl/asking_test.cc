@@ -78,6 +78,8 @@ constexpr Said SAID[] = {
     {"link add lag lag1 ifindex 4501 mac 02:00:00:00:02:01 mode dynamic", REFUSED,
      "lag1 is there, and is a static aggregator"},
     {"link del 4711", REFUSED, "link del: there is no interface 4711; there are: "},
+    {"link set 0 up", REFUSED, "there is no interface 0; there are: "},
+    {"lag attach 0 0", REFUSED, "there is no interface 0"},
     {"link del vlan11", REFUSED, "there is no VLAN 11"},
     {"link del p4", WRONG, "there is no interface 'p4'; did you mean 'p"},
     {"link set p1 up", DONE, "p1 is already so"},

@@ -119,14 +119,16 @@ private:
         return text.empty() ? "there is none" : "there are: " + text;
     }
 
-    // What names an interface must name one; neighbours are flushed of those that have gone, too.
+    // What names an interface must name one; neighbours are flushed of those that have gone, too,
+    // and 0 means all ports where they are trusted.
     bool knows_interfaces(const Message &message) {
         if (row_.words.starts_with("neigh"))
             return true;
         for (const Argument &argument : row_.arguments) {
-            std::uint32_t ifindex =
-                argument.kind == Kind::interface ? number(message, argument.attribute) : 0;
-            if (ifindex == 0 || standing_.interface(ifindex))
+            if (argument.kind != Kind::interface)
+                continue;
+            std::uint32_t ifindex = number(message, argument.attribute);
+            if (standing_.interface(ifindex) || (ifindex == 0 && row_.words == "dhcp trust"))
                 continue;
             bool is_vlan = ifindex > VLAN_IFINDEX_BASE && ifindex <= VLAN_IFINDEX_BASE + VID_LAST;
             if (is_vlan)
