@@ -31,7 +31,17 @@ constinit const std::array<u8, 5> process_packet_rxs_eth{7, 30, 19, 32, REDIRECT
 
 namespace {
 
-constinit char _hidden[REDIRECT_NAME_SIZE] = {};
+constinit char _hidden[REDIRECT_NAME_SIZE] = {}; // ended in any case
+
+bool _is_hidden(const char *name) {
+    for (u32 i = 0; i < REDIRECT_NAME_SIZE; i++) {
+        if (name[i] != read_once(_hidden[i]))
+            return false;
+        if (!name[i])
+            break;
+    }
+    return true;
+}
 
 void _zero_counters(packet_redirect *redirect) {
     write_once(redirect->inspects, 0);
@@ -249,8 +259,9 @@ void pkt_redirect_sum_up(packet_redirect *redirect, u32 (*ended)[FRAME_ROWS]) {
 void skip_protocol_set(const char *name) {
     u32 length = 0;
     for (; length < REDIRECT_NAME_SIZE - 1 && name[length]; length++)
-        _hidden[length] = name[length];
-    memset(_hidden + length, 0, REDIRECT_NAME_SIZE - length);
+        write_once(_hidden[length], name[length]);
+    for (; length < REDIRECT_NAME_SIZE; length++)
+        write_once(_hidden[length], '\0');
 }
 
 i32 print_redirect_counters(u32 mode, seq_file *view) {
@@ -260,7 +271,7 @@ i32 print_redirect_counters(u32 mode, seq_file *view) {
     pkt_candidates_sum_up();
     for (; *slot != REDIRECT_ORDER_END; slot++) {
         const packet_redirect *redirect = packet_redirects[*slot];
-        if (redirect && strncmp(redirect->name, _hidden, REDIRECT_NAME_SIZE) != 0)
+        if (redirect && !_is_hidden(redirect->name))
             _print_one(mode, view, redirect);
     }
     return 0;
