@@ -5,10 +5,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-int host[HOSTS + 1];
+int host[MOST_HOSTS + 1];
+int switch_hosts = HOSTS;
 char chip_reply[1 << 20];
 
-static int has_link[HOSTS + 1];
+static int has_link[MOST_HOSTS + 1];
 
 static unsigned int vlans[8], vlan_count;
 
@@ -88,7 +89,7 @@ void switch_start(void)
 {
 	lab_load("tarn_lab");
 	lab_load("tarn_chip");
-	for (int k = 1; k <= HOSTS; k++)
+	for (int k = 1; k <= switch_hosts; k++)
 		make_host(k);
 	switch_follow_links();
 }
@@ -115,7 +116,7 @@ void switch_follow_links(void)
 	struct net_link link;
 	char name[8];
 
-	for (int k = 1; k <= HOSTS; k++) {
+	for (int k = 1; k <= switch_hosts; k++) {
 		snprintf(name, sizeof(name), "p%d", k);
 		if (net_link(NET_HERE, name, &link) != 0)
 			link.carrier = 0;
@@ -134,7 +135,7 @@ void switch_end(void)
 	while (vlan_count-- > 0)
 		CHECK(lab_command("delete %u", SWITCH_VLAN(vlans[vlan_count])) == 0,
 		      "VLAN %u is gone", vlans[vlan_count]);
-	for (int k = 1; k <= HOSTS; k++) {
+	for (int k = 1; k <= switch_hosts; k++) {
 		snprintf(near, sizeof(near), "p%d", k);
 		CHECK(chip_word("noport %d\n", SWITCH_PORT(k)) == 0 &&
 			      lab_command("delete %d", SWITCH_PORT(k)) == 0 &&

@@ -11,12 +11,14 @@
 #include "lab.h"
 #include "net.h"
 
-#define HOSTS 4
+#define HOSTS 4 /* unless said otherwise before the start */
+#define MOST_HOSTS 16
 #define SWITCH_PORT(k) (5100 + (k))
 #define SWITCH_VLAN(vid) (300 + (vid))
 
 /* The namespaces, from 1. */
-extern int host[HOSTS + 1];
+extern int host[MOST_HOSTS + 1];
+extern int switch_hosts;
 
 /* Loads the modules, makes hosts and ports. The end gives everything back. */
 void switch_start(void);
