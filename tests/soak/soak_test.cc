@@ -119,11 +119,67 @@ void send(userlevel::netlink_socket &client, nl_message &message) {
     std::this_thread::sleep_for(200us);
 }
 
+// What an attribute says of interfaces that are there, other things each round.
+Bytes living(u8 number, u32 round) {
+    const u32 interfaces[] = {5001, 5002, 5003, 4501, 301, 302};
+    auto word = [](u32 value) {
+        auto *at = reinterpret_cast<const u8 *>(&value);
+        return Bytes(at, at + sizeof(value));
+    };
+    nl_attribute usual = nl_attribute_of(number);
+    auto *at = static_cast<const u8 *>(usual.value);
+    Bytes value(at, at + usual.length);
+    switch (number) {
+    case TARNFWD_ATTR_IFINDEX:
+    case TARNFWD_ATTR_MIRROR_SOURCE:
+        return word(interfaces[round % std::size(interfaces)]);
+    case TARNFWD_ATTR_MIRROR_TARGET:
+    case TARNFWD_ATTR_PORT_IFINDEX:
+        return word(5002);
+    case TARNFWD_ATTR_AGG_IFINDEX:
+        return word(4501);
+    case TARNFWD_ATTR_VID:
+        return {static_cast<u8>(round % 3), 0};
+    case TARNFWD_ATTR_FLAGS:
+        return word(round % 3 == 0 ? 0x1003 : 0x1043);
+    case TARNFWD_ATTR_STP_STATE:
+        return {static_cast<u8>(round % 4 == 0 ? 4 : 3)};
+    case TARNFWD_ATTR_MAC:
+        value[5] = static_cast<u8>(round);
+        return value;
+    default:
+        if (usual.kind == NL_INTEGER || usual.kind == NL_BITMAP)
+            value[0] = static_cast<u8>(1 + round % 2);
+        return value;
+    }
+}
+
+bool takes_away(u8 number) {
+    return number == TARNFWD_CMD_IF_DELLINK || number == TARNFWD_CMD_IF_DELETE_SVI ||
+           number == TARNFWD_CMD_LACP_DELETE_AGGREGATOR;
+}
+
+// Every command that leaves the interfaces where they are.
+void set_all(userlevel::netlink_socket &client, u32 round) {
+    nl_message message;
+    for (const nl_case &one : nl_cases) {
+        if (takes_away(one.command))
+            continue;
+        nl_message_start(&message, FAMILY, one.command, NLM_F_ACK, 1);
+        for (const u8 *number = one.needs; number < std::end(one.needs) && *number; number++) {
+            Bytes value = living(*number, round);
+            nl_message_put(&message, *number, value.data(), static_cast<unsigned>(value.size()));
+        }
+        send(client, message);
+    }
+}
+
 void command() {
     userlevel::netlink_socket client([](std::span<const std::uint8_t>) {});
     client.set_option(NETLINK_GENERIC, NETLINK_ADD_MEMBERSHIP, 2);
     nl_message message;
-    while (!stop) {
+    for (u32 round = 0; !stop; round++) {
+        set_all(client, round);
         for (const auto &[number, attributes] : makes_and_removes()) {
             nl_message_start(&message, FAMILY, number, NLM_F_ACK, 1);
             for (const auto &[type, value] : attributes)
