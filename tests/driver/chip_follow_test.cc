@@ -214,3 +214,97 @@ TEST_F(ChipFollows, what_it_follows_can_be_seen) {
     EXPECT_EQ(tell("show vlans"), "vlan 1 port101 untagged port103 untagged port104 untagged\n"
                                   "vlan 4000 port102 untagged\n");
 }
+
+// --- an aggregator and its members -------------------------------------------------------------
+
+TEST_F(ChipFollows, a_members_own_tags_go_before_the_aggregators) {
+    know_all();
+    make_lag({102, 103});
+    home.facts.port_vlans[{LAG, 0}] = {1u << 1, 1u << 1, 0};
+    for (u32 ifindex : {102u, 103u})
+        home.follower.port_vlans(ifindex, 1, 1);
+    const Bytes frame = Frame().to(ALL).padded();
+    receive(101, frame);
+    Frames out = sent(102);
+    for (const Bytes &one : sent(103))
+        out.push_back(one);
+    EXPECT_EQ(out, Frames{frame}) << "it is an untagged member itself";
+}
+
+TEST_F(ChipFollows, a_member_filters_as_its_aggregator_does) {
+    know_all();
+    make_lag({102});
+    home.facts.ports[102].ingress_filter = 0;
+    home.facts.port_vlans[{101, 4094 / 32}].member = 1u << 30;
+    home.follower.port_vlans(101, 4094, 4094);
+    home.follower.port(102);
+    EXPECT_EQ(flood_from(102, 4094), "");
+    home.facts.ports[LAG].ingress_filter = 0;
+    home.follower.port(LAG);
+    EXPECT_EQ(flood_from(102, 4094), "101");
+}
+
+TEST_F(ChipFollows, a_member_of_an_aggregator_that_nobody_knows_is_alone) {
+    know_all();
+    for (u32 ifindex : {102u, 103u}) {
+        home.facts.ports[ifindex].aggregator = LAG;
+        home.follower.port(ifindex);
+    }
+    EXPECT_EQ(flood_from(101), "102 103 104");
+    EXPECT_EQ(flood_from(102), "101 103 104");
+    EXPECT_EQ(tell("show ports").find(" lag "), std::string::npos);
+}
+
+TEST_F(ChipFollows, members_of_a_routed_aggregator_are_routed) {
+    know_all();
+    make_lag({102, 103});
+    home.facts.ports[LAG].routed = 1;
+    home.facts.ports[LAG].routed_vid = 4000;
+    home.facts.ports[LAG].mac[5] = 7;
+    home.follower.port(LAG);
+    EXPECT_EQ(flood_from(101), "104");
+    EXPECT_EQ(flood_from(102), "");
+    home.trapped.clear();
+    receive(102, Frame().to("00:00:00:00:00:07").padded());
+    ASSERT_EQ(home.trapped.size(), 1u);
+    EXPECT_EQ(home.trapped[0].vid, 4000u);
+    EXPECT_EQ(traps(), "own-other");
+}
+
+// --- routed ports ------------------------------------------------------------------------------
+
+TEST_F(ChipFollows, a_routed_port_is_in_its_own_vlan_alone_whatever_was_before) {
+    know_all();
+    home.facts.vlans[1] = {{2, 0, 0, 0, 0, 1}, 0, 0};
+    home.follower.vlan(1);
+    home.facts.ports[102].ingress_filter = 0;
+    home.facts.port_vlans[{102, 4000 / 32}].disabled = 1; // VLAN 4000
+    home.follower.port_vlans(102, 1, 4094);
+    home.facts.ports[102].routed = 1;
+    home.facts.ports[102].routed_vid = 4000;
+    home.facts.ports[102].mac[5] = 7;
+    home.follower.port(102);
+    receive(102, Frame().to("00:00:00:00:00:07").padded());
+    EXPECT_EQ(traps(), "own-other");
+    receive(102, Frame().to("02:00:00:00:00:01").tag(1).padded(64));
+    EXPECT_EQ(traps(), "") << "not in VLAN 1, though it filtered nothing";
+    home.facts.ports[102].routed_vid = 4001;
+    home.follower.port(102);
+    EXPECT_NE(tell("show vlans").find("vlan 4001 port102 untagged\n"), std::string::npos);
+    EXPECT_EQ(tell("show vlans").find("vlan 4000"), std::string::npos);
+}
+
+TEST_F(ChipFollows, only_a_routed_port_has_an_address) {
+    know_all();
+    home.facts.ports[102].mac[5] = 7;
+    home.follower.port(102);
+    receive(102, Frame().to("00:00:00:00:00:07").padded());
+    EXPECT_EQ(traps(), "");
+    EXPECT_EQ(ports_that_sent(), "101 103 104");
+}
+
+TEST_F(ChipFollows, the_state_of_a_port_that_nobody_knows_is_none_of_its_business) {
+    home.facts.stp[{101, 0}] = RXTX_FOLLOW_STP_BLOCKING;
+    home.follower.port_stp(101, 0);
+    EXPECT_EQ(flood_from(101), "102 103 104");
+}

@@ -178,7 +178,7 @@ TEST_F(Follow, addresses_behind_a_port_that_was_blocked_are_asked_for_again) {
     receive(1, Frame().to(HOST).padded());
     EXPECT_EQ(senders(), "3 4");
     chip_tick();
-    EXPECT_EQ(tell("show fdb").find("learned 5002"), std::string::npos);
+    EXPECT_EQ(tell("show fdb").find("learned port2"), std::string::npos);
 }
 
 TEST_F(Follow, the_switchs_own_address_is_that_of_its_vlan) {
@@ -300,7 +300,7 @@ TEST_F(Follow, a_routed_port_switches_nothing) {
     const Bytes to_it = Frame().to("02:00:00:00:01:02").padded();
     receive(2, to_it);
     EXPECT_EQ(hits("own-other"), 1u) << "its own address";
-    EXPECT_EQ(tell("show fdb").find("learned 5002"), std::string::npos);
+    EXPECT_EQ(tell("show fdb").find("learned port2"), std::string::npos);
     EXPECT_EQ(tarn_ifmgr_l3_switchport_set(5002, 0), 0);
     EXPECT_EQ(flood_from(1), "2 3 4");
 }
@@ -438,6 +438,34 @@ TEST_F(Follow, a_port_is_found_by_the_name_that_the_core_knows) {
     rxtx_follow_port told;
     EXPECT_EQ(rxtx_follow_port_get(5099, &told), 0);
     EXPECT_STREQ(told.name, "sixteen-letters!");
+}
+
+TEST_F(Follow, what_is_not_there_cannot_be_read) {
+    rxtx_follow_port port;
+    rxtx_follow_vlans vlans;
+    rxtx_follow_vlan vlan;
+    EXPECT_EQ(rxtx_follow_port_get(301, &port), -19) << "no port";
+    EXPECT_EQ(rxtx_follow_port_get(5999, &port), -19);
+    EXPECT_EQ(rxtx_follow_stp_get(301, 0), -19);
+    EXPECT_EQ(rxtx_follow_vlans_get(301, 1, &vlans), -19);
+    EXPECT_EQ(rxtx_follow_vlans_get(5001, 4095, &vlans), -22);
+    EXPECT_EQ(rxtx_follow_stp_get(5001, TARN_STP_INSTANCES), -22);
+    EXPECT_EQ(rxtx_follow_vlan_get(2, &vlan), -19);
+    EXPECT_EQ(tarn_ifmgr_l3_switchport_set(5002, 4000), 0);
+    EXPECT_EQ(rxtx_follow_vlan_get(4000, &vlan), -19) << "a routed port's own";
+    EXPECT_EQ(tarn_ifmgr_l3_switchport_set(5002, 0), 0);
+}
+
+TEST_F(Follow, a_vlan_made_anew_is_in_service_where_the_core_says) {
+    tarn_vlan_set_vlan_port_disabled(5003, 1, 1);
+    plain_switch::add_vlan(1); // over the one that is there
+    for (u32 k = 1; k <= PORTS; k++) {
+        rxtx_follow_vlans told;
+        EXPECT_EQ(rxtx_follow_vlans_get(5000 + k, 1, &told), 0);
+        bool carries = (told.member & ~told.disabled) >> 1 & 1;
+        EXPECT_EQ(carries, k != 3) << "the bits stand, whatever became of the bindings";
+    }
+    EXPECT_EQ(flood_from(1), "2 4");
 }
 
 TEST_F(Follow, a_chip_that_starts_later_is_told_everything) {
