@@ -10,6 +10,7 @@
 #include "ifmgr/tarn_ifmgr_settings.h"
 #include "kernel/log.h"
 #include "kernel/netdev.h"
+#include "kernel/once.h"
 #include "machine/machine.h"
 #include "machine/proc_fuse.h"
 #include "module/tarn_module.h"
@@ -225,7 +226,7 @@ std::string show_counters(u32 mode) {
 std::string show_interface(const tarn_if *ifp) {
     return fmt::format("{:<16} ifindex {:<6} flags 0x{:<5x} running below {}\n",
                        std::string_view(ifp->name, strnlen(ifp->name, sizeof(ifp->name))),
-                       ifp->ifindex, ifp->flags, ifp->oper_count);
+                       ifp->ifindex, read_once(ifp->flags), read_once(ifp->oper_count));
 }
 
 std::string show_interfaces() {

@@ -3,6 +3,7 @@
 #include "control.h"
 #include "kernel/errno.h"
 #include "kernel/log.h"
+#include "kernel/once.h"
 #include "kernel/preempt.h"
 #include "kernel/skb.h"
 #include "machine/interface.h"
@@ -254,9 +255,9 @@ void follow(net_device *device, bool is_tap, const link_state &now) {
         follow_mtu(device, now.mtu);
         follow_address(device, now);
     } else {
-        device->carrier = (now.flags & IFF_RUNNING) != 0;
+        write_once(device->carrier, (now.flags & IFF_RUNNING) != 0);
     }
-    if ((now.flags ^ device->flags) & IFF_UP)
+    if ((now.flags ^ read_once(device->flags)) & IFF_UP)
         userlevel::netdev_flags_changed(device, now.flags & 0xFFFF);
 }
 
