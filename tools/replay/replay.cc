@@ -167,10 +167,13 @@ public:
     // Frames are told as they come, so that what stands before damage is not lost.
     void file(const Input &input) {
         auto capture = open_capture(input);
-        while (auto frame = wanted_.ends_before(before_ + capture->frames() + 1) ? std::nullopt
-                                                                                 : capture->next())
+        while (!wanted_.ends_before(before_ + capture->frames() + 1)) {
+            auto frame = capture->next();
+            if (!frame)
+                break;
             if (filter_.passes(*frame))
                 one(input, std::move(*frame));
+        }
         before_ += capture->frames();
         for (const Skipped &skipped : capture->skipped())
             complain(input.name,
