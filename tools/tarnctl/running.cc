@@ -227,7 +227,7 @@ private:
             if (port.is_trusted)
                 add(fmt::format("chip trusted {} on", port.ifindex));
         }
-        for (const ChipAddress &one : told->addresses)
+        for (const ChipAddress &one : standing_.addresses())
             for (std::uint32_t ifindex : one.ports)
                 if (one.kind == "static" || one.kind == "group")
                     add(fmt::format("chip {} {} {} {}", one.kind, one.mac, one.vid, ifindex));

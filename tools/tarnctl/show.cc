@@ -85,6 +85,8 @@ struct Membership {
 
 Membership membership_of(Standing &standing, const Interface &port) {
     Membership all;
+    if (port.vid() != 0)
+        return all;
     for (const Interface &one : standing.interfaces()) {
         if (one.vid() == 0 || !one.has_child(port.name))
             continue;
@@ -324,12 +326,11 @@ std::vector<std::string> where(Standing &standing, const ChipAddress &address) {
 
 std::string fdb(Session &session, Standing &standing, const std::string &vid,
                 const std::string &port) {
-    const Chip *chip = standing.chip();
-    if (!chip)
+    if (!standing.chip())
         throw ProcError("show fdb: there is no chip to ask; --control says where its switch is");
     json all = json::array();
     Table table({"MAC", "VLAN", "KIND", "PORTS"});
-    for (const ChipAddress &one : chip->addresses) {
+    for (const ChipAddress &one : standing.addresses()) {
         auto names = where(standing, one);
         if ((!vid.empty() && fmt::format("{}", one.vid) != vid) ||
             (!port.empty() && std::find(names.begin(), names.end(), port) == names.end()))

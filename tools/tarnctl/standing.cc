@@ -132,6 +132,10 @@ void Standing::read() {
     } catch (const ProcError &error) {
         why_not_ = error.what();
     }
+    for (std::size_t at = 0; at < interfaces_->size(); at++) {
+        by_ifindex_.emplace((*interfaces_)[at].ifindex, at);
+        by_name_.emplace((*interfaces_)[at].name, at);
+    }
 }
 
 bool Standing::is_known() {
@@ -148,20 +152,20 @@ const std::vector<Interface> &Standing::interfaces() {
 
 const Interface *Standing::interface(std::uint32_t ifindex) {
     const auto &all = interfaces();
-    auto found = std::find_if(all.begin(), all.end(),
-                              [=](const Interface &one) { return one.ifindex == ifindex; });
-    return found == all.end() ? nullptr : &*found;
+    auto found = by_ifindex_.find(ifindex);
+    return found == by_ifindex_.end() ? nullptr : &all[found->second];
 }
 
 const Interface *Standing::interface(const std::string &name) {
     const auto &all = interfaces();
-    auto found = std::find_if(all.begin(), all.end(),
-                              [&](const Interface &one) { return one.name == name; });
-    return found == all.end() ? nullptr : &*found;
+    auto found = by_name_.find(name);
+    return found == by_name_.end() ? nullptr : &all[found->second];
 }
 
 const Interface *Standing::lag_of(const Interface &port) {
     const auto &all = interfaces();
+    if (port.vid() != 0)
+        return nullptr;
     auto found = std::find_if(all.begin(), all.end(), [&](const Interface &one) {
         return one.is_lag() && one.has_child(port.name);
     });
@@ -190,12 +194,27 @@ const Chip *Standing::chip() {
     if (!chip_) {
         chip_.emplace();
         try {
-            *chip_ = parse_chip(session_.chip("show ports") + session_.chip("show vlans") +
-                                session_.chip("show fdb"));
+            chip_ports_ = session_.chip("show ports");
+            *chip_ = parse_chip(chip_ports_ + session_.chip("show vlans"));
         } catch (const ProcError &) { // there is none, or none that tells
         }
     }
     return *chip_ ? &**chip_ : nullptr;
+}
+
+const std::vector<ChipAddress> &Standing::addresses() {
+    if (addresses_)
+        return *addresses_;
+    addresses_.emplace();
+    try {
+        if (chip())
+            addresses_ = parse_chip(chip_ports_ + session_.chip("show fdb")).addresses;
+    } catch (const ProcError &) {
+    }
+    for (const ChipAddress &one : *addresses_)
+        if (one.kind == "own")
+            vlan_macs_.emplace(one.vid, one.mac);
+    return *addresses_;
 }
 
 const std::vector<std::string> &Standing::stp_states(const std::string &port) {
@@ -212,11 +231,9 @@ const std::vector<std::string> &Standing::stp_states(const std::string &port) {
 }
 
 std::string Standing::vlan_mac(std::uint32_t vid) {
-    if (const Chip *chip_told = chip())
-        for (const ChipAddress &one : chip_told->addresses)
-            if (one.kind == "own" && one.vid == vid)
-                return one.mac;
-    return "";
+    addresses();
+    auto found = vlan_macs_.find(vid);
+    return found == vlan_macs_.end() ? "" : found->second;
 }
 
 // A member of an aggregator is in the aggregator's VLANs: what the chip says of one is that of

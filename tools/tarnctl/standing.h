@@ -55,7 +55,7 @@ struct Chip {
     std::vector<ChipPort> ports = {};
     // Of each VLAN its ports, and whether they are tagged.
     std::map<std::uint32_t, std::map<std::uint32_t, bool>> vlans = {};
-    std::vector<ChipAddress> addresses = {};
+    std::vector<ChipAddress> addresses = {}; // of `show fdb` alone
 
     const ChipPort *port(std::uint32_t ifindex) const;
     std::uint32_t ifindex_of(const std::string &name_or_number) const;
@@ -83,8 +83,9 @@ public:
     // "p1 p2 lag1 VLANs 10,20-30"
     std::string names();
 
-    // Null where there is none to ask.
+    // Null where there is none to ask. Its addresses, which may be many, are asked for apart.
     const Chip *chip();
+    const std::vector<ChipAddress> &addresses();
     // Of a port in each instance, as the switch writes it; empty where it is not told.
     const std::vector<std::string> &stp_states(const std::string &port);
     // The switch's own address in a VLAN, where the chip tells it; else "".
@@ -97,7 +98,12 @@ private:
 
     Session &session_;
     std::optional<std::vector<Interface>> interfaces_;
+    std::map<std::uint32_t, std::size_t> by_ifindex_; // places in interfaces_
+    std::map<std::string, std::size_t> by_name_;
     std::optional<std::optional<Chip>> chip_;
+    std::string chip_ports_;
+    std::optional<std::vector<ChipAddress>> addresses_;
+    std::map<std::uint32_t, std::string> vlan_macs_;
     std::map<std::string, std::vector<std::string>> stp_;
     std::string why_not_;
 };
