@@ -187,9 +187,9 @@ public:
 
 private:
     void one(const Input &input, CapturedFrame &&frame) {
-        Outcome outcome{.number = before_ + frame.number,
-                        .file = several_ ? &input.name : nullptr,
-                        .frame = std::move(frame)};
+        const std::size_t number = before_ + frame.number;
+        Outcome outcome{
+            .number = number, .file = several_ ? &input.name : nullptr, .frame = std::move(frame)};
         clock_.set(outcome.frame.time);
         outcome.since_first = clock_.since_first(outcome.frame.time);
         offer(outcome, meta_);
