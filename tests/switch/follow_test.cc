@@ -172,6 +172,7 @@ TEST_F(Follow, a_loop_with_a_blocked_port_does_not_storm) {
 }
 
 TEST_F(Follow, addresses_behind_a_port_that_was_blocked_are_asked_for_again) {
+    chip_tick(); // what ended before is done with
     receive(2, Frame().from(HOST).to(BROADCAST).padded());
     stp(2, TARN_STP_BLOCKING);
     home.sent.clear();
