@@ -173,8 +173,11 @@ void show_addresses(chip_text &text, const char *name) {
     read_unlock_bh(&chip.lock);
     u32 position = 0;
     fdb_entry entry;
-    while (fdb_next(position, entry))
+    while (fdb_next(position, entry)) {
+        read_lock_bh(&chip.lock); // names of ports are the core's
         _address(text, entry);
+        read_unlock_bh(&chip.lock);
+    }
     rows_end(text);
 }
 
