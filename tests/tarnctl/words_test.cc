@@ -6,6 +6,7 @@
 #include "tarnctl/events.h"
 #include "tarnctl/help.h"
 #include "tarnctl/options.h"
+#include "tarnctl/standing.h"
 #include "tarnctl/views.h"
 
 #include <algorithm>
@@ -494,6 +495,17 @@ TEST(tarnctl_chip, has_the_words_of_the_chip) {
     EXPECT_EQ(tarn.line("chip fly away"), WRONG);
     EXPECT_THAT(tarn.wrong, StartsWith("unknown word 'fly' after 'chip': say one of port, noport"));
     EXPECT_TRUE(tarn.chip_lines.empty());
+}
+
+TEST(tarnctl_chip, is_read_by_the_names_of_its_ports) {
+    Chip chip = parse_chip("port 5001 dev1 link up pvid 10 learn on trusted off auth off name p1 "
+                           "mirror 5002 rx 3 tx 4\n"
+                           "vlan 10 p1 tagged 5002 untagged\n"
+                           "fdb 02:00:00:00:00:01 10 learned p1\n");
+    EXPECT_EQ(chip.ports[0].mirror, 5002u);
+    EXPECT_EQ(chip.ports[0].counts.size(), 2u) << "rx and tx";
+    EXPECT_EQ(chip.vlans[10], (std::map<std::uint32_t, bool>{{5001, true}, {5002, false}}));
+    EXPECT_EQ(chip.addresses[0].ports, std::vector<std::uint32_t>{5001});
 }
 
 TEST(tarnctl_interfaces, are_said_one_by_one_or_several_at_once) {

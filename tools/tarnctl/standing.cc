@@ -37,6 +37,8 @@ ChipPort parse_port(const std::vector<std::string> &fields) {
             port.lag = unsigned_of(value);
         else if (word == "routed")
             port.routed = unsigned_of(value);
+        else if (word == "mirror")
+            port.mirror = unsigned_of(value);
         else if (!value.empty() && value.find_first_not_of("0123456789") == std::string::npos)
             port.counts.emplace_back(word, std::strtoull(value.c_str(), nullptr, 10));
     }

@@ -40,7 +40,7 @@ struct ChipPort {
     std::string device;
     std::string name = {}; // in the switch, which may not know it
     bool up = false, learns = true, is_trusted = false;
-    std::uint32_t pvid = 0, lag = 0, routed = 0;
+    std::uint32_t pvid = 0, lag = 0, routed = 0, mirror = 0;
     std::vector<std::pair<std::string, std::uint64_t>> counts = {}; // "rx", "drop-vlan", ...
 };
 
