@@ -1,6 +1,7 @@
 // authglobal, and auth, authfwd and authsupp of a port.
 #include "control/proc_test.h"
 
+#include "control/nl_callees.h"
 #include "security/auth_state.h"
 
 #include <deque>
@@ -165,6 +166,25 @@ TEST_F(ProcAuthTest, of_ten_supplicants_nine_are_printed) {
     std::string text = show("if5011/authsupp");
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 9);
     EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr(":18 authed"))); // 24, the last
+}
+
+// What the authenticator is asked by a write: to add, MAC, state, VID.
+TEST_F(ProcAuthTest, a_write_of_a_supplicant_asks_for_what_it_says) {
+    auto asked = [](const std::string &text) {
+        nl_callees() = {.traced = true, .results = {0}};
+        EXPECT_EQ(store("if5011/authsupp", text), static_cast<long>(text.size())) << text;
+        auto calls = nl_callees().calls;
+        nl_callees() = {};
+        return calls.size() == 1 ? calls[0] : std::to_string(calls.size()) + " calls";
+    };
+    EXPECT_EQ(asked("1,00:1a:22:33:44:f5,1,20"),
+              "tarn_auth_supp_set_state @5011 001a223344f5 20 1");
+    EXPECT_EQ(asked("1, 1: 2:333:4:5:6,0,4094"),
+              "tarn_auth_supp_set_state @5011 010233040506 4094 0");
+    EXPECT_EQ(asked("1,a:b,2,65537"), "tarn_auth_supp_set_state @5011 0a0b00000000 1 1");
+    EXPECT_EQ(asked("1,a-b:c:d:e:f,1,1"), "tarn_auth_supp_set_state @5011 0a0000000000 1 1");
+    EXPECT_EQ(asked("0,00:11:22:33:44:55,1,20"), "tarn_auth_remove_supp @5011 001122334455");
+    EXPECT_EQ(asked("2,00:11:22:33:44:55:66,1,20"), "tarn_auth_remove_supp @5011 001122334455");
 }
 
 } // namespace

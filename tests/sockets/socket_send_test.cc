@@ -297,6 +297,23 @@ TEST_F(Send, a_vlan_that_is_named_must_have_an_interface) {
     EXPECT_THAT(driver().sent, IsEmpty());
 }
 
+// Even where there is an interface of the number that an empty name has.
+TEST_F(Send, a_name_that_is_short_names_nothing) {
+    net_device *device = configure([] { return userlevel::netdev_create("eth0"); });
+    add_ethernet("eth0", 0)->flags = TARN_IF_LINK;
+    auto &record = userlevel::netdev_recorded(device);
+    struct socket *lldp = open(TARN_AF_LLDP);
+    EXPECT_EQ(send(lldp, vlan_name(0), PAYLOAD), 17);
+    EXPECT_THAT(record.sent, SizeIs(1));
+    for (std::size_t size : {0u, 1u, 35u}) {
+        Bytes name = vlan_name(0);
+        name.resize(size);
+        EXPECT_EQ(send(lldp, name, PAYLOAD), -EINVAL) << size;
+    }
+    EXPECT_THAT(record.sent, SizeIs(1));
+    log();
+}
+
 TEST_F(Send, profinet_sends_on_a_vlan_as_a_whole) {
     struct socket *profinet = open(TARN_AF_PROFINET);
     EXPECT_EQ(send(profinet, vlan_name(0, 1), PAYLOAD), 3);
