@@ -81,7 +81,7 @@ struct Own::Ends {
         client::in_process([this](client::View message) { return netlink.exchange(message); })};
 };
 
-Own::Own(Chip chip) : ends_(std::make_unique<Ends>(std::move(chip))) {}
+Own::Own(Chip chip) : ends_(new Ends{std::move(chip)}) {}
 Own::~Own() = default;
 
 tarnctl::Session Own::session(std::function<void(const std::string &text)> print) {

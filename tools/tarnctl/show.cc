@@ -441,17 +441,18 @@ Facts facts_of(Session &session) {
     Standing standing(session);
     Facts all;
     for (const Interface &one : standing.interfaces()) {
-        std::string kind = one.vid() != 0 ? "vlan" : "link";
-        std::string name = one.vid() != 0 ? fmt::format("{}", one.vid()) : one.name;
-        all[kind + " " + name] = state_of(one);
+        const std::string what =
+            one.vid() != 0 ? fmt::format("vlan {}", one.vid()) : "link " + one.name;
+        all[what] = state_of(one);
         const Interface *lag = standing.lag_of(one);
         if (one.vid() != 0) {
             for (const std::string &member : one.children) {
                 const Interface *port = standing.interface(member);
                 auto tagged = port ? standing.is_tagged(*port, one.vid()) : std::nullopt;
-                all[fmt::format("member {} of vlan {}", member, name)] = !tagged   ? "yes"
-                                                                         : *tagged ? "tagged"
-                                                                                   : "untagged";
+                all[fmt::format("member {} of vlan {}", member, one.vid())] = !tagged ? "yes"
+                                                                              : *tagged
+                                                                                  ? "tagged"
+                                                                                  : "untagged";
             }
             continue;
         }
