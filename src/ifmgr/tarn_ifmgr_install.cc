@@ -80,6 +80,18 @@ void _take_out(tarn_if *old) {
     _free_replaced();
 }
 
+// Readers without the lock that met the record before it ended may still ask what it is: what stays
+// the same, its number and its type, is not written.
+void _write_over(tarn_if *old, const tarn_if *record) {
+    using word [[gnu::may_alias]] = unsigned long;
+    static_assert(sizeof(tarn_if) % sizeof(word) == 0);
+    auto *to = reinterpret_cast<word *>(old);
+    const auto *from = reinterpret_cast<const word *>(record);
+    for (u32 i = 0; i < sizeof(tarn_if) / sizeof(word); i++)
+        if (to[i] != from[i])
+            write_once(to[i], from[i]);
+}
+
 // One that takes turns with a VLAN has its own memory again: that of the VLAN would be lost as one.
 i32 _install_copy(const tarn_if *record, tarn_if **installed) {
     tarn_if *old = _find(record->ifindex);
@@ -90,7 +102,7 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
         is_free && old->type != TARN_IF_TYPE_VLAN ? nullptr : _take_replaced(record->ifindex);
     if (is_free && !spare) {
         write_lock_bh(&tarn_if_db_lock);
-        *old = *record;
+        _write_over(old, record);
         write_unlock_bh(&tarn_if_db_lock);
         *installed = old;
         return 0;
@@ -99,7 +111,7 @@ i32 _install_copy(const tarn_if *record, tarn_if **installed) {
     tarn_if *copy = spare ? spare : _tarn_ifmgr_if_alloc();
     if (!copy)
         return TARN_ERR_NO_MEMORY;
-    *copy = *record;
+    _write_over(copy, record);
     if (old)
         _take_out(old);
     i32 result = _insert(copy);
