@@ -56,6 +56,7 @@ public:
     }
     ~Client() override {
         trace_.reset();
+        bufferevent_setfd(buffers_, -1); // what is freed within its own call forgets it later only
         bufferevent_free(buffers_);
     }
 
