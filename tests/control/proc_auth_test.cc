@@ -168,6 +168,16 @@ TEST_F(ProcAuthTest, of_ten_supplicants_nine_are_printed) {
     EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr(":18 authed"))); // 24, the last
 }
 
+// State and method go to the authenticator, the guest VLAN into the record.
+TEST_F(ProcAuthTest, a_write_of_a_port_asks_for_what_it_says) {
+    nl_callees() = {.traced = true, .results = {0}};
+    EXPECT_EQ(store("if5011/auth", "4,6,20"), 6);
+    EXPECT_THAT(nl_callees().calls, ::testing::ElementsAre("tarn_auth_set_port_state @5011 4 6"));
+    nl_callees() = {};
+    EXPECT_THAT(show("if5011/auth"), ::testing::HasSubstr("guest-vlan=20\n"));
+    port()->auth_guest_vlan = 0;
+}
+
 // What the authenticator is asked by a write: to add, MAC, state, VID.
 TEST_F(ProcAuthTest, a_write_of_a_supplicant_asks_for_what_it_says) {
     auto asked = [](const std::string &text) {

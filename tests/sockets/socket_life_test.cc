@@ -37,6 +37,15 @@ TEST_F(SocketLife, a_record_without_memory_is_enobufs) {
     EXPECT_EQ(try_open(TARN_AF_TESTD), -ENOBUFS);
 }
 
+TEST_F(SocketLife, a_record_may_wait_for_memory) {
+    userlevel::snapshot before = userlevel::take_snapshot();
+    struct socket *one = open(TARN_AF_LACP);
+    for (const userlevel::object &object : userlevel::leaked_since(before)) {
+        EXPECT_EQ(object.flags & __GFP_DIRECT_RECLAIM, __GFP_DIRECT_RECLAIM) << object.kind;
+    }
+    close(one);
+}
+
 TEST_F(SocketLife, an_open_socket_has_three_references_and_a_closed_one_keeps_one) {
     struct socket *one = open(TARN_AF_LACP, 0x1234);
     sock *sk = one->sk;
