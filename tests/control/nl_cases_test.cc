@@ -53,6 +53,25 @@ TEST_F(NlCases, there_are_79_commands_and_their_numbers_are_those_of_the_header)
         EXPECT_FALSE(numbers.contains(event));
 }
 
+// Also those that events alone carry.
+TEST_F(NlCases, a_number_beside_what_a_command_asks_for_must_be_whole) {
+    Client client;
+    for (unsigned number = 1; number <= TARNFWD_ATTR_MAX; number++) {
+        const nl_attribute attribute = nl_attribute_of(number);
+        if (attribute.kind != NL_INTEGER || number == TARNFWD_ATTR_IFINDEX)
+            continue;
+        const Bytes whole(attribute.length);
+        auto beside = [&](const Bytes &value) {
+            return Command(TARNFWD_CMD_IF_DELLINK)
+                .ifindex(9999)
+                .bytes(static_cast<tarnfwd_attr>(number), value)
+                .to(client);
+        };
+        EXPECT_EQ(beside(whole), 0) << number;
+        EXPECT_EQ(beside(Bytes(attribute.length - 1)), -EINVAL) << number;
+    }
+}
+
 TEST_F(NlCases, numbers_that_are_no_command_are_not_supported) {
     Client client;
     std::set<unsigned> commands;

@@ -54,7 +54,13 @@ class Start : public ::testing::TestWithParam<Row> {};
 TEST_P(Start, registers_in_its_slot) {
     EXPECT_EQ(GetParam().init(), 0);
     ASSERT_NE(packet_redirects[GetParam().slot], nullptr);
-    EXPECT_STREQ(packet_redirects[GetParam().slot]->name, GetParam().name);
+    const packet_redirect &there = *packet_redirects[GetParam().slot];
+    EXPECT_STREQ(there.name, GetParam().name);
+    for (u32 number : {there.inspects, there.stops, there.kernel, there.userspace, there.resend_l2,
+                       there.stack_rep, there.flood_l2, there.modify_rx_inspects,
+                       there.modify_tx_inspects, there.kernel_port})
+        EXPECT_EQ(number, 0u);
+    EXPECT_THAT(there.stop_reasons, ::testing::Each(0u));
 }
 
 TEST_P(Start, answers_as_the_registry_does_where_its_slot_is_taken) {

@@ -76,6 +76,8 @@ TEST_F(SocketLife, a_second_release_finds_nothing_to_do) {
     struct socket *one = open(TARN_AF_LACP);
     rwlock_t lock{};
     EXPECT_EQ(tarn_socket_release(one, nullptr), -EINVAL);
+    tarn_socket_destruct(one->sk, nullptr);
+    EXPECT_FALSE(one->sk->dead);
     EXPECT_NE(one->sk, nullptr);
     EXPECT_EQ(one->ops->release(one), 0);
     EXPECT_EQ(one->sk, nullptr);
