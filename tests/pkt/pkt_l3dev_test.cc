@@ -391,6 +391,26 @@ TEST_F(L3Device, of_a_vlan_is_not_that_of_a_routed_port_by_its_name) {
     tarn_ifmgr_if_ref_put(port);
 }
 
+// One that has the VLAN's number besides: the VLAN takes its place, and its device.
+TEST_F(L3Device, of_a_routed_port_with_name_and_number_of_a_vlan_becomes_the_vlans) {
+    const u8 address[6] = {2, 0, 0, 0, 0, 9};
+    configure([&] {
+        EXPECT_EQ(tarn_ifmgr_switchport_create("vlan10", address, 0x1043, 0, 310, 1), 0);
+        userlevel::work_run();
+    });
+    EXPECT_EQ(userlevel::proc_read("tarn/vlan10/bridge").result, 0);
+    net_device *device = nullptr;
+    configure([&] {
+        tarn_if *made = nullptr, *port = tarn_ifmgr_lookup_by_index(310);
+        device = port->netdev;
+        tarn_ifmgr_if_ref_put(port);
+        EXPECT_EQ(tarn_ifmgr_vlan_create(nullptr, 0, &made, 10, 0), 0);
+        EXPECT_EQ(made->netdev, device);
+        EXPECT_EQ(priv(device)->vid, 10u);
+    });
+    EXPECT_NE(userlevel::proc_read("tarn/vlan10/bridge").result, 0); // of the port that was
+}
+
 TEST_F(L3Device, of_a_port_by_the_name_of_a_vlan_leaves_the_vlan_none) {
     const u8 address[6] = {2, 0, 0, 0, 0, 9};
     configure([&] { EXPECT_EQ(tarn_ifmgr_switchport_create("vlan1", address, 0, 0, 5009, 1), 0); });
