@@ -52,6 +52,12 @@ TEST_F(Aggregator, a_port_joins_step_by_step) {
     EXPECT_EQ(tarn_ifmgr_logical_port(port), lag);
 }
 
+TEST_F(Aggregator, that_is_down_stays_down_with_its_first_port) {
+    lag->flags = 0xFF00;
+    attach(lag, port_with(77, 0x1002));
+    EXPECT_EQ(lag->flags, 0x1002u);
+}
+
 TEST_F(Aggregator, the_first_port_lends_its_flags_but_not_up) {
     lag->flags = 0xFF01;
     attach(lag, port_with(77, 0x1002));
